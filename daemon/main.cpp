@@ -1,0 +1,59 @@
+// The daemon: start-up, then a check cycle every 10 seconds until a stop signal or a failed cycle.
+// It takes no arguments and reads no configuration.
+#include <exception>
+
+#include "daemon/moraine.h"
+#include "daemon/sleep.h"
+#include "daemon/stop_signals.h"
+#include "logging/logging.h"
+#include "rotate/rotate.h"
+
+namespace {
+
+// Runs a step of the engine. An exception that leaves it counts as its failure.
+bool HasFailed(Rotate& rotate, bool (Rotate::*step)()) {
+    try {
+        return (rotate.*step)();
+    } catch (const std::exception& e) {
+        Log::Error("%s failure, reason: %s", Moraine::Name.c_str(), e.what());
+        return true;
+    }
+}
+
+}  // namespace
+
+int main() {
+    Logging::SetLogToStdout(false);
+    Logging::SetLogLevel(Logging::SeverityInfo);
+    Log::Info("%s initializing.", Moraine::Name.c_str());
+    InstallStopSignals();
+
+    Rotate rotate;
+    if (HasFailed(rotate, &Rotate::Init)) {
+        Log::Error("%s could not initialize logging rotation subsystem and will now exit.",
+                   Moraine::Name.c_str());
+        return 1;
+    }
+
+    // A stop signal until here was logged, but does not stop the daemon: init sends another.
+    Log::Info("%s running.", Moraine::Name.c_str());
+    MainRunning = true;
+    while (MainRunning) {
+        SleepBetweenCycles();
+        LogCaughtSignals();
+        // The cycle also runs after a stop signal: what waits is archived before the device goes
+        // down.
+        if (HasFailed(rotate, &Rotate::CheckLogs)) {
+            BlockStopSignals();
+            ExitCode = 1;
+            MainRunning = false;
+        }
+        LogCaughtSignals();
+    }
+
+    BlockStopSignals();
+    LogCaughtSignals();
+    const int exitCode = ExitCode;
+    Log::Info("%s exiting with code: %d", Moraine::Name.c_str(), exitCode);
+    return exitCode;
+}

@@ -1,0 +1,54 @@
+// Creating, measuring and listing directories.
+#include <exception>
+
+#include "futils/futils.h"
+#include "logging/logging.h"
+
+namespace fs = std::filesystem;
+
+bool Futils::CreateDir(const std::string& dir) {
+    if (PathExists(dir)) return false;
+    try {
+        return !fs::create_directory(dir);
+    } catch (const std::exception& e) {
+        Log::Error("Exception in CreateDir(%s): %s", dir.c_str(), e.what());
+        return true;
+    }
+}
+
+bool Futils::CreatePath(const std::string& dir) {
+    if (PathExists(dir)) return false;
+    const std::string command = "mkdir -p " + dir;
+    if (System(command)) {
+        Log::Error("Unable to '%s'.", command.c_str());
+        return true;
+    }
+    return false;
+}
+
+bool Futils::GetDirSize(const fs::path& dir, unsigned long& size) {
+    size = 0;
+    try {
+        for (const fs::directory_entry& entry : fs::directory_iterator(dir)) {
+            if (entry.is_regular_file()) size += entry.file_size();
+        }
+    } catch (const std::exception& e) {
+        size = 0;
+        Log::Error("GetDirSize failure on %s: %s", dir.c_str(), e.what());
+        return true;
+    }
+    return false;
+}
+
+bool Futils::GetFilesInDir(std::set<std::string>& files, const std::string& dir) {
+    files.clear();
+    try {
+        for (const fs::directory_entry& entry : fs::directory_iterator(dir)) {
+            if (entry.is_regular_file()) files.insert(entry.path().filename().native());
+        }
+    } catch (const std::exception& e) {
+        Log::Error("Exception in GetFilesInDir(%s): %s", dir.c_str(), e.what());
+        return true;
+    }
+    return false;
+}

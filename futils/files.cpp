@@ -1,0 +1,96 @@
+// Renaming, removing, testing, copying, sizing and syncing single files and directories.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <exception>
+
+#include "futils/futils.h"
+#include "logging/logging.h"
+
+namespace fs = std::filesystem;
+
+bool Futils::Rename(const fs::path& from, const fs::path& to) {
+    try {
+        fs::rename(from, to);
+    } catch (const std::exception& e) {
+        Log::Error("Rename failure, reason: %s", e.what());
+        return true;
+    }
+    return false;
+}
+
+bool Futils::Remove(const fs::path& pfn) {
+    try {
+        (void)fs::remove(pfn);  // Whether there was anything to remove does not matter.
+    } catch (const std::exception& e) {
+        Log::Error("Remove failure for %s: %s", pfn.c_str(), e.what());
+        return true;
+    }
+    return false;
+}
+
+bool Futils::Sync(const fs::path& pfn) {
+    const int fd = open(pfn.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0 && errno == ENOENT) return false;
+    const bool failed = fd < 0 || fsync(fd) != 0;
+    if (failed) Log::Error("Unable to sync %s: %s", pfn.c_str(), strerror(errno));
+    if (fd >= 0) (void)close(fd);  // Nothing was written through it.
+    return failed;
+}
+
+bool Futils::PathExists(const std::string& path) {
+    try {
+        const fs::directory_entry entry(path);
+        return entry.exists() && entry.is_directory();
+    } catch (const std::exception& e) {
+        Log::Debug("PathExists(%s) exception: %s", path.c_str(), e.what());
+    }
+    return false;
+}
+
+bool Futils::FileExists(const std::string& pfn) {
+    try {
+        const fs::directory_entry entry(pfn);
+        return entry.exists() && entry.is_regular_file();
+    } catch (const std::exception& e) {
+        Log::Debug("FileExists(%s) exception: %s", pfn.c_str(), e.what());
+    }
+    return false;
+}
+
+bool Futils::CopyFile(const std::string& from, const std::string& to) {
+    try {
+        fs::copy(from, to);
+    } catch (const std::exception& e) {
+        Log::Error("Unable to copy %s, reason: %s", fs::path(from).filename().c_str(), e.what());
+        return true;
+    }
+    return false;
+}
+
+bool Futils::GetFileSize(unsigned long& size, const std::string& pfn) {
+    size = 0;
+    try {
+        size = fs::file_size(pfn);
+    } catch (const std::exception& e) {
+        Log::Error("GetFileSize(%s) exception: %s", pfn.c_str(), e.what());
+        return true;
+    }
+    return false;
+}
+
+bool Futils::PfnHasErrors(const char* where, const std::string& pfn) {
+    constexpr std::size_t MaxLength = 255;
+    if (pfn.empty()) {
+        Log::Error("Path/File cannot be empty in %s", where);
+        return true;
+    }
+    if (pfn.size() > MaxLength) {
+        Log::Error("Path + File Name is too long in %s", where);
+        return true;
+    }
+    return false;
+}

@@ -1,0 +1,151 @@
+// Packing logs into one tar file for a user to download, by `tar` and `xz` in the temporary
+// directory: each file is copied there, added to the tar file and removed.
+//
+// A fill takes files in catalogue order and ends at the first that exceeds a limit; it never skips
+// a large file to take a smaller one behind it, so that what is packed has no gaps.
+#include "daemon/moraine.h"
+#include "futils/futils.h"
+#include "logfileutils/log_file_utils.h"
+#include "logging/logging.h"
+#include "util/parse.h"
+
+namespace {
+
+constexpr unsigned long MaxDownloadSize = 15UL * 1024 * 1024;
+constexpr unsigned long TarOverheadPerFile = 10240;
+constexpr unsigned short NoLimit = 65535;
+
+}  // namespace
+
+int LogFileUtils::FillArchiveDownload(bool tarExists, bool oldest, unsigned short maxFiles,
+                                      unsigned short maxBootNums) {
+    std::set<std::string> names;
+    if (Futils::GetFilesInDir(names, Moraine::ArchPathAbs)) return -1;
+    if (names.empty()) return 0;
+
+    Log::Info(
+        "Filling log download tarball with archive files. Adding %s %u files, or %u boot numbers "
+        "at most.",
+        oldest ? "oldest" : "newest", maxFiles, maxBootNums);
+    const int packed =
+        oldest ? FillArchDl(tarExists, names.cbegin(), names.cend(), maxFiles, maxBootNums)
+               : FillArchDl(tarExists, names.crbegin(), names.crend(), maxFiles, maxBootNums);
+    if (packed == -1) return -1;
+    Log::Info("Log download file packed with %d logs.", packed);
+    return packed;
+}
+
+template <typename Iterator>
+int LogFileUtils::FillArchDl(bool tarExists, Iterator name, Iterator end, unsigned short maxFiles,
+                             unsigned short maxBootNums) {
+    if (maxFiles == 0 || maxBootNums == 0) return 0;
+    dlFiles = 0;
+    dlReboots = 0;
+    dlPrevBootNum = 0;
+    dlMaxBootNums = maxBootNums;
+    dlMaxFiles = maxFiles;
+    dlDone = false;
+    dlTarExists = tarExists;
+
+    for (; name != end && !dlDone; ++name) {
+        unsigned short bootNum = 0;
+        if (!IsArchiveFileName(*name) || GetFnBootNum(*name, bootNum)) continue;
+        if (AddFileToTarballAfterCheckingLimits(*name, bootNum)) return -1;
+    }
+    return dlFiles;
+}
+
+bool LogFileUtils::AddFileToTarballAfterCheckingLimits(const std::string& name,
+                                                       unsigned short bootNum) {
+    if (dlPrevBootNum != 0 && bootNum != dlPrevBootNum) ++dlReboots;
+    dlPrevBootNum = bootNum;
+    if (dlReboots >= dlMaxBootNums) dlDone = true;
+
+    // A size that cannot be read counts as 0 and as a failure, but the file is tried.
+    const std::filesystem::path pfn = Moraine::ArchPathAbs / name;
+    unsigned long tarSize = 0;
+    unsigned long fileSize = 0;
+    bool failed = dlTarExists && Futils::GetFileSize(tarSize, Moraine::SyslogTarPfe);
+    failed |= Futils::GetFileSize(fileSize, pfn);
+    const unsigned long estimatedSize = tarSize + fileSize + TarOverheadPerFile;
+    if (estimatedSize > MaxDownloadSize) dlDone = true;
+    if (dlDone) return failed;
+
+    failed |= AddFileToTarball(name, pfn);
+    ++dlFiles;
+    if (dlFiles >= dlMaxFiles) dlDone = true;
+    LogAtDebug(estimatedSize, name);
+    return failed;
+}
+
+bool LogFileUtils::AddFileToTarball(const std::string& name, const std::filesystem::path& pfn) {
+    const std::filesystem::path copy = Moraine::TmpPath / name;
+    const bool copyFailed = Futils::CopyFile(pfn, copy);
+    const std::string& command =
+        dlTarExists ? Moraine::CdTmpTarAppendCmd : Moraine::CdTmpTarCreateCmd;
+    const bool tarFailed = Futils::System(command + name);
+    if (!copyFailed && !tarFailed) dlTarExists = true;
+    (void)Futils::Remove(copy);  // DeleteLogTempFiles takes what stays.
+    return copyFailed || tarFailed;
+}
+
+void LogFileUtils::LogAtDebug(unsigned long estimatedSize, const std::string& name) const {
+    Log::Debug("Added %u file%s, %u reboot%s, to %s: %s", dlFiles, dlFiles == 1 ? "" : "s",
+               dlReboots, dlReboots == 1 ? "" : "s", Moraine::SyslogTarPfe.c_str(), name.c_str());
+    Log::Debug("Est. download size: %s\n", Futils::FormatFileSize(estimatedSize).c_str());
+}
+
+bool LogFileUtils::CheckDownloadFileSize() const {
+    unsigned long size = 0;
+    if (Futils::GetFileSize(size, Moraine::SyslogTarPfe)) return true;
+    if (size <= MaxDownloadSize) return false;
+    Log::Warn("%s size (%s) exceeds download file size limit of %s", Moraine::SyslogTarPfe.c_str(),
+              Futils::FormatFileSize(size).c_str(),
+              Futils::FormatFileSize(MaxDownloadSize).c_str());
+    return true;
+}
+
+bool LogFileUtils::PrepSyslog() const {
+    static const std::string SyslogFe = Moraine::SyslogTmpPfe.filename();
+    static const std::string SyslogXzFe = SyslogFe + Moraine::XzExt.native();
+    static const std::string XzCmd = Moraine::XzCmd + SyslogFe;
+    static const std::string TarCreateCmd = Moraine::CdTmpTarCreateCmd + SyslogXzFe;
+
+    if (!Futils::FileExists(Moraine::SyslogPfe)) return false;
+    Log::Info("Preparing system log for download.");
+    if (Futils::CopyFile(Moraine::SyslogPfe, Moraine::SyslogTmpPfe)) return false;
+    if (Futils::System(XzCmd)) return false;
+    if (Futils::System(TarCreateCmd)) return false;
+    Log::Info("System log tar file created.");
+    return true;
+}
+
+int LogFileUtils::PrepDefaultLogFileDownload() {
+    const bool hasSyslog = PrepSyslog();
+    int packed = hasSyslog ? 1 : 0;
+    std::set<std::string> names;
+    if (Futils::GetFilesInDir(names, Moraine::ArchPathAbs)) return 1;
+    if (names.empty()) return packed;
+
+    const int archiveFiles =
+        FillArchDl(hasSyslog, names.crbegin(), names.crend(), NoLimit, NoLimit);
+    if (archiveFiles == -1) return -1;
+    packed += archiveFiles;
+    if (packed > 0 && CheckDownloadFileSize()) return -1;
+    return packed;
+}
+
+void LogFileUtils::DeleteDownload() const {
+    if (!Futils::FileExists(Moraine::SyslogTarPfe)) return;
+    (void)Futils::Remove(Moraine::SyslogTarPfe);  // Logged; the next download replaces it.
+}
+
+void LogFileUtils::DeleteLogTempFiles() const {
+    if (Futils::FileExists(Moraine::SyslogTmpPfe)) (void)Futils::Remove(Moraine::SyslogTmpPfe);
+    std::set<std::string> names;
+    if (Futils::GetFilesInDir(names, Moraine::TmpPath)) return;
+    for (const std::string& name : names) {
+        if (!Util::BeginsWith(name, Moraine::SyslogFn.native())) continue;
+        (void)Futils::Remove(Moraine::TmpPath / name);  // Logged; the others go all the same.
+    }
+}

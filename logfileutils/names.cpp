@@ -1,0 +1,69 @@
+// File names, and nothing else, say what a file is. This is the grammar.
+//
+//   messages.txt                                  the live log
+//   messages.txt.0 ... messages.txt.9             rotations by syslogd, .0 the newest
+//   messages.txt.tmp                              a live log that is being archived
+//   messages.007.1970-01-01.00:14:07.txt.xz       an archive file:
+//   |        |   |                   |
+//   |        |   |                   `- compressed text
+//   |        |   `- time since the device started, as a date and time counted from 1970-01-01
+//   |        `- boot number, three digits (four above 999)
+//   `- the live log's stem
+//
+// Ascending byte order of archive names is oldest first, up to boot number 999. The predicates are
+// deliberately wide: an archive file is all that begins with the stem and ends in ".xz", a rotation
+// all that has "txt" as its last but one field. Archive names are built in rotate/archive.cpp.
+#include "logfileutils/log_file_utils.h"
+
+#include <vector>
+
+#include "daemon/moraine.h"
+#include "logging/logging.h"
+#include "util/parse.h"
+
+namespace {
+
+// Cuts a name into its fields. Returns true on failure. Logs an Error line then.
+bool SliceName(std::vector<std::string>& fields, const std::string& name) {
+    if (!Util::Slice(fields, name, '.')) return false;
+    Log::Error("Slice() failure on %s.", name.c_str());
+    return true;
+}
+
+bool IsExtension(const std::string& field, const std::filesystem::path& extension) {
+    return extension.native().compare(1, std::string::npos, field) == 0;
+}
+
+}  // namespace
+
+bool LogFileUtils::IsArchiveFileName(const std::string& name) {
+    std::vector<std::string> fields;
+    if (SliceName(fields, name) || fields.size() < 2) return false;
+    return fields.front() == Moraine::SyslogFn && IsExtension(fields.back(), Moraine::XzExt);
+}
+
+bool LogFileUtils::GetFnBootNum(const std::string& name, unsigned short& bootNum) {
+    bootNum = 0;
+    std::vector<std::string> fields;
+    if (SliceName(fields, name)) return true;
+    if (fields.size() < 2) {
+        Log::Error("%s is not a logging archive file.", name.c_str());
+        return false;
+    }
+    const std::string& field = fields[1];
+    int number = 0;
+    if (Util::StringToInt(field, number, 0, 65535, nullptr, 10)) {
+        Log::Error("StringToInt() failure on %s.", field.c_str());
+        return true;
+    }
+    bootNum = static_cast<unsigned short>(number);
+    return false;
+}
+
+bool LogFileUtils::IsSyslogRotFn(const std::string& name) {
+    std::vector<std::string> fields;
+    if (SliceName(fields, name) || fields.size() < 2) return false;
+    if (fields.front() != Moraine::SyslogFn) return false;
+    if (IsExtension(fields.back(), Moraine::TxtExt)) return false;
+    return IsExtension(fields[fields.size() - 2], Moraine::TxtExt);
+}

@@ -1,0 +1,92 @@
+// Read-only questions about the archive and the syslog directory.
+#include "daemon/moraine.h"
+#include "futils/futils.h"
+#include "logfileutils/log_file_utils.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Counts the files of `dir` whose names `accepts`. Returns true on failure, with `count` 0.
+bool CountFiles(unsigned short& count, const fs::path& dir, bool (*accepts)(const std::string&)) {
+    count = 0;
+    std::set<std::string> names;
+    if (Futils::GetFilesInDir(names, dir)) return true;
+    for (const std::string& name : names) {
+        if (accepts(name)) ++count;
+    }
+    return false;
+}
+
+timespec MonotonicNow() {
+    timespec now{};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);  // It cannot fail for this clock.
+    return now;
+}
+
+}  // namespace
+
+bool LogFileUtils::GetArchDirSize(unsigned long& size) const {
+    return Futils::GetDirSize(Moraine::ArchPathAbs, size);
+}
+
+bool LogFileUtils::GetNumArchFiles(unsigned short& count) const {
+    return CountFiles(count, Moraine::ArchPathAbs, IsArchiveFileName);
+}
+
+bool LogFileUtils::GetNumSyslogRots(unsigned short& count) const {
+    return CountFiles(count, Moraine::SyslogPathAbs, IsSyslogRotFn);
+}
+
+bool LogFileUtils::GetSyslogStats(SyslogStats_s& stats) const {
+    stats = {.size = 0, .timeStamp = MonotonicNow(), .numRots = 0};
+    if (GetNumSyslogRots(stats.numRots)) return true;
+    if (Futils::FileExists(Moraine::SyslogPfe) &&
+        Futils::GetFileSize(stats.size, Moraine::SyslogPfe)) {
+        return true;
+    }
+    stats.timeStamp = MonotonicNow();
+    return false;
+}
+
+bool LogFileUtils::GetBootNumRange(unsigned short& min, unsigned short& max) const {
+    min = 999;
+    max = 0;
+    for (const fs::directory_entry& entry : fs::directory_iterator(Moraine::ArchPathAbs)) {
+        unsigned short bootNum = 0;
+        (void)GetFnBootNum(entry.path().stem(), bootNum);  // A foreign file counts as boot 0.
+        if (bootNum > max) max = bootNum;
+        if (bootNum < min) min = bootNum;
+    }
+    if (min == 999 && max == 0) min = 0;
+    return false;
+}
+
+bool LogFileUtils::GetNumReboots(unsigned short& count) const {
+    count = 0;
+    unsigned short min = 999;
+    unsigned short max = 0;
+    if (GetBootNumRange(min, max)) return true;
+    if (min != 0 || max != 0) count = static_cast<unsigned short>(max + 1 - min);
+    return false;
+}
+
+bool LogFileUtils::GetArchiveStats(ArchiveStats_s& stats, bool refresh) {
+    stats = {};
+    const bool isKnown = numReboots <= 999;
+    if (refresh || !isKnown) {
+        unsigned short count = 0;
+        if (GetNumReboots(count)) return true;
+        numReboots = count;
+    }
+    stats.numReboots = numReboots;
+    return GetNumArchFiles(stats.numFiles) ||
+           Futils::GetDirSize(Moraine::ArchPathAbs, stats.dirSize);
+}
+
+std::set<std::string> LogFileUtils::GetArchiveFileList() const {
+    std::set<std::string> names;
+    if (Futils::GetFilesInDir(names, Moraine::ArchPathAbs)) return {};
+    std::erase_if(names, [](const std::string& name) { return !IsArchiveFileName(name); });
+    return names;
+}

@@ -1,0 +1,169 @@
+// Archiving one file: compress it beside itself, move the result into the archive, remove the file.
+//
+// Power may go away between any two steps, and syslogd works in the same directory. So an archive
+// file reaches the disk before its name does, and its name before the source goes; an archive file
+// is never replaced by another; and the source is removed only while its path still names the very
+// file that was compressed, unchanged.
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <thread>
+
+#include "daemon/moraine.h"
+#include "futils/futils.h"
+#include "logging/logging.h"
+#include "rotate/rotate.h"
+#include "rotate/source_file.h"
+#include "util/elapsed_time.h"
+#include "util/format.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Ms = std::chrono::duration<double, std::milli>;
+
+// A source that keeps changing is left to a later cycle after this many compressions.
+constexpr int MaxAttempts = 5;
+
+// A name is taken for its own second only, unless someone made files for the seconds to come.
+constexpr int MaxNameChecks = 100;
+constexpr Ms BetweenNameChecks(100);
+
+// syslogd opens its log anew when the clock's second changes: until then it may write to a log that
+// was renamed under it.
+constexpr Ms UntilSyslogdReopened(1500);
+
+fs::path CompressedPfe(const SourceFile& source) {
+    return source.Pfn().native() + Moraine::XzExt.native();
+}
+
+// Waits out the time in which syslogd may still write to a log that was taken away from it.
+void WaitForSyslogd(const SourceFile& source) {
+    const Ms rest = UntilSyslogdReopened - Ms(source.MsSinceTouched());
+    std::this_thread::sleep_for(std::clamp(rest, Ms(0), UntilSyslogdReopened));
+}
+
+bool TakeLiveLog(const std::string& pfn, const std::string& tmpPfe, const LogFileUtils& catalogue) {
+    if (Futils::Rename(pfn, tmpPfe)) return true;
+    catalogue.SendSigHupToSyslog();
+    return false;
+}
+
+}  // namespace
+
+bool Rotate::Archive(const std::string& pfn) {
+    const bool isLiveLog = fs::path(pfn) == Moraine::SyslogPfe;
+    const std::string tmpPfe = pfn + Moraine::TmpExt.native();
+    // Taking the live log would replace one whose archiving was interrupted. That one goes first.
+    if (isLiveLog && Futils::FileExists(tmpPfe)) return Archive(tmpPfe);
+
+    ElapsedTime stopwatch(100.0);
+    fs::path dest = GetFreeArchPfe();
+    if (dest.empty()) return true;
+    if (isLiveLog && TakeLiveLog(pfn, tmpPfe, *this)) return true;
+
+    SourceFile source(isLiveLog ? tmpPfe : pfn);
+    Log::Debug("Archiving '%s'.", source.Pfn().filename().c_str());
+    Outcome outcome = Outcome::Changed;
+    for (int i = 0; i < MaxAttempts && outcome == Outcome::Changed; ++i) {
+        outcome = TryArchive(source, dest);
+    }
+
+    if (outcome == Outcome::Failed) return true;
+    if (outcome == Outcome::Archived) {
+        Log::Info("Archived '%s' to '%s' in %.1f seconds.", pfn.c_str(), dest.c_str(),
+                  stopwatch.GetMsElapsed() / 1000.0);
+        return CheckArchSize();
+    }
+    Log::Info("'%s' was %s while it was compressed.  A later cycle will archive it.", pfn.c_str(),
+              outcome == Outcome::Moved ? "moved" : "written to");
+    (void)Futils::Remove(CompressedPfe(source));  // What stays goes at the next start.
+    return false;
+}
+
+// Compresses the source and moves the result to `dest`, or to a later name if that has been taken.
+Rotate::Outcome Rotate::TryArchive(SourceFile& source, fs::path& dest) {
+    source.Mark();
+    if (Futils::System("xz -fk " + source.Pfn().native())) return Outcome::Failed;
+    if (source.OpenError() != 0) {
+        Log::Error("Unable to open %s: %s", source.Pfn().c_str(), strerror(source.OpenError()));
+        return Outcome::Failed;
+    }
+    if (source.Pfn().extension() == Moraine::TmpExt) WaitForSyslogd(source);
+
+    const SourceFile::State state = source.Look();
+    if (state == SourceFile::State::Changed) return Outcome::Changed;
+    if (state == SourceFile::State::Moved) return Outcome::Moved;
+
+    if (Futils::FileExists(dest)) dest = GetFreeArchPfe();
+    return dest.empty() ? Outcome::Failed : MoveIntoArchive(source, dest);
+}
+
+Rotate::Outcome Rotate::MoveIntoArchive(const SourceFile& source, const fs::path& dest) {
+    const fs::path compressed = CompressedPfe(source);
+    if (Futils::Sync(compressed) || Futils::Rename(compressed, dest)) return Outcome::Failed;
+    unsigned long size = 0;
+    try {
+        size = fs::file_size(dest);
+    } catch (const std::exception& e) {
+        Log::Error("Unable to get %s size, reason: %s", dest.filename().c_str(), e.what());
+        return Outcome::Failed;
+    }
+    archDirSize += size;
+    if (Futils::Sync(Moraine::ArchPathAbs)) return Outcome::Failed;
+
+    const SourceFile::State state = source.Look();
+    if (state == SourceFile::State::Deleted) return Outcome::Archived;
+    if (state == SourceFile::State::Same) {
+        return Futils::Remove(source.Pfn()) ? Outcome::Failed : Outcome::Archived;
+    }
+    // Syncing took so long that the source was written to or moved. It is archived again.
+    if (Futils::Remove(dest)) return Outcome::Failed;
+    archDirSize -= size;
+    return state == SourceFile::State::Changed ? Outcome::Changed : Outcome::Moved;
+}
+
+fs::path Rotate::GetFreeArchPfe() const {
+    for (int i = 0; i < MaxNameChecks; ++i) {
+        const std::string fn = GetArchFn();
+        if (fn.empty()) return {};
+        fs::path pfe = Moraine::ArchPathAbs / fn;
+        if (!Futils::FileExists(pfe)) return pfe;
+        std::this_thread::sleep_for(BetweenNameChecks);
+    }
+    Log::Error("All archive file names of the last %.0f seconds are taken.",
+               MaxNameChecks * BetweenNameChecks.count() / 1000);
+    return {};
+}
+
+std::string Rotate::GetArchFn() const {
+    static const std::string ArchExt = Moraine::TxtExt.native() + Moraine::XzExt.native();
+    const std::string timeStamp = GetMonotonicClockString();
+    if (timeStamp.empty()) return {};
+    return Util::Format("%s.%03u.%s%s", Moraine::SyslogFn.c_str(), bootNum, timeStamp.c_str(),
+                        ArchExt.c_str());
+}
+
+std::string GetMonotonicClockString() {
+    timespec sinceStart{};
+    const int result = clock_gettime(CLOCK_MONOTONIC, &sinceStart);
+    if (result != 0) {
+        Log::Warn("clock_gettime() failure: %d: %s", result, strerror(errno));
+        return {};
+    }
+    std::tm date{};
+    if (gmtime_r(&sinceStart.tv_sec, &date) == nullptr) {
+        Log::Warn("gmtime_r() failure: %s", strerror(errno));
+        return {};
+    }
+    char text[64] = {};
+    if (std::strftime(text, sizeof text - 1, "%Y-%m-%d.%H:%M:%S", &date) == 0) {
+        Log::Warn("gmtime_r() failure.");  // Known by this text for as long as it can happen.
+        return {};
+    }
+    return text;
+}

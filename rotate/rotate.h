@@ -1,0 +1,97 @@
+// The rotation and archiving engine. One object lives as long as the daemon; the main loop calls
+// Init once and then CheckLogs every 10 seconds.
+//
+// Unless a declaration says otherwise, an operation returns true on failure and has logged why,
+// once. std::filesystem::filesystem_error is raised where a declaration says so; memory exhaustion
+// raises std::bad_alloc everywhere.
+#pragma once
+
+#include <filesystem>
+#include <set>
+#include <string>
+
+#include "logfileutils/log_file_utils.h"
+
+class SourceFile;
+
+class Rotate : public LogFileUtils {
+public:
+    // -- Start-up (startup.cpp).
+
+    // Makes the directories, checks the file system's capacity, applies the reboot limit, settles
+    // the boot number, finishes what an interrupted run left and applies the size limit. The first
+    // failure ends it; nothing is undone, and the next start repeats all steps. Raises
+    // filesystem_error if the archive or the syslog directory cannot be read.
+    [[nodiscard]] bool Init();
+
+    // Sets the boot number to one above the highest in the archive. Raises as GetBootNumRange does.
+    [[nodiscard]] bool SetBootNum();
+
+    // Deletes compressed leftovers (.xz) from the syslog directory and archives interrupted ones
+    // (.tmp). Raises filesystem_error if the directory cannot be read.
+    [[nodiscard]] bool CleanUpTempFiles();
+
+    // -- The check cycle (check_cycle.cpp).
+
+    // One cycle: archives the highest rotation, or else a live log of more than 10 MiB, or nothing.
+    [[nodiscard]] bool CheckLogs();
+
+    // The greatest name in `files` that is a rotation's; empty if none is.
+    [[nodiscard]] std::string GetLastSyslogdRotation(std::set<std::string>& files) const;
+
+    // Archives the rotation behind which syslogd has no further name, with syslogd stopped. On
+    // failure syslogd stays stopped.
+    [[nodiscard]] bool ArchiveMaxSyslogdPfn(const std::filesystem::path& pfn);
+
+    // -- Archiving one file (archive.cpp).
+
+    // Compresses a file with xz, moves the result into the archive, removes the file and applies
+    // the size limit. The live log is first renamed to its ".tmp" name, and syslogd told to reopen.
+    //
+    // The file is removed only after the archive file and its name are safe on disk, and only if it
+    // is the very file that was compressed, unchanged. If syslogd moved it meanwhile, or if it does
+    // not stop changing, it stays for a later cycle, with an Info line, and that is no failure. On
+    // failure the file stays, where it is or under its ".tmp" name, and what xz made may lie beside
+    // it.
+    [[nodiscard]] bool Archive(const std::string& pfn);
+
+    // The bare name that an archive file made now gets; empty if the clock cannot be read.
+    [[nodiscard]] std::string GetArchFn() const;
+
+    // -- Limits (size_limit.cpp, reboot_limit.cpp).
+
+    // Deletes the oldest archive files once they have 1 GiB, until they have 90 % of it. A file
+    // that cannot be removed is passed over. Fails if the archive files are gone and the size is
+    // not reached.
+    [[nodiscard]] bool CheckArchSize();
+
+    // Measures the archive directory afresh. On failure the old measure stays.
+    [[nodiscard]] bool ResetArchDirSize();
+
+    // Fails if the file system of the syslog directory has less than 120 % of 1 GiB in all.
+    [[nodiscard]] bool CheckPermCapacity() const;
+
+    // Deletes the 100 oldest boots if boot numbers 1 to 999 are all in use, then renumbers. Raises
+    // as GetBootNumRange does.
+    [[nodiscard]] bool CheckReboots();
+
+    // Renames the archive files so that the lowest boot number is 1. A failed rename ends it; the
+    // next start goes on from there. Raises as GetBootNumRange does.
+    [[nodiscard]] bool RenumberArchivedFiles();
+
+protected:
+    enum class Outcome { Archived, Failed, Changed, Moved };
+
+    [[nodiscard]] std::filesystem::path GetFreeArchPfe() const;
+    [[nodiscard]] Outcome TryArchive(SourceFile& source, std::filesystem::path& dest);
+    [[nodiscard]] Outcome MoveIntoArchive(const SourceFile& source,
+                                          const std::filesystem::path& dest);
+    [[nodiscard]] bool DeleteOldestUntilLowerMark();
+
+    unsigned int bootNum = 0;       // of this run; in the name of each new archive file
+    unsigned long archDirSize = 0;  // bytes in the archive directory; kept up by arithmetic
+};
+
+// The time since the device started, as a date and time counted from 1970-01-01:
+// "1970-01-01.00:14:07". Returns an empty text on failure and logs a Warning then.
+[[nodiscard]] std::string GetMonotonicClockString();

@@ -1,0 +1,47 @@
+// Start-up: directories, capacity, boot number, and the work that an earlier run left half done.
+#include <vector>
+
+#include "daemon/moraine.h"
+#include "futils/futils.h"
+#include "logging/logging.h"
+#include "rotate/rotate.h"
+
+namespace fs = std::filesystem;
+
+bool Rotate::Init() {
+    if (!Futils::PathExists(Moraine::SyslogPathAbs)) {
+        Log::Warn(
+            "Path '%s' does not exist.  There is a problem with syslog, or a mismatch in "
+            "configurations.",
+            Moraine::SyslogPathAbs.c_str());
+        if (Futils::CreateDir(Moraine::SyslogPathAbs)) return true;
+    }
+    if (CheckPermCapacity()) return true;
+    if (Futils::CreateDir(Moraine::ArchPathAbs)) return true;
+    if (CheckReboots()) return true;  // It renumbers the boots that SetBootNum reads.
+    if (SetBootNum()) return true;
+    if (CleanUpTempFiles()) return true;
+    if (ResetArchDirSize()) return true;
+    return CheckArchSize();
+}
+
+bool Rotate::SetBootNum() {
+    unsigned short minBoot = 999;
+    unsigned short maxBoot = 0;
+    if (GetBootNumRange(minBoot, maxBoot)) return true;
+    bootNum = maxBoot + 1U;
+    return false;
+}
+
+bool Rotate::CleanUpTempFiles() {
+    // Listed first: archiving makes and removes files in the directory that is walked.
+    std::vector<fs::path> entries;
+    for (const fs::directory_entry& entry : fs::directory_iterator(Moraine::SyslogPathAbs)) {
+        entries.push_back(entry.path());
+    }
+    for (const fs::path& pfn : entries) {
+        if (pfn.extension() == Moraine::XzExt && Futils::Remove(pfn)) return true;
+        if (pfn.extension() == Moraine::TmpExt && Archive(pfn)) return true;
+    }
+    return false;
+}

@@ -1,0 +1,194 @@
+#include "tests/support/faults.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <optional>
+#include <utility>
+
+namespace {
+
+struct Fault {
+    int error;
+    int nth;  // 0: every call
+};
+
+std::map<std::string, Fault> faults;
+std::map<std::string, std::function<void()>> actions;
+std::vector<std::string> calls;
+std::optional<timespec> fixedClock;
+unsigned long capacity = 0;
+
+template <typename Function>
+Function* Real(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// True if this call must fail; errno is set then.
+bool MustFail(const std::string& function) {
+    if (const auto action = actions.find(function); action != actions.end()) {
+        const auto run = action->second;
+        actions.erase(action);  // The action's own calls do not come back to it.
+        run();
+        actions.emplace(function, run);
+    }
+    const auto fault = faults.find(function);
+    if (fault == faults.end()) return false;
+    const int error = fault->second.error;
+    if (fault->second.nth > 1) {
+        --fault->second.nth;
+        return false;
+    }
+    if (fault->second.nth == 1) faults.erase(fault);
+    errno = error;
+    return true;
+}
+
+std::string PathOf(int fd) {
+    char target[4096] = {};
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t length = readlink(link.c_str(), target, sizeof target - 1);
+    return length < 0 ? std::to_string(fd) : target;
+}
+
+}  // namespace
+
+void Faults::Fail(const std::string& function, int error, int nth) {
+    faults[function] = {error, nth};
+}
+
+void Faults::Clear() {
+    faults.clear();
+    actions.clear();
+}
+
+void Faults::FixClock(timespec now) {
+    fixedClock = now;
+}
+
+void Faults::ReleaseClock() {
+    fixedClock.reset();
+}
+
+void Faults::SetCapacity(unsigned long bytes) {
+    capacity = bytes;
+}
+
+void Faults::OnCall(const std::string& function, std::function<void()> action) {
+    actions[function] = std::move(action);
+}
+
+std::vector<std::string> Faults::TakeCalls() {
+    return std::exchange(calls, {});
+}
+
+extern "C" {
+
+int clock_gettime(clockid_t clock, timespec* now) noexcept {
+    static auto* const real = Real<int(clockid_t, timespec*)>("clock_gettime");
+    if (clock == CLOCK_MONOTONIC) {
+        if (MustFail("clock_gettime")) return -1;
+        if (fixedClock) {
+            *now = *fixedClock;
+            return 0;
+        }
+    }
+    return real(clock, now);
+}
+
+std::tm* gmtime_r(const std::time_t* time, std::tm* date) noexcept {
+    static auto* const real = Real<std::tm*(const std::time_t*, std::tm*)>("gmtime_r");
+    return MustFail("gmtime_r") ? nullptr : real(time, date);
+}
+
+std::size_t strftime(char* text, std::size_t size, const char* format,
+                     const std::tm* date) noexcept {
+    static auto* const real =
+        Real<std::size_t(char*, std::size_t, const char*, const std::tm*)>("strftime");
+    return MustFail("strftime") ? 0 : real(text, size, format, date);
+}
+
+int fsync(int fd) {
+    static auto* const real = Real<int(int)>("fsync");
+    calls.push_back("fsync " + PathOf(fd));
+    return MustFail("fsync") ? -1 : real(fd);
+}
+
+int rename(const char* from, const char* to) noexcept {
+    static auto* const real = Real<int(const char*, const char*)>("rename");
+    calls.push_back(std::string("rename ") + from + ' ' + to);
+    return MustFail("rename") ? -1 : real(from, to);
+}
+
+int remove(const char* path) noexcept {
+    static auto* const real = Real<int(const char*)>("remove");
+    calls.push_back(std::string("remove ") + path);
+    return MustFail("remove") ? -1 : real(path);
+}
+
+std::FILE* fopen(const char* path, const char* mode) {
+    static auto* const real = Real<std::FILE*(const char*, const char*)>("fopen");
+    return MustFail("fopen") ? nullptr : real(path, mode);
+}
+
+int fclose(std::FILE* stream) {
+    static auto* const real = Real<int(std::FILE*)>("fclose");
+    const bool fails = MustFail("fclose");
+    const int error = errno;
+    const int result = real(stream);
+    if (!fails) return result;
+    errno = error;
+    return EOF;
+}
+
+std::size_t fread(void* items, std::size_t size, std::size_t count, std::FILE* stream) {
+    static auto* const real =
+        Real<std::size_t(void*, std::size_t, std::size_t, std::FILE*)>("fread");
+    return MustFail("fread") ? count - 1 : real(items, size, count, stream);
+}
+
+int fileno(std::FILE* stream) noexcept {
+    static auto* const real = Real<int(std::FILE*)>("fileno");
+    return MustFail("fileno") ? -1 : real(stream);
+}
+
+int fstat(int fd, struct stat* status) noexcept {
+    static auto* const real = Real<int(int, struct stat*)>("fstat");
+    return MustFail("fstat") ? -1 : real(fd, status);
+}
+
+int statvfs(const char* path, struct statvfs* status) noexcept {
+    static auto* const real = Real<int(const char*, struct statvfs*)>("statvfs");
+    if (MustFail("statvfs")) return -1;
+    const int result = real(path, status);
+    if (result == 0 && capacity != 0) {
+        status->f_frsize = 1;
+        status->f_blocks = capacity;
+    }
+    return result;
+}
+
+int nanosleep(const timespec* interval, timespec* rest) {
+    static auto* const real = Real<int(const timespec*, timespec*)>("nanosleep");
+    return MustFail("nanosleep") ? -1 : real(interval, rest);
+}
+
+int kill(pid_t pid, int signal) noexcept {
+    calls.push_back("kill " + std::to_string(pid) + ' ' + std::to_string(signal));
+    return MustFail("kill") ? -1 : 0;
+}
+
+int system(const char* command) {
+    static auto* const real = Real<int(const char*)>("system");
+    calls.push_back(std::string("system ") + command);
+    return MustFail("system") ? -1 : real(command);
+}
+
+}  // extern "C"

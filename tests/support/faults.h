@@ -1,0 +1,35 @@
+// Faults that mounts cannot make: the test program has its own version of some functions of the C
+// library, which fail when told to and else call the real one. The product knows nothing of it.
+#pragma once
+
+#include <ctime>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Faults {
+
+// Lets calls of the function fail with `error` as errno: the `nth` call from now on (1: the next),
+// and no other; 0: every call. Known functions: "clock_gettime" (monotonic clock only), "gmtime_r",
+// "strftime" (returns 0), "fsync", "rename", "remove", "fopen", "fclose", "fread" (one item short),
+// "fileno", "fstat" (fails), "nanosleep", "system" (returns -1).
+void Fail(const std::string& function, int error, int nth = 0);
+
+// Everything works again.
+void Clear();
+
+// Sets the monotonic clock to a fixed reading, or back to the real one.
+void FixClock(timespec now);
+void ReleaseClock();
+
+// What statvfs says a file system has in all, in bytes; 0: the truth.
+void SetCapacity(unsigned long bytes);
+
+// Called at each call of the function, before it does anything. For what happens in between.
+void OnCall(const std::string& function, std::function<void()> action);
+
+// The calls since the last Take, in order: "fsync /path", "rename FROM TO", "remove PATH",
+// "kill PID SIGNAL", "system COMMAND". kill is only recorded, never done.
+std::vector<std::string> TakeCalls();
+
+}  // namespace Faults

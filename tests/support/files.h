@@ -1,0 +1,38 @@
+// Files of a test, and whole folders compared at once.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+// "True means failure" reads as what it means.
+#define EXPECT_SUCCESS(call) EXPECT_FALSE(call) << "reported a failure"
+#define EXPECT_FAILURE(call) EXPECT_TRUE(call) << "reported success"
+#define ASSERT_SUCCESS(call) ASSERT_FALSE(call) << "reported a failure"
+
+// Writes a file, making its folders.
+void WriteFile(const std::filesystem::path& pfn, const std::string& content = "");
+
+// Makes a file that has a size and no blocks.
+void WriteSparseFile(const std::filesystem::path& pfn, unsigned long size);
+
+std::string ReadFile(const std::filesystem::path& pfn);
+
+// The content of an xz file; fails the test if it is not a whole one.
+std::string ReadXzFile(const std::filesystem::path& pfn);
+
+// A text that does not shrink: `bytes` bytes of numbered lines of hexadecimal noise.
+std::string Noise(unsigned long bytes, unsigned seed = 1);
+
+// Bare name to content of every regular file; a folder is "NAME/" with an empty content, a link
+// "NAME@" with its target.
+using Dir = std::map<std::string, std::string>;
+Dir ReadDir(const std::filesystem::path& dir);
+
+#define EXPECT_DIR(path, ...) EXPECT_EQ(ReadDir(path), (Dir __VA_ARGS__))
+
+// Puts an executable shell script called `name` before the machine's programs on PATH, for this
+// process and those it starts.
+void StandIn(const std::string& name, const std::string& script);

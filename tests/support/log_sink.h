@@ -1,0 +1,43 @@
+// Reads log lines where they arrive: at /dev/log, so that priority, tag and text are what a syslog
+// daemon would get.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/syslog.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+struct LogLine {
+    int severity;
+    std::string text;
+
+    bool operator==(const LogLine&) const = default;
+    friend std::ostream& operator<<(std::ostream& out, const LogLine& line) {
+        return out << '<' << line.severity << "> " << line.text;
+    }
+};
+
+using LogLines = std::vector<LogLine>;
+
+class LogSink {
+public:
+    LogSink();
+    ~LogSink();
+    LogSink(const LogSink&) = delete;
+    LogSink& operator=(const LogSink&) = delete;
+
+    // The lines that arrived since the last call, oldest first. Fails the test for a line of
+    // another facility than user or another tag than `tag`.
+    LogLines Take();
+
+    // The datagrams as they arrived since the last call, headers and all.
+    std::vector<std::string> TakeRaw();
+
+    // The tag that lines must carry: this program's name.
+    std::string tag;
+
+private:
+    int fd;
+};

@@ -1,0 +1,18 @@
+// Every test program's main: each run has a private device to itself, in which the fixed paths are
+// real and nothing of the machine can be touched.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "rig/private_device.h"
+
+int main(int argc, char** argv) {
+    const bool onlyLists = argc > 1 && std::strncmp(argv[1], "--gtest_list_tests", 18) == 0;
+    if (!onlyLists) {
+        PrivateDevice::Options options;
+        options.writable = {MORAINE_BINARY_DIR};  // for coverage data
+        PrivateDevice::Enter(options);
+    }
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
