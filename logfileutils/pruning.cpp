@@ -38,9 +38,7 @@ private:
         return failed || filesDeleted >= maxFiles;
     }
 
-    static char PluralLetter(unsigned count) {
-        return count == 1 ? ' ' : 's';
-    }
+    static char PluralLetter(unsigned count) { return count == 1 ? ' ' : 's'; }
 
     const unsigned short maxFiles;
     const unsigned short maxReboots;

@@ -15,14 +15,10 @@ public:
     SourceFile& operator=(const SourceFile&) = delete;
     ~SourceFile();
 
-    const std::filesystem::path& Pfn() const {
-        return pfn;
-    }
+    const std::filesystem::path& Pfn() const { return pfn; }
 
     // 0, or the errno with which opening failed.
-    int OpenError() const {
-        return openError;
-    }
+    int OpenError() const { return openError; }
 
     // Takes the present content as the one that Look compares with.
     void Mark();

@@ -45,9 +45,7 @@ constexpr ByteTable decTable = Inverse(encTable);
 static_assert(Inverse(decTable) == encTable, "encTable must be a permutation of the byte values");
 
 struct CloseStream {
-    void operator()(std::FILE* stream) const {
-        (void)std::fclose(stream);
-    }
+    void operator()(std::FILE* stream) const { (void)std::fclose(stream); }
 };
 using Stream = std::unique_ptr<std::FILE, CloseStream>;
 
