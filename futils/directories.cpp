@@ -1,6 +1,7 @@
 // Creating, measuring and listing directories.
 #include <exception>
 
+#include "futils/directory_walk.h"
 #include "futils/futils.h"
 #include "logging/logging.h"
 
@@ -29,9 +30,8 @@ bool Futils::CreatePath(const std::string& dir) {
 bool Futils::GetDirSize(const fs::path& dir, unsigned long& size) {
     size = 0;
     try {
-        for (const fs::directory_entry& entry : fs::directory_iterator(dir)) {
-            if (entry.is_regular_file()) size += entry.file_size();
-        }
+        DirectoryWalk walk(dir);
+        while (walk.Next()) size += walk.RegularFileSize().value_or(0);
     } catch (const std::exception& e) {
         size = 0;
         Log::Error("GetDirSize failure on %s: %s", dir.c_str(), e.what());
@@ -43,8 +43,9 @@ bool Futils::GetDirSize(const fs::path& dir, unsigned long& size) {
 bool Futils::GetFilesInDir(std::set<std::string>& files, const std::string& dir) {
     files.clear();
     try {
-        for (const fs::directory_entry& entry : fs::directory_iterator(dir)) {
-            if (entry.is_regular_file()) files.insert(entry.path().filename().native());
+        DirectoryWalk walk(dir);
+        while (walk.Next()) {
+            if (walk.IsRegularFile()) files.emplace(walk.Name());
         }
     } catch (const std::exception& e) {
         Log::Error("Exception in GetFilesInDir(%s): %s", dir.c_str(), e.what());

@@ -1,5 +1,6 @@
 // Read-only questions about the archive and the syslog directory.
 #include "daemon/moraine.h"
+#include "futils/directory_walk.h"
 #include "futils/futils.h"
 #include "logfileutils/log_file_utils.h"
 
@@ -52,9 +53,10 @@ bool LogFileUtils::GetSyslogStats(SyslogStats_s& stats) const {
 bool LogFileUtils::GetBootNumRange(unsigned short& min, unsigned short& max) const {
     min = 999;
     max = 0;
-    for (const fs::directory_entry& entry : fs::directory_iterator(Moraine::ArchPathAbs)) {
+    DirectoryWalk walk(Moraine::ArchPathAbs);
+    while (walk.Next()) {
         unsigned short bootNum = 0;
-        (void)GetFnBootNum(entry.path().stem(), bootNum);  // A foreign file counts as boot 0.
+        (void)GetFnBootNum(fs::path(walk.Name()).stem(), bootNum);  // A foreign file is of boot 0.
         if (bootNum > max) max = bootNum;
         if (bootNum < min) min = bootNum;
     }

@@ -10,7 +10,7 @@
 #include <set>
 #include <string>
 
-#include "logfileutils/log_file_utils.h"
+#include "../logfileutils/log_file_utils.h"
 
 class SourceFile;
 

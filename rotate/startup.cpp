@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "daemon/moraine.h"
+#include "futils/directory_walk.h"
 #include "futils/futils.h"
 #include "logging/logging.h"
 #include "rotate/rotate.h"
@@ -36,9 +37,8 @@ bool Rotate::SetBootNum() {
 bool Rotate::CleanUpTempFiles() {
     // Listed first: archiving makes and removes files in the directory that is walked.
     std::vector<fs::path> entries;
-    for (const fs::directory_entry& entry : fs::directory_iterator(Moraine::SyslogPathAbs)) {
-        entries.push_back(entry.path());
-    }
+    DirectoryWalk walk(Moraine::SyslogPathAbs);
+    while (walk.Next()) entries.push_back(Moraine::SyslogPathAbs / walk.Name());
     for (const fs::path& pfn : entries) {
         if (pfn.extension() == Moraine::XzExt && Futils::Remove(pfn)) return true;
         if (pfn.extension() == Moraine::TmpExt && Archive(pfn)) return true;

@@ -1,7 +1,7 @@
 // The general utilities, all at once.
 #pragma once
 
-#include "util/elapsed_time.h"
-#include "util/encode.h"
-#include "util/format.h"
-#include "util/parse.h"
+#include "elapsed_time.h"
+#include "encode.h"
+#include "format.h"
+#include "parse.h"

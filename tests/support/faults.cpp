@@ -1,5 +1,6 @@
 #include "tests/support/faults.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -7,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -24,6 +26,8 @@ std::map<std::string, Fault> faults;
 std::map<std::string, std::function<void()>> actions;
 std::vector<std::string> calls;
 std::optional<timespec> fixedClock;
+std::optional<timespec> fixedTimeOfDay;
+bool sleepsAreSkipped = false;
 unsigned long capacity = 0;
 
 template <typename Function>
@@ -58,6 +62,13 @@ std::string PathOf(int fd) {
     return length < 0 ? std::to_string(fd) : target;
 }
 
+// "10.000000000"
+std::string TextOf(const timespec& time) {
+    const std::string nanoseconds = std::to_string(time.tv_nsec);
+    return std::to_string(time.tv_sec) + '.' + std::string(9 - nanoseconds.size(), '0') +
+           nanoseconds;
+}
+
 }  // namespace
 
 void Faults::Fail(const std::string& function, int error, int nth) {
@@ -67,14 +78,27 @@ void Faults::Fail(const std::string& function, int error, int nth) {
 void Faults::Clear() {
     faults.clear();
     actions.clear();
+    calls.clear();
+    ReleaseClock();
+    sleepsAreSkipped = false;
+    capacity = 0;
 }
 
 void Faults::FixClock(timespec now) {
     fixedClock = now;
 }
 
+void Faults::FixTimeOfDay(timespec now) {
+    fixedTimeOfDay = now;
+}
+
 void Faults::ReleaseClock() {
     fixedClock.reset();
+    fixedTimeOfDay.reset();
+}
+
+void Faults::SkipSleeps() {
+    sleepsAreSkipped = true;
 }
 
 void Faults::SetCapacity(unsigned long bytes) {
@@ -99,6 +123,10 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
             *now = *fixedClock;
             return 0;
         }
+    }
+    if (clock == CLOCK_REALTIME && fixedTimeOfDay) {
+        *now = *fixedTimeOfDay;
+        return 0;
     }
     return real(clock, now);
 }
@@ -175,9 +203,28 @@ int statvfs(const char* path, struct statvfs* status) noexcept {
     return result;
 }
 
+DIR* fdopendir(int fd) {
+    static auto* const real = Real<DIR*(int)>("fdopendir");
+    return MustFail("fdopendir") ? nullptr : real(fd);
+}
+
 int nanosleep(const timespec* interval, timespec* rest) {
     static auto* const real = Real<int(const timespec*, timespec*)>("nanosleep");
-    return MustFail("nanosleep") ? -1 : real(interval, rest);
+    calls.push_back("nanosleep " + TextOf(*interval));
+    if (MustFail("nanosleep")) {
+        if (errno == EINTR && rest != nullptr) *rest = {interval->tv_sec - 1, interval->tv_nsec};
+        return -1;
+    }
+    return sleepsAreSkipped ? 0 : real(interval, rest);
+}
+
+void syslog(int priority, const char* format, ...) {
+    static auto* const real = Real<void(int, const char*, va_list)>("vsyslog");
+    (void)MustFail("syslog");
+    va_list args;
+    va_start(args, format);
+    real(priority, format, args);
+    va_end(args);
 }
 
 int kill(pid_t pid, int signal) noexcept {

@@ -12,24 +12,31 @@ namespace Faults {
 // Lets calls of the function fail with `error` as errno: the `nth` call from now on (1: the next),
 // and no other; 0: every call. Known functions: "clock_gettime" (monotonic clock only), "gmtime_r",
 // "strftime" (returns 0), "fsync", "rename", "remove", "fopen", "fclose", "fread" (one item short),
-// "fileno", "fstat" (fails), "nanosleep", "system" (returns -1).
+// "fileno", "fstat", "fdopendir" (a directory cannot be listed), "nanosleep" (of an interval that is
+// interrupted, EINTR, one second has passed), "system" (returns -1).
 void Fail(const std::string& function, int error, int nth = 0);
 
-// Everything works again.
+// Everything works again, clocks and sleeps included, and no call is recorded.
 void Clear();
 
-// Sets the monotonic clock to a fixed reading, or back to the real one.
+// Sets the monotonic clock or the time of day to a fixed reading, or both back to the real ones.
 void FixClock(timespec now);
+void FixTimeOfDay(timespec now);
 void ReleaseClock();
+
+// From now on nanosleep only says that it slept.
+void SkipSleeps();
 
 // What statvfs says a file system has in all, in bytes; 0: the truth.
 void SetCapacity(unsigned long bytes);
 
-// Called at each call of the function, before it does anything. For what happens in between.
+// Called at each call of the function, before it does anything. For what happens in between. Known
+// functions: those that can fail, and "syslog".
 void OnCall(const std::string& function, std::function<void()> action);
 
 // The calls since the last Take, in order: "fsync /path", "rename FROM TO", "remove PATH",
-// "kill PID SIGNAL", "system COMMAND". kill is only recorded, never done.
+// "kill PID SIGNAL", "system COMMAND", "nanosleep SECONDS.NANOSECONDS". kill is only recorded, never
+// done.
 std::vector<std::string> TakeCalls();
 
 }  // namespace Faults

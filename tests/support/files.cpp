@@ -70,9 +70,13 @@ Dir ReadDir(const fs::path& dir) {
     return content;
 }
 
+void WriteScript(const fs::path& pfn, const std::string& script) {
+    WriteFile(pfn, "#!/bin/sh\n" + script + "\n");
+    fs::permissions(pfn, fs::perms::owner_all);
+}
+
 void StandIn(const std::string& name, const std::string& script) {
     const fs::path folder = "/stand-in";
-    WriteFile(folder / name, "#!/bin/sh\n" + script + "\n");
-    fs::permissions(folder / name, fs::perms::owner_all);
+    WriteScript(folder / name, script);
     setenv("PATH", (folder.string() + ":/usr/sbin:/usr/bin:/sbin:/bin").c_str(), 1);
 }

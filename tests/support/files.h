@@ -33,6 +33,9 @@ Dir ReadDir(const std::filesystem::path& dir);
 
 #define EXPECT_DIR(path, ...) EXPECT_EQ(ReadDir(path), (Dir __VA_ARGS__))
 
+// Writes an executable shell script.
+void WriteScript(const std::filesystem::path& pfn, const std::string& script);
+
 // Puts an executable shell script called `name` before the machine's programs on PATH, for this
 // process and those it starts.
 void StandIn(const std::string& name, const std::string& script);
