@@ -10,12 +10,13 @@
 
 namespace {
 
-// Runs a step of the engine. An exception that leaves it counts as its failure.
-bool HasFailed(Rotate& rotate, bool (Rotate::*step)()) {
+// Runs a step of the engine. Returns true if it fails; an exception that leaves it is a failure,
+// too.
+bool StepFails(Rotate& rotate, bool (Rotate::*step)(), const char* name) {
     try {
         return (rotate.*step)();
     } catch (const std::exception& e) {
-        Log::Error("%s failure, reason: %s", Moraine::Name.c_str(), e.what());
+        Log::Error("Exception in %s: %s", name, e.what());
         return true;
     }
 }
@@ -29,9 +30,10 @@ int main() {
     InstallStopSignals();
 
     Rotate rotate;
-    if (HasFailed(rotate, &Rotate::Init)) {
+    if (StepFails(rotate, &Rotate::Init, "start-up")) {
         Log::Error("%s could not initialize logging rotation subsystem and will now exit.",
                    Moraine::Name.c_str());
+        LogCaughtSignals();
         return 1;
     }
 
@@ -43,16 +45,14 @@ int main() {
         LogCaughtSignals();
         // The cycle also runs after a stop signal: what waits is archived before the device goes
         // down.
-        if (HasFailed(rotate, &Rotate::CheckLogs)) {
+        if (StepFails(rotate, &Rotate::CheckLogs, "check cycle")) {
             BlockStopSignals();
             ExitCode = 1;
             MainRunning = false;
         }
-        LogCaughtSignals();
     }
 
     BlockStopSignals();
-    LogCaughtSignals();
     const int exitCode = ExitCode;
     Log::Info("%s exiting with code: %d", Moraine::Name.c_str(), exitCode);
     return exitCode;

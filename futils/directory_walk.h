@@ -1,6 +1,6 @@
 // One pass over a directory, by the C library's own calls: a listing already tells the kind of most
-// entries, and sizes are asked relative to the open directory. A check cycle on an idle device
-// costs half the system calls of std::filesystem's iterator.
+// entries, and sizes are asked relative to the open directory. An idle check cycle costs two system
+// calls less than with std::filesystem's iterator, and a large archive is measured in less time.
 #pragma once
 
 #include <dirent.h>

@@ -35,7 +35,8 @@ bool Futils::Remove(const fs::path& pfn) {
 bool Futils::Sync(const fs::path& pfn) {
     const int fd = open(pfn.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0 && errno == ENOENT) return false;
-    const bool failed = fd < 0 || fsync(fd) != 0;
+    // EINVAL: the file system has nothing to sync this kind of file with.
+    const bool failed = fd < 0 || (fsync(fd) != 0 && errno != EINVAL);
     if (failed) Log::Error("Unable to sync %s: %s", pfn.c_str(), strerror(errno));
     if (fd >= 0) (void)close(fd);  // Nothing was written through it.
     return failed;

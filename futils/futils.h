@@ -22,7 +22,8 @@ namespace Futils {
 [[nodiscard]] bool Remove(const std::filesystem::path& pfn);
 
 // Makes what was written to a file or directory survive a loss of power. A path that does not exist
-// has nothing to lose and is a success. Returns true on failure. Logs an Error line then.
+// has nothing to lose and is a success; so is one whose file system cannot sync it. Returns true on
+// failure. Logs an Error line then.
 [[nodiscard]] bool Sync(const std::filesystem::path& pfn);
 
 // Predicates: true if the path is a directory or a regular file; links are followed. A path that

@@ -17,24 +17,6 @@ constexpr unsigned short NoLimit = 65535;
 
 }  // namespace
 
-int LogFileUtils::FillArchiveDownload(bool tarExists, bool oldest, unsigned short maxFiles,
-                                      unsigned short maxBootNums) {
-    std::set<std::string> names;
-    if (Futils::GetFilesInDir(names, Moraine::ArchPathAbs)) return -1;
-    if (names.empty()) return 0;
-
-    Log::Info(
-        "Filling log download tarball with archive files. Adding %s %u files, or %u boot numbers "
-        "at most.",
-        oldest ? "oldest" : "newest", maxFiles, maxBootNums);
-    const int packed =
-        oldest ? FillArchDl(tarExists, names.cbegin(), names.cend(), maxFiles, maxBootNums)
-               : FillArchDl(tarExists, names.crbegin(), names.crend(), maxFiles, maxBootNums);
-    if (packed == -1) return -1;
-    Log::Info("Log download file packed with %d logs.", packed);
-    return packed;
-}
-
 template <typename Iterator>
 int LogFileUtils::FillArchDl(bool tarExists, Iterator name, Iterator end, unsigned short maxFiles,
                              unsigned short maxBootNums) {
@@ -53,6 +35,32 @@ int LogFileUtils::FillArchDl(bool tarExists, Iterator name, Iterator end, unsign
         if (AddFileToTarballAfterCheckingLimits(*name, bootNum)) return -1;
     }
     return dlFiles;
+}
+
+// For programs that derive from the class, too: they see no more than the declaration.
+using Names = std::set<std::string>;
+template int LogFileUtils::FillArchDl(bool, Names::const_iterator, Names::const_iterator,
+                                      unsigned short, unsigned short);
+template int LogFileUtils::FillArchDl(bool, Names::const_reverse_iterator,
+                                      Names::const_reverse_iterator, unsigned short,
+                                      unsigned short);
+
+int LogFileUtils::FillArchiveDownload(bool tarExists, bool oldest, unsigned short maxFiles,
+                                      unsigned short maxBootNums) {
+    std::set<std::string> names;
+    if (Futils::GetFilesInDir(names, Moraine::ArchPathAbs)) return -1;
+    if (names.empty()) return 0;
+
+    Log::Info(
+        "Filling log download tarball with archive files. Adding %s %u files, or %u boot numbers "
+        "at most.",
+        oldest ? "oldest" : "newest", maxFiles, maxBootNums);
+    const int packed =
+        oldest ? FillArchDl(tarExists, names.cbegin(), names.cend(), maxFiles, maxBootNums)
+               : FillArchDl(tarExists, names.crbegin(), names.crend(), maxFiles, maxBootNums);
+    if (packed == -1) return -1;
+    Log::Info("Log download file packed with %d logs.", packed);
+    return packed;
 }
 
 bool LogFileUtils::AddFileToTarballAfterCheckingLimits(const std::string& name,

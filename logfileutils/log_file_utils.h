@@ -5,11 +5,10 @@
 // once. Directories are those of daemon/moraine.h. Sizes are bytes.
 #pragma once
 
+#include <ctime>
 #include <filesystem>
 #include <set>
 #include <string>
-
-#include <ctime>
 
 struct SyslogStats_s {
     unsigned long size;      // of the live log; 0 if there is none

@@ -12,7 +12,8 @@
 //
 // Ascending byte order of archive names is oldest first, up to boot number 999. The predicates are
 // deliberately wide: an archive file is all that begins with the stem and ends in ".xz", a rotation
-// all that has "txt" as its last but one field. Archive names are built in rotate/archive.cpp.
+// all that has "txt" as its last but one field. So a ".tmp" file that could not be archived counts
+// as a rotation, and the next check cycle takes it. Archive names are built in rotate/archive.cpp.
 #include "logfileutils/log_file_utils.h"
 
 #include <vector>

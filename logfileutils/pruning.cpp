@@ -48,7 +48,7 @@ private:
 };
 
 template <typename Iterator>
-void Walk(PruningWalk walk, Iterator name, Iterator end) {
+void Walk(PruningWalk& walk, Iterator name, Iterator end) {
     while (name != end && !walk.Visit(*name)) ++name;
 }
 
@@ -60,7 +60,7 @@ bool LogFileUtils::DeleteArchiveFiles(bool oldestFirst, unsigned short maxFiles,
     if (Futils::GetFilesInDir(names, Moraine::ArchPathAbs)) return true;
     if (maxFiles == 0 || maxReboots == 0) return false;
 
-    const PruningWalk walk(maxFiles, maxReboots);
+    PruningWalk walk(maxFiles, maxReboots);
     if (oldestFirst) {
         Walk(walk, names.cbegin(), names.cend());
     } else {

@@ -3,6 +3,7 @@
 #include "futils/directory_walk.h"
 #include "futils/futils.h"
 #include "logfileutils/log_file_utils.h"
+#include "util/elapsed_time.h"
 
 namespace fs = std::filesystem;
 
@@ -17,12 +18,6 @@ bool CountFiles(unsigned short& count, const fs::path& dir, bool (*accepts)(cons
         if (accepts(name)) ++count;
     }
     return false;
-}
-
-timespec MonotonicNow() {
-    timespec now{};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);  // It cannot fail for this clock.
-    return now;
 }
 
 }  // namespace
@@ -40,13 +35,13 @@ bool LogFileUtils::GetNumSyslogRots(unsigned short& count) const {
 }
 
 bool LogFileUtils::GetSyslogStats(SyslogStats_s& stats) const {
-    stats = {.size = 0, .timeStamp = MonotonicNow(), .numRots = 0};
+    stats = {.size = 0, .timeStamp = Util::MonotonicNow(), .numRots = 0};
     if (GetNumSyslogRots(stats.numRots)) return true;
     if (Futils::FileExists(Moraine::SyslogPfe) &&
         Futils::GetFileSize(stats.size, Moraine::SyslogPfe)) {
         return true;
     }
-    stats.timeStamp = MonotonicNow();
+    stats.timeStamp = Util::MonotonicNow();
     return false;
 }
 

@@ -11,6 +11,7 @@
 #include <ctime>
 #include <exception>
 #include <thread>
+#include <utility>
 
 #include "daemon/moraine.h"
 #include "futils/futils.h"
@@ -37,74 +38,59 @@ constexpr Ms BetweenNameChecks(100);
 // was renamed under it.
 constexpr Ms UntilSyslogdReopened(1500);
 
-fs::path CompressedPfe(const SourceFile& source) {
-    return source.Pfn().native() + Moraine::XzExt.native();
-}
-
-// Waits out the time in which syslogd may still write to a log that was taken away from it.
-void WaitForSyslogd(const SourceFile& source) {
-    const Ms rest = UntilSyslogdReopened - Ms(source.MsSinceTouched());
-    std::this_thread::sleep_for(std::clamp(rest, Ms(0), UntilSyslogdReopened));
-}
-
-bool TakeLiveLog(const std::string& pfn, const std::string& tmpPfe, const LogFileUtils& catalogue) {
-    if (Futils::Rename(pfn, tmpPfe)) return true;
-    catalogue.SendSigHupToSyslog();
-    return false;
-}
-
 }  // namespace
 
-bool Rotate::Archive(const std::string& pfn) {
-    const bool isLiveLog = fs::path(pfn) == Moraine::SyslogPfe;
-    const std::string tmpPfe = pfn + Moraine::TmpExt.native();
-    // Taking the live log would replace one whose archiving was interrupted. That one goes first.
-    if (isLiveLog && Futils::FileExists(tmpPfe)) return Archive(tmpPfe);
+class Rotate::Archiving {
+public:
+    enum class Outcome { Archived, Failed, Changed, Moved };
 
-    ElapsedTime stopwatch(100.0);
-    fs::path dest = GetFreeArchPfe();
-    if (dest.empty()) return true;
-    if (isLiveLog && TakeLiveLog(pfn, tmpPfe, *this)) return true;
+    Archiving(Rotate& rotate, const std::string& pfn, fs::path dest)
+        : rotate(rotate),
+          source(pfn),
+          compressed(pfn + Moraine::XzExt.native()),
+          dest(std::move(dest)) {}
 
-    SourceFile source(isLiveLog ? tmpPfe : pfn);
-    Log::Debug("Archiving '%s'.", source.Pfn().filename().c_str());
-    Outcome outcome = Outcome::Changed;
-    for (int i = 0; i < MaxAttempts && outcome == Outcome::Changed; ++i) {
-        outcome = TryArchive(source, dest);
-    }
+    // Compresses the source and moves the result into the archive. After another outcome than
+    // Archived the source is where it was.
+    Outcome Try();
 
-    if (outcome == Outcome::Failed) return true;
-    if (outcome == Outcome::Archived) {
-        Log::Info("Archived '%s' to '%s' in %.1f seconds.", pfn.c_str(), dest.c_str(),
-                  stopwatch.GetMsElapsed() / 1000.0);
-        return CheckArchSize();
-    }
-    Log::Info("'%s' was %s while it was compressed.  A later cycle will archive it.", pfn.c_str(),
-              outcome == Outcome::Moved ? "moved" : "written to");
-    (void)Futils::Remove(CompressedPfe(source));  // What stays goes at the next start.
-    return false;
-}
+    // Removes what xz made of a source that was not archived.
+    void DropCopy() const;
 
-// Compresses the source and moves the result to `dest`, or to a later name if that has been taken.
-Rotate::Outcome Rotate::TryArchive(SourceFile& source, fs::path& dest) {
+    // The archive file.
+    const fs::path& Dest() const { return dest; }
+
+private:
+    Outcome MoveIntoArchive();
+    Outcome RemoveSource(unsigned long archivedSize);
+    void WaitForSyslogd() const;
+    static Outcome OutcomeOf(SourceFile::State state);
+
+    Rotate& rotate;
+    SourceFile source;
+    const fs::path compressed;
+    fs::path dest;
+};
+
+Rotate::Archiving::Outcome Rotate::Archiving::Try() {
     source.Mark();
     if (Futils::System("xz -fk " + source.Pfn().native())) return Outcome::Failed;
     if (source.OpenError() != 0) {
         Log::Error("Unable to open %s: %s", source.Pfn().c_str(), strerror(source.OpenError()));
         return Outcome::Failed;
     }
-    if (source.Pfn().extension() == Moraine::TmpExt) WaitForSyslogd(source);
+    if (source.Pfn().extension() == Moraine::TmpExt) WaitForSyslogd();
 
-    const SourceFile::State state = source.Look();
-    if (state == SourceFile::State::Changed) return Outcome::Changed;
-    if (state == SourceFile::State::Moved) return Outcome::Moved;
-
-    if (Futils::FileExists(dest)) dest = GetFreeArchPfe();
-    return dest.empty() ? Outcome::Failed : MoveIntoArchive(source, dest);
+    const Outcome soFar = OutcomeOf(source.Look());
+    return soFar == Outcome::Archived ? MoveIntoArchive() : soFar;
 }
 
-Rotate::Outcome Rotate::MoveIntoArchive(const SourceFile& source, const fs::path& dest) {
-    const fs::path compressed = CompressedPfe(source);
+Rotate::Archiving::Outcome Rotate::Archiving::MoveIntoArchive() {
+    // The name was free before xz ran; a stranger may have taken it since.
+    if (Futils::FileExists(dest)) dest = rotate.GetFreeArchPfe();
+    if (dest.empty()) return Outcome::Failed;
+
+    // If xz has made nothing, it is the rename that says so.
     if (Futils::Sync(compressed) || Futils::Rename(compressed, dest)) return Outcome::Failed;
     unsigned long size = 0;
     try {
@@ -113,9 +99,12 @@ Rotate::Outcome Rotate::MoveIntoArchive(const SourceFile& source, const fs::path
         Log::Error("Unable to get %s size, reason: %s", dest.filename().c_str(), e.what());
         return Outcome::Failed;
     }
-    archDirSize += size;
+    rotate.archDirSize += size;
     if (Futils::Sync(Moraine::ArchPathAbs)) return Outcome::Failed;
+    return RemoveSource(size);
+}
 
+Rotate::Archiving::Outcome Rotate::Archiving::RemoveSource(unsigned long archivedSize) {
     const SourceFile::State state = source.Look();
     if (state == SourceFile::State::Deleted) return Outcome::Archived;
     if (state == SourceFile::State::Same) {
@@ -123,8 +112,62 @@ Rotate::Outcome Rotate::MoveIntoArchive(const SourceFile& source, const fs::path
     }
     // Syncing took so long that the source was written to or moved. It is archived again.
     if (Futils::Remove(dest)) return Outcome::Failed;
-    archDirSize -= size;
-    return state == SourceFile::State::Changed ? Outcome::Changed : Outcome::Moved;
+    rotate.archDirSize -= archivedSize;
+    return OutcomeOf(state);
+}
+
+void Rotate::Archiving::WaitForSyslogd() const {
+    const Ms rest = UntilSyslogdReopened - Ms(source.MsSinceTouched());
+    std::this_thread::sleep_for(std::clamp(rest, Ms(0), UntilSyslogdReopened));
+}
+
+void Rotate::Archiving::DropCopy() const {
+    (void)Futils::Remove(compressed);  // What stays goes at the next start.
+}
+
+// A source that was deleted for good is kept by archiving what was compressed of it.
+Rotate::Archiving::Outcome Rotate::Archiving::OutcomeOf(SourceFile::State state) {
+    switch (state) {
+        case SourceFile::State::Changed:
+            return Outcome::Changed;
+        case SourceFile::State::Moved:
+            return Outcome::Moved;
+        default:
+            return Outcome::Archived;
+    }
+}
+
+bool Rotate::Archive(const std::string& pfn) {
+    const bool isLiveLog = fs::path(pfn) == Moraine::SyslogPfe;
+    const std::string tmpPfe = pfn + Moraine::TmpExt.native();
+    // Taking the live log would replace one whose archiving was interrupted. That one goes first.
+    if (isLiveLog && Futils::FileExists(tmpPfe)) return Archive(tmpPfe);
+
+    ElapsedTime stopwatch(100.0);
+    const fs::path dest = GetFreeArchPfe();
+    if (dest.empty()) return true;
+    if (isLiveLog) {
+        if (Futils::Rename(pfn, tmpPfe)) return true;
+        SendSigHupToSyslog();
+    }
+    const fs::path source = isLiveLog ? tmpPfe : pfn;
+    Log::Debug("Archiving '%s'.", source.filename().c_str());
+
+    using Outcome = Archiving::Outcome;
+    Archiving archiving(*this, source, dest);
+    Outcome outcome = archiving.Try();
+    for (int i = 1; i < MaxAttempts && outcome == Outcome::Changed; ++i) outcome = archiving.Try();
+
+    if (outcome == Outcome::Failed) return true;
+    if (outcome == Outcome::Archived) {
+        Log::Info("Archived '%s' to '%s' in %.1f seconds.", pfn.c_str(), archiving.Dest().c_str(),
+                  stopwatch.GetMsElapsed() / 1000.0);
+        return CheckArchSize();
+    }
+    archiving.DropCopy();
+    Log::Info("'%s' was %s while it was compressed.  A later cycle will archive it.", pfn.c_str(),
+              outcome == Outcome::Moved ? "moved" : "written to");
+    return false;
 }
 
 fs::path Rotate::GetFreeArchPfe() const {
@@ -162,7 +205,7 @@ std::string GetMonotonicClockString() {
     }
     char text[64] = {};
     if (std::strftime(text, sizeof text - 1, "%Y-%m-%d.%H:%M:%S", &date) == 0) {
-        Log::Warn("gmtime_r() failure.");  // Known by this text for as long as it can happen.
+        Log::Warn("gmtime_r() failure.");  // strftime it was; the text is the known one.
         return {};
     }
     return text;

@@ -13,6 +13,13 @@ constexpr unsigned short MaxBootNum = 999;
 constexpr unsigned short BootsDeletedAtOnce = 100;
 constexpr unsigned short AnyNumberOfFiles = 65535;
 
+// What follows the boot number. That has four digits after a foreign file in the archive kept the
+// numbers from being brought down.
+std::string RestOfName(const std::string& name) {
+    const std::size_t bootNumber = Moraine::SyslogFn.native().size() + 1;
+    return name.substr(name.find('.', bootNumber));
+}
+
 }  // namespace
 
 bool Rotate::CheckReboots() {
@@ -33,9 +40,6 @@ bool Rotate::CheckReboots() {
 // still to be renamed. Names that this system did not write may break that rule: one whose new name
 // is taken is left alone.
 bool Rotate::RenumberArchivedFiles() {
-    // Behind the stem, a dot and three digits.
-    static const auto ExtPos = static_cast<unsigned char>(Moraine::SyslogFn.native().size() + 4);
-
     unsigned short minBoot = MaxBootNum;
     unsigned short maxBoot = 0;
     if (GetBootNumRange(minBoot, maxBoot)) return true;
@@ -54,7 +58,7 @@ bool Rotate::RenumberArchivedFiles() {
         }
         const auto newNumber = static_cast<unsigned>(bootNumber - minBoot + 1);
         const std::string newName =
-            Moraine::SyslogFn.native() + Util::Format(".%03u", newNumber) + name.substr(ExtPos);
+            Moraine::SyslogFn.native() + Util::Format(".%03u", newNumber) + RestOfName(name);
         const std::filesystem::path newPfe = Moraine::ArchPathAbs / newName;
         if (Futils::FileExists(newPfe)) {
             Log::Warn("'%s' keeps its boot number, because '%s' exists.", name.c_str(),

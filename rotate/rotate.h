@@ -12,8 +12,6 @@
 
 #include "../logfileutils/log_file_utils.h"
 
-class SourceFile;
-
 class Rotate : public LogFileUtils {
 public:
     // -- Start-up (startup.cpp).
@@ -48,11 +46,11 @@ public:
     // Compresses a file with xz, moves the result into the archive, removes the file and applies
     // the size limit. The live log is first renamed to its ".tmp" name, and syslogd told to reopen.
     //
-    // The file is removed only after the archive file and its name are safe on disk, and only if it
-    // is the very file that was compressed, unchanged. If syslogd moved it meanwhile, or if it does
-    // not stop changing, it stays for a later cycle, with an Info line, and that is no failure. On
-    // failure the file stays, where it is or under its ".tmp" name, and what xz made may lie beside
-    // it.
+    // The file is removed only after the archive file and its name are safe on disk, and only if
+    // its path still names the very file that was compressed, unchanged. If syslogd moved it
+    // meanwhile, or if it does not stop changing, it stays for a later cycle, with an Info line,
+    // and that is no failure. On failure the file stays, where it is or under its ".tmp" name, and
+    // what xz made may lie beside it.
     [[nodiscard]] bool Archive(const std::string& pfn);
 
     // The bare name that an archive file made now gets; empty if the clock cannot be read.
@@ -80,12 +78,9 @@ public:
     [[nodiscard]] bool RenumberArchivedFiles();
 
 protected:
-    enum class Outcome { Archived, Failed, Changed, Moved };
+    class Archiving;  // of one file (archive.cpp)
 
     [[nodiscard]] std::filesystem::path GetFreeArchPfe() const;
-    [[nodiscard]] Outcome TryArchive(SourceFile& source, std::filesystem::path& dest);
-    [[nodiscard]] Outcome MoveIntoArchive(const SourceFile& source,
-                                          const std::filesystem::path& dest);
     [[nodiscard]] bool DeleteOldestUntilLowerMark();
 
     unsigned int bootNum = 0;       // of this run; in the name of each new archive file

@@ -7,6 +7,8 @@
 #include <ctime>
 #include <utility>
 
+#include "util/elapsed_time.h"
+
 namespace {
 
 bool SameTime(const timespec& a, const timespec& b) {
@@ -47,6 +49,5 @@ double SourceFile::MsSinceTouched() const {
     timespec clock{};
     (void)fstat(fd, &now);
     (void)clock_gettime(CLOCK_REALTIME, &clock);
-    return static_cast<double>(clock.tv_sec - now.st_ctim.tv_sec) * 1000 +
-           static_cast<double>(clock.tv_nsec - now.st_ctim.tv_nsec) / 1000000;
+    return Util::GetElapsedSec(clock, now.st_ctim) * 1000;
 }

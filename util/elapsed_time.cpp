@@ -7,12 +7,6 @@
 
 namespace {
 
-timespec Now() {
-    timespec now{};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);  // It cannot fail for this clock.
-    return now;
-}
-
 double MsBetween(const timespec& later, const timespec& earlier) {
     return static_cast<double>(later.tv_sec - earlier.tv_sec) * 1000 +
            static_cast<double>(later.tv_nsec - earlier.tv_nsec) / 1000000;
@@ -24,7 +18,8 @@ double NotNegative(double ms) {
 
 }  // namespace
 
-ElapsedTime::ElapsedTime(double timeoutMs) : timeoutMs(NotNegative(timeoutMs)), start(Now()) {}
+ElapsedTime::ElapsedTime(double timeoutMs)
+    : timeoutMs(NotNegative(timeoutMs)), start(Util::MonotonicNow()) {}
 
 bool ElapsedTime::CheckTimeout() {
     if (timeoutMs > GetMsElapsed()) return false;
@@ -33,7 +28,7 @@ bool ElapsedTime::CheckTimeout() {
 }
 
 void ElapsedTime::ResetTimeout() {
-    start = Now();
+    start = Util::MonotonicNow();
 }
 
 void ElapsedTime::ResetTimeoutMs(double newTimeoutMs) {
@@ -46,7 +41,7 @@ bool ElapsedTime::HasTimedOut() {
 }
 
 double ElapsedTime::GetMsElapsed() {
-    return MsBetween(Now(), start);
+    return MsBetween(Util::MonotonicNow(), start);
 }
 
 void ElapsedTime::PrintMsDiff(const char* /*label*/) {}
@@ -57,6 +52,12 @@ void ElapsedTime::SleepMs(double ms) {
     const auto pauseUs = static_cast<useconds_t>(std::min(ms / 10000.0, MaxPauseUs));
     ElapsedTime wait(ms);
     while (!wait.HasTimedOut()) usleep(pauseUs);
+}
+
+timespec Util::MonotonicNow() {
+    timespec now{};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);  // It cannot fail for this clock.
+    return now;
 }
 
 double Util::GetElapsedSec(timespec later, timespec earlier) {

@@ -39,6 +39,9 @@ protected:
 
 namespace Util {
 
+// The monotonic clock: the time since the device started.
+timespec MonotonicNow();
+
 // Seconds from `earlier` to `later`; 1e-9 if they are equal, so that it may be divided by.
 double GetElapsedSec(timespec later, timespec earlier);
 

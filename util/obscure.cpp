@@ -71,6 +71,7 @@ int WriteSubstituted(std::vector<unsigned char>& bytes, const ByteTable& table,
     for (unsigned char& byte : bytes) byte = table[table[table[byte]]];
     const Stream out(std::fopen(pfn.c_str(), "wb"));
     if (!out) return -1;
+    if (bytes.empty()) return 0;
     (void)std::fwrite(bytes.data(), 1, bytes.size(), out.get());  // Not checked, as declared.
     return 0;
 }

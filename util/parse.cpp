@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <exception>
+#include <utility>
 
 namespace Util {
 
@@ -48,9 +49,11 @@ bool StringToInt(std::string text, int& value, int minimum, int maximum, unsigne
 
     const char* begin = text.c_str();
     char* end = text.data();
-    errno = 0;
+    const int callersErrno = std::exchange(errno, 0);
     const long number = std::strtol(begin, &end, base);
-    if (end == begin || errno == ERANGE) return true;
+    const bool failed = end == begin || errno != 0;
+    errno = callersErrno;
+    if (failed) return true;
 
     if (consumed != nullptr) *consumed = static_cast<unsigned long>(end - begin);
     if (number < minimum || number > maximum) return true;

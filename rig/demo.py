@@ -1,0 +1,175 @@
+"""Floods the system log of a private device and shows what becomes of it. See ./run."""
+from __future__ import annotations
+
+import argparse
+import os
+import shutil
+import signal
+import sys
+import threading
+import time
+from pathlib import Path
+
+import device
+
+RED, GREEN, CYAN = "1;31", "1;32", "36"
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(prog="./run", description=__doc__)
+    parser.add_argument("--duration", type=positive, default=60, help="seconds of flood (60)")
+    parser.add_argument("--rate", type=positive, default=1000, help="lines per second (1000)")
+    parser.add_argument("--rotation-size", type=positive, default=600, metavar="KIB",
+                        help="size at which syslogd rotates its file, in KiB (600)")
+    parser.add_argument("--build", type=Path, default=device.ROOT / "build/release",
+                        help="folder in which the daemon was built")
+    parser.add_argument("--busybox", type=Path, default=device.ROOT / "build/busybox/busybox")
+    parser.add_argument("--only-check-arguments", action="store_true", help=argparse.SUPPRESS)
+    parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
+    return parser.parse_args()
+
+
+def positive(text: str) -> int:
+    if not text.isdecimal() or int(text) == 0:
+        raise argparse.ArgumentTypeError(f"'{text}' is not a whole number above 0")
+    return int(text)
+
+
+class Screen:
+    """Lines that scroll and, on a terminal, a status line below them."""
+
+    def __init__(self) -> None:
+        self.is_live = sys.stdout.isatty() and os.environ.get("TERM", "dumb") != "dumb"
+        self.has_colour = self.is_live and not os.environ.get("NO_COLOR")
+        self._last_status = float("-inf")
+
+    def line(self, text: str, colour: str = "") -> None:
+        if colour and self.has_colour:
+            text = f"\033[{colour}m{text}\033[0m"
+        print(f"\r\033[K{text}" if self.is_live else text, flush=True)
+
+    def status(self, text: str) -> None:
+        if self.is_live:
+            print(f"\r\033[K{text[:shutil.get_terminal_size().columns - 1]}", end="", flush=True)
+        elif time.monotonic() - self._last_status >= 5:
+            self._last_status = time.monotonic()
+            print(text, flush=True)
+
+
+def human(size: float) -> str:
+    for unit in ("B", "kB", "MB"):
+        if size < 1000:
+            break
+        size /= 1000
+    else:
+        unit = "GB"
+    return f"{size:.0f} {unit}" if unit == "B" else f"{size:.1f} {unit}"
+
+
+class Overview:
+    """Sizes and counts of the log's files, from one look at them to the next."""
+
+    def __init__(self) -> None:
+        self._text_sizes: dict[Path, int] = {}
+
+    def describe(self) -> str:
+        counts = dict.fromkeys(device.PLACES, 0)
+        logged = kept = 0
+        for file in device.log_files():
+            try:
+                size = file.path.stat().st_size
+                logged += self._text_size(file, size)
+            except FileNotFoundError:  # renamed or archived meanwhile
+                continue
+            kept += size
+            counts[file.place] += 1
+        return (f"{human(logged)} logged, {human(kept)} on disk | {counts['rotations']} waiting, "
+                f"{counts['archive']} archived")
+
+    def _text_size(self, file: device.LogFile, size: int) -> int:
+        if file.place != "archive":
+            return 0 if file.path.suffix == ".xz" else size
+        if file.path not in self._text_sizes:
+            self._text_sizes[file.path] = file.read().text_size
+        return self._text_sizes[file.path]
+
+
+def demonstrate(arguments: argparse.Namespace, screen: Screen) -> int:
+    """Returns how many lines were written."""
+    enough = threading.Event()
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda *_: enough.set())
+
+    lines, overview = device.DaemonLines(), Overview()
+    flood = device.Flood(arguments.rate)
+    start = time.monotonic()
+
+    def show() -> None:
+        for line in lines.poll():
+            screen.line(line, CYAN)
+        screen.status(f"{time.monotonic() - start:3.0f} s | {flood.written} lines | "
+                      f"{overview.describe()}")
+
+    device.set_rotation_size(arguments.rotation_size)
+    device.syslogd.start()
+    try:
+        device.daemon.start()
+        flood.start()
+        while time.monotonic() - start < arguments.duration and not enough.wait(0.5):
+            show()
+        flood.stop()
+        device.wait_until(lambda: device.has_logged(flood.written), 10)
+        if device.daemon.pid is None:
+            raise RuntimeError("the daemon has ended by itself")
+        screen.line(f"Stopping the daemon after {flood.written} lines.")
+        device.daemon.stop()
+    finally:
+        show()
+        device.syslogd.stop()
+    return flood.written
+
+
+def print_archive(files: list[device.LogFile], screen: Screen) -> None:
+    screen.line(f"\n{'':42}{'size':>10}{'text':>10}{'ratio':>7}{'lines':>9}  numbers")
+    for file in files:
+        numbers = file.numbers
+        span = f"{min(numbers)} to {max(numbers)}" if numbers else ""
+        screen.line(f"{file.path.name:42}{human(file.size):>10}{human(file.text_size):>10}"
+                    f"{file.text_size / max(file.size, 1):7.1f}{len(numbers):9}  {span}"
+                    f"{' (damaged)' if file.damaged else ''}")
+    screen.line("")
+
+
+def print_verdict(verdict: device.Verdict, screen: Screen) -> None:
+    for first, last in verdict.lost[:10]:
+        screen.line(f"lost: {first} to {last}")
+    if verdict.lost:
+        screen.line(f"LOST LINES: {verdict}", RED)
+    else:
+        screen.line(f"NOTHING LOST: {verdict}", GREEN)
+
+
+def main() -> int:
+    arguments = parse_arguments()
+    if arguments.only_check_arguments:
+        return 0
+    if not arguments.inside:
+        argv = ["python3", str(Path(__file__).resolve()), "--inside", *sys.argv[1:]]
+        line = device.command(arguments.build.resolve(), arguments.busybox.resolve(), argv)
+        os.execv(line[0], line)
+
+    screen = Screen()
+    try:
+        written = demonstrate(arguments, screen)
+    except RuntimeError as error:
+        screen.line(f"demo: {error}", RED)
+        return 1
+    files = [file.read() for file in device.log_files()]
+    print_archive(files, screen)
+    verdict = device.judge(written, files)
+    print_verdict(verdict, screen)
+    return 1 if verdict.lost else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
