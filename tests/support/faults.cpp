@@ -62,6 +62,13 @@ std::string PathOf(int fd) {
     return length < 0 ? std::to_string(fd) : target;
 }
 
+void MoveOn(std::optional<timespec>& clock, const timespec& interval) {
+    if (!clock) return;
+    constexpr long Second = 1000000000;
+    const long nanoseconds = clock->tv_nsec + interval.tv_nsec;
+    *clock = {clock->tv_sec + interval.tv_sec + nanoseconds / Second, nanoseconds % Second};
+}
+
 // "10.000000000"
 std::string TextOf(const timespec& time) {
     const std::string nanoseconds = std::to_string(time.tv_nsec);
@@ -203,9 +210,9 @@ int statvfs(const char* path, struct statvfs* status) noexcept {
     return result;
 }
 
-DIR* fdopendir(int fd) {
-    static auto* const real = Real<DIR*(int)>("fdopendir");
-    return MustFail("fdopendir") ? nullptr : real(fd);
+DIR* opendir(const char* path) {
+    static auto* const real = Real<DIR*(const char*)>("opendir");
+    return MustFail("opendir") ? nullptr : real(path);
 }
 
 int nanosleep(const timespec* interval, timespec* rest) {
@@ -215,7 +222,10 @@ int nanosleep(const timespec* interval, timespec* rest) {
         if (errno == EINTR && rest != nullptr) *rest = {interval->tv_sec - 1, interval->tv_nsec};
         return -1;
     }
-    return sleepsAreSkipped ? 0 : real(interval, rest);
+    if (!sleepsAreSkipped) return real(interval, rest);
+    MoveOn(fixedClock, *interval);
+    MoveOn(fixedTimeOfDay, *interval);
+    return 0;
 }
 
 void syslog(int priority, const char* format, ...) {

@@ -12,8 +12,8 @@ namespace Faults {
 // Lets calls of the function fail with `error` as errno: the `nth` call from now on (1: the next),
 // and no other; 0: every call. Known functions: "clock_gettime" (monotonic clock only), "gmtime_r",
 // "strftime" (returns 0), "fsync", "rename", "remove", "fopen", "fclose", "fread" (one item short),
-// "fileno", "fstat", "fdopendir" (a directory cannot be listed), "nanosleep" (of an interval that is
-// interrupted, EINTR, one second has passed), "system" (returns -1).
+// "fileno", "fstat", "statvfs", "opendir", "nanosleep" (of an interval that is interrupted, EINTR,
+// one second has passed), "kill", "system" (returns -1).
 void Fail(const std::string& function, int error, int nth = 0);
 
 // Everything works again, clocks and sleeps included, and no call is recorded.
@@ -24,7 +24,7 @@ void FixClock(timespec now);
 void FixTimeOfDay(timespec now);
 void ReleaseClock();
 
-// From now on nanosleep only says that it slept.
+// From now on nanosleep takes no time, but moves fixed clocks on as if it had.
 void SkipSleeps();
 
 // What statvfs says a file system has in all, in bytes; 0: the truth.
@@ -35,8 +35,8 @@ void SetCapacity(unsigned long bytes);
 void OnCall(const std::string& function, std::function<void()> action);
 
 // The calls since the last Take, in order: "fsync /path", "rename FROM TO", "remove PATH",
-// "kill PID SIGNAL", "system COMMAND", "nanosleep SECONDS.NANOSECONDS". kill is only recorded, never
-// done.
+// "kill PID SIGNAL", "system COMMAND", "nanosleep SECONDS.NANOSECONDS". kill is only recorded,
+// never done.
 std::vector<std::string> TakeCalls();
 
 }  // namespace Faults

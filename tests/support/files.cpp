@@ -18,6 +18,12 @@ void WriteFile(const fs::path& pfn, const std::string& content) {
     ASSERT_TRUE(out.flush()) << pfn;
 }
 
+void AppendToFile(const fs::path& pfn, const std::string& text) {
+    std::ofstream out(pfn, std::ios::binary | std::ios::app);
+    out << text;
+    ASSERT_TRUE(out.flush()) << pfn;
+}
+
 void WriteSparseFile(const fs::path& pfn, unsigned long size) {
     WriteFile(pfn);
     fs::resize_file(pfn, size);

@@ -15,6 +15,9 @@
 // Writes a file, making its folders.
 void WriteFile(const std::filesystem::path& pfn, const std::string& content = "");
 
+// Writes behind what a file holds.
+void AppendToFile(const std::filesystem::path& pfn, const std::string& text);
+
 // Makes a file that has a size and no blocks.
 void WriteSparseFile(const std::filesystem::path& pfn, unsigned long size);
 

@@ -1,12 +1,15 @@
 #include "tests/support/log_sink.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 LogSink::LogSink() : tag(program_invocation_short_name), fd(socket(AF_UNIX, SOCK_DGRAM, 0)) {
     sockaddr_un address{};
@@ -16,23 +19,43 @@ LogSink::LogSink() : tag(program_invocation_short_name), fd(socket(AF_UNIX, SOCK
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         ADD_FAILURE() << "cannot bind /dev/log: " << strerror(errno);
     }
-    // Room for all lines of a test: nobody reads while the code under test runs.
-    const int room = 8 << 20;
-    (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
+    // The socket's queue may be as short as ten lines: a thread of its own empties it, so that the
+    // code under test never waits. Signals are not for that thread.
+    sigset_t all;
+    sigset_t before;
+    (void)sigfillset(&all);
+    (void)pthread_sigmask(SIG_BLOCK, &all, &before);
+    reader = std::thread(&LogSink::KeepReading, this);
+    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 LogSink::~LogSink() {
+    (void)shutdown(fd, SHUT_RDWR);
+    reader.join();
     (void)close(fd);
 }
 
-std::vector<std::string> LogSink::TakeRaw() {
-    std::vector<std::string> datagrams;
+void LogSink::KeepReading() {
+    pollfd arrival{fd, POLLIN, 0};
+    while (poll(&arrival, 1, -1) >= 0 && (arrival.revents & POLLHUP) == 0) {
+        const std::lock_guard lock(mutex);
+        Receive();
+    }
+}
+
+void LogSink::Receive() {
     std::array<char, 65536> datagram;
     for (;;) {
         const ssize_t length = recv(fd, datagram.data(), datagram.size(), MSG_DONTWAIT);
-        if (length < 0) return datagrams;
+        if (length <= 0) return;
         datagrams.emplace_back(datagram.data(), static_cast<std::size_t>(length));
     }
+}
+
+std::vector<std::string> LogSink::TakeRaw() {
+    const std::lock_guard lock(mutex);
+    Receive();
+    return std::exchange(datagrams, {});
 }
 
 // "<PRI>Mmm dd hh:mm:ss TAG: TEXT"

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 #include <sys/syslog.h>
 
+#include <mutex>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 struct LogLine {
@@ -39,5 +41,11 @@ public:
     std::string tag;
 
 private:
+    void KeepReading();
+    void Receive();
+
     int fd;
+    std::mutex mutex;  // guards the datagrams, and their order
+    std::vector<std::string> datagrams;
+    std::thread reader;
 };

@@ -1,0 +1,132 @@
+// DirectoryWalk, on file systems that tell less than the usual ones, and while files come and go.
+#include "futils/directory_walk.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "tests/unit/futils/fixture.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool kindsAreHidden = false;
+int readableEntries = -1;  // before one failure; -1: all
+
+}  // namespace
+
+// A file system need not tell an entry's kind, and a medium can fail halfway.
+extern "C" dirent* readdir(DIR* stream) {
+    static auto* const real = reinterpret_cast<dirent* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir"));
+    if (readableEntries >= 0 && readableEntries-- == 0) {
+        errno = EIO;
+        return nullptr;
+    }
+    dirent* const entry = real(stream);
+    if (entry != nullptr && kindsAreHidden) entry->d_type = DT_UNKNOWN;
+    return entry;
+}
+
+namespace {
+
+class DirectoryWalkTest : public FutilsTest {
+protected:
+    ~DirectoryWalkTest() override {
+        kindsAreHidden = false;
+        readableEntries = -1;
+    }
+
+    // Lets the walk step to the entry of that name.
+    static void StepTo(DirectoryWalk& walk, const std::string& name) {
+        while (walk.Next()) {
+            if (walk.Name() == name) return;
+        }
+        ADD_FAILURE() << "no entry " << name;
+    }
+};
+
+TEST_F(DirectoryWalkTest, MeetsEveryEntryOnceButNeitherItselfNorItsParent) {
+    WriteFile(folder / "file");
+    fs::create_directory(folder / "dir");
+    fs::create_symlink("nowhere", folder / "dangling");
+    WriteFile(folder / ".hidden");
+    WriteFile(folder / "...");
+    std::multiset<std::string> names;
+    DirectoryWalk walk(folder);
+    while (walk.Next()) names.insert(walk.Name());
+    EXPECT_EQ(names, (std::multiset<std::string>{"...", ".hidden", "dangling", "dir", "file"}));
+    EXPECT_FALSE(walk.Next());
+}
+
+TEST_F(DirectoryWalkTest, TellsRegularFilesWhetherTheListingDoesOrNot) {
+    WriteFile(folder / "file", "123");
+    fs::create_symlink("file", folder / "link");
+    fs::create_directory(folder / "dir");
+    fs::create_symlink("dir", folder / "link to dir");
+    fs::create_symlink("nowhere", folder / "dangling");
+    fs::create_symlink("file/x", folder / "dangling below a file");
+    ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+
+    for (const bool hidden : {false, true}) {
+        SCOPED_TRACE(hidden);
+        kindsAreHidden = hidden;
+        std::set<std::string> regular;
+        DirectoryWalk walk(folder);
+        while (walk.Next()) {
+            EXPECT_EQ(walk.RegularFileSize().has_value(), walk.IsRegularFile()) << walk.Name();
+            if (!walk.IsRegularFile()) continue;
+            regular.insert(walk.Name());
+            EXPECT_EQ(walk.RegularFileSize(), 3U);
+        }
+        EXPECT_EQ(regular, (std::set<std::string>{"file", "link"}));
+    }
+}
+
+TEST_F(DirectoryWalkTest, AFileThatWentAwaySinceItWasListedHasNoSize) {
+    WriteFile(folder / "file", "123");
+    DirectoryWalk walk(folder);
+    StepTo(walk, "file");
+    fs::remove(folder / "file");
+    EXPECT_EQ(walk.RegularFileSize(), std::nullopt);
+}
+
+TEST_F(DirectoryWalkTest, AFolderThatIsRenamedMeanwhileIsWalkedOn) {
+    const fs::path dir = folder / "dir";
+    WriteFile(dir / "file", "123");
+    DirectoryWalk walk(dir);
+    StepTo(walk, "file");
+    fs::rename(dir, folder / "new name");
+    EXPECT_EQ(walk.RegularFileSize(), 3U);
+}
+
+TEST_F(DirectoryWalkTest, LeavesNothingOpen) {
+    WriteFile(folder / "file");
+    { DirectoryWalk notWalked(folder); }
+    {
+        DirectoryWalk walk(folder);
+        while (walk.Next()) (void)walk.RegularFileSize();
+    }
+    EXPECT_THROW(DirectoryWalk(folder / "missing"), fs::filesystem_error);
+    ExpectNothingOpen();
+}
+
+TEST_F(DirectoryWalkTest, AMediumErrorHalfwayIsNoEnd) {
+    for (const char* name : {"1", "2", "3"}) WriteFile(folder / name, "1");
+    const std::string reason = WalkReason("cannot read directory", folder, EIO);
+
+    readableEntries = 4;  // Two may be the folder itself and its parent.
+    unsigned long size = 4711;
+    EXPECT_FAILURE(Futils::GetDirSize(folder, size));
+    EXPECT_EQ(size, 0U);
+    ExpectError("GetDirSize failure on /perm/futils: " + reason);
+
+    readableEntries = 4;
+    std::set<std::string> names;
+    EXPECT_FAILURE(Futils::GetFilesInDir(names, folder));
+    EXPECT_FALSE(names.empty());
+    ExpectError("Exception in GetFilesInDir(/perm/futils): " + reason);
+}
+
+}  // namespace

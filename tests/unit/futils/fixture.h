@@ -1,0 +1,47 @@
+// What the tests of the file utilities share: an empty folder, and every log line down to Debug, so
+// that a line too many never goes unnoticed.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include "futils/futils.h"
+#include "logging/logging.h"
+#include "tests/support/faults.h"
+#include "tests/support/files.h"
+#include "tests/support/log_sink.h"
+#include "tests/unit/futils/reason.h"
+
+class FutilsTest : public testing::Test {
+protected:
+    FutilsTest() {
+        Faults::Clear();
+        Logging::SetLogLevel(Logging::SeverityDebug);
+        std::filesystem::remove_all(folder);
+        std::filesystem::create_directories(folder);
+        (void)Faults::TakeCalls();
+    }
+
+    void TearDown() override { ExpectNothingOpen(); }
+
+    void ExpectNoLines() { EXPECT_EQ(log.Take(), LogLines()); }
+    void ExpectLine(int severity, const std::string& text) {
+        EXPECT_EQ(log.Take(), (LogLines{{severity, AsLogged(text)}}));
+    }
+    void ExpectError(const std::string& text) { ExpectLine(LOG_ERR, text); }
+
+    // Expects that no file, folder or stream below the folder is still open.
+    void ExpectNothingOpen() {
+        for (const auto& descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;  // as is the one of this walk
+            const std::string target = std::filesystem::read_symlink(descriptor, gone);
+            EXPECT_FALSE(target.starts_with(folder.native())) << target;
+        }
+    }
+
+    const std::filesystem::path folder = "/perm/futils";
+    LogSink log;
+};

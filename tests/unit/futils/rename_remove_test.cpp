@@ -1,0 +1,201 @@
+// Futils::Rename and Futils::Remove.
+#include <cerrno>
+
+#include "tests/unit/futils/fixture.h"
+#include "tests/unit/futils/mounts.h"
+#include "tests/unit/futils/ordinary_rights.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class RenameTest : public FutilsTest {
+protected:
+    // Expects a failure that is told in one line and moves nothing.
+    void ExpectFailure(const fs::path& from, const fs::path& to) {
+        SCOPED_TRACE(from.string() + " -> " + to.string());
+        const Dir before = ReadDir(folder);
+        EXPECT_FAILURE(Futils::Rename(from, to));
+        ExpectError("Rename failure, reason: " + Reason([&] { fs::rename(from, to); }));
+        EXPECT_EQ(ReadDir(folder), before);
+    }
+};
+
+TEST_F(RenameTest, MovesAFile) {
+    WriteFile(folder / "a", "1");
+    EXPECT_SUCCESS(Futils::Rename(folder / "a", folder / "b"));
+    EXPECT_DIR(folder, {{"b", "1"}});
+    ExpectNoLines();
+}
+
+TEST_F(RenameTest, ReplacesAnExistingFile) {
+    WriteFile(folder / "a", "1");
+    WriteFile(folder / "b", "2");
+    EXPECT_SUCCESS(Futils::Rename(folder / "a", folder / "b"));
+    EXPECT_DIR(folder, {{"b", "1"}});
+    ExpectNoLines();
+}
+
+TEST_F(RenameTest, MovesAFolderWithItsContent) {
+    WriteFile(folder / "a" / "inside", "1");
+    EXPECT_SUCCESS(Futils::Rename(folder / "a", folder / "b"));
+    EXPECT_DIR(folder / "b", {{"inside", "1"}});
+}
+
+TEST_F(RenameTest, MovesALinkAndNotItsTarget) {
+    WriteFile(folder / "target", "1");
+    fs::create_symlink("target", folder / "link");
+    fs::create_symlink("nowhere", folder / "dangling");
+    EXPECT_SUCCESS(Futils::Rename(folder / "link", folder / "link2"));
+    EXPECT_SUCCESS(Futils::Rename(folder / "dangling", folder / "dangling2"));
+    EXPECT_DIR(folder, {{"target", "1"}, {"link2@", "target"}, {"dangling2@", "nowhere"}});
+}
+
+TEST_F(RenameTest, OntoItselfChangesNothing) {
+    WriteFile(folder / "a", "1");
+    EXPECT_SUCCESS(Futils::Rename(folder / "a", folder / "a"));
+    EXPECT_DIR(folder, {{"a", "1"}});
+}
+
+TEST_F(RenameTest, WhatTheFileSystemRefusesIsTold) {
+    WriteFile(folder / "file", "1");
+    WriteFile(folder / "full" / "inside", "2");
+    fs::create_directory(folder / "empty");
+    fs::create_symlink("loop", folder / "loop");
+
+    const std::string tooLong(256, 'n');
+    const struct {
+        const char* from;
+        std::string to;
+    } cases[] = {
+        {"missing", "new"},      {"%s%n", "new"},         {"file", "missing/new"},
+        {"file", "full"},        {"file", "empty"},       {"full", "file"},
+        {"empty", "full"},       {"full", "full/inner"},  {"file", "file/new"},
+        {"file/", "new"},        {"file", "new/"},        {"file/x", "new"},
+        {"loop/x", "new"},       {"file", "loop/new"},    {"file", tooLong},
+        {"missing", "full/new"}, {"full/missing", "new"},
+    };
+    for (const auto& c : cases) ExpectFailure(folder / c.from, folder / c.to);
+    ExpectFailure("", folder / "new");
+    ExpectFailure(folder / "file", "");
+}
+
+TEST_F(RenameTest, ToAnotherFileSystemFails) {
+    WriteFile(folder / "file", "1");
+    fs::create_directory(folder / "other");
+    const Mounted other = Mounted::Tmpfs(folder / "other", "64k");
+    ExpectFailure(folder / "file", folder / "other" / "file");
+}
+
+TEST_F(RenameTest, OnAReadOnlyFileSystemFails) {
+    WriteFile(folder / "file", "1");
+    const Mounted readOnly = Mounted::ReadOnly(folder);
+    ExpectFailure(folder / "file", folder / "new");
+}
+
+TEST_F(RenameTest, OfOrOntoAFileInUseByAMountFails) {
+    WriteFile(folder / "file", "1");
+    WriteFile(folder / "used", "2");
+    const Mounted over = Mounted::Over(folder / "file", folder / "used");
+    ExpectFailure(folder / "used", folder / "new");
+    ExpectFailure(folder / "file", folder / "used");
+}
+
+TEST_F(RenameTest, WithoutPermissionFails) {
+    WriteFile(folder / "file", "1");
+    fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec);
+    const OrdinaryRights ordinary;
+    ExpectFailure(folder / "file", folder / "new");
+}
+
+TEST_F(RenameTest, AMediumErrorIsTold) {
+    WriteFile(folder / "file", "1");
+    Faults::Fail("rename", EIO);
+    ExpectFailure(folder / "file", folder / "new");
+}
+
+class RemoveTest : public FutilsTest {
+protected:
+    // Expects a failure that is told in one line and removes nothing.
+    void ExpectFailure(const fs::path& pfn) {
+        SCOPED_TRACE(pfn);
+        const Dir before = ReadDir(folder);
+        EXPECT_FAILURE(Futils::Remove(pfn));
+        ExpectError("Remove failure for " + pfn.string() + ": " + Reason([&] { fs::remove(pfn); }));
+        EXPECT_EQ(ReadDir(folder), before);
+    }
+};
+
+TEST_F(RemoveTest, TakesJustTheFileThatIsNamed) {
+    WriteFile(folder / "a", "1");
+    WriteFile(folder / "b", "2");
+    EXPECT_SUCCESS(Futils::Remove(folder / "a"));
+    EXPECT_DIR(folder, {{"b", "2"}});
+    ExpectNoLines();
+}
+
+TEST_F(RemoveTest, TakesAnEmptyFolder) {
+    fs::create_directory(folder / "empty");
+    EXPECT_SUCCESS(Futils::Remove(folder / "empty"));
+    EXPECT_DIR(folder, {});
+}
+
+TEST_F(RemoveTest, TakesALinkAndNotItsTarget) {
+    WriteFile(folder / "target", "1");
+    fs::create_symlink("target", folder / "link");
+    fs::create_symlink("nowhere", folder / "dangling");
+    fs::create_symlink("loop", folder / "loop");
+    for (const char* link : {"link", "dangling", "loop"}) {
+        SCOPED_TRACE(link);
+        EXPECT_SUCCESS(Futils::Remove(folder / link));
+    }
+    EXPECT_DIR(folder, {{"target", "1"}});
+    ExpectNoLines();
+}
+
+TEST_F(RemoveTest, OfWhatDoesNotExistIsASilentSuccess) {
+    EXPECT_SUCCESS(Futils::Remove(folder / "missing"));
+    EXPECT_SUCCESS(Futils::Remove(folder / "missing" / "too"));
+    EXPECT_SUCCESS(Futils::Remove(""));
+    ExpectNoLines();
+}
+
+TEST_F(RemoveTest, WhatTheFileSystemRefusesIsTold) {
+    WriteFile(folder / "file", "1");
+    WriteFile(folder / "full" / "inside", "2");
+    fs::create_symlink("loop", folder / "loop");
+    const std::string tooLong(256, 'n');
+    for (const std::string& name : {std::string("full"), std::string("file/x"),
+                                    std::string("file/"), std::string("loop/x"), tooLong}) {
+        ExpectFailure(folder / name);
+    }
+    EXPECT_DIR(folder / "full", {{"inside", "2"}});
+}
+
+TEST_F(RemoveTest, OnAReadOnlyFileSystemFails) {
+    WriteFile(folder / "file", "1");
+    const Mounted readOnly = Mounted::ReadOnly(folder);
+    ExpectFailure(folder / "file");
+}
+
+TEST_F(RemoveTest, OfAFileInUseByAMountFails) {
+    WriteFile(folder / "file", "1");
+    WriteFile(folder / "used", "2");
+    const Mounted over = Mounted::Over(folder / "file", folder / "used");
+    ExpectFailure(folder / "used");
+}
+
+TEST_F(RemoveTest, WithoutPermissionFails) {
+    WriteFile(folder / "file", "1");
+    fs::permissions(folder, fs::perms::owner_read | fs::perms::owner_exec);
+    const OrdinaryRights ordinary;
+    ExpectFailure(folder / "file");
+}
+
+TEST_F(RemoveTest, AMediumErrorIsTold) {
+    WriteFile(folder / "file", "1");
+    Faults::Fail("remove", EIO);
+    ExpectFailure(folder / "file");
+}
+
+}  // namespace

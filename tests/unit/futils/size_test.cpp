@@ -1,0 +1,167 @@
+// Sizes of named files and of streams, and sizes as people read them.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+#include "tests/unit/futils/fixture.h"
+#include "tests/unit/futils/ordinary_rights.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr unsigned long Untouched = 4711;
+
+class NamedFileSizeTest : public FutilsTest {
+protected:
+    void ExpectFailure(const std::string& pfn) {
+        SCOPED_TRACE(pfn);
+        unsigned long size = Untouched;
+        EXPECT_FAILURE(Futils::GetFileSize(size, pfn));
+        EXPECT_EQ(size, 0U);
+        ExpectError("GetFileSize(" + pfn +
+                    ") exception: " + Reason([&] { (void)fs::file_size(pfn); }));
+    }
+};
+
+TEST_F(NamedFileSizeTest, IsThatOfTheFileOrOfALinksTarget) {
+    for (const unsigned long expected : {0UL, 1UL, 4096UL, 15728640UL, 5000000000UL}) {
+        SCOPED_TRACE(expected);
+        WriteSparseFile(folder / "file", expected);
+        if (!fs::exists(folder / "link")) fs::create_symlink("file", folder / "link");
+        for (const char* name : {"file", "link"}) {
+            unsigned long size = Untouched;
+            EXPECT_SUCCESS(Futils::GetFileSize(size, folder / name));
+            EXPECT_EQ(size, expected);
+        }
+    }
+    ExpectNoLines();
+}
+
+TEST_F(NamedFileSizeTest, OfWhatIsNoFileIsAFailure) {
+    WriteFile(folder / "file", "1");
+    fs::create_directory(folder / "dir");
+    fs::create_symlink("dir", folder / "link to dir");
+    fs::create_symlink("nowhere", folder / "dangling");
+    fs::create_symlink("loop", folder / "loop");
+    ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+    for (const char* name : {"missing", "missing/too", "%s%n", "dir", "dir/", "link to dir",
+                             "dangling", "loop", "file/", "file/x", "fifo"}) {
+        ExpectFailure(folder / name);
+    }
+    ExpectFailure("");
+    ExpectFailure("/dev/null");
+    ExpectFailure(folder / std::string(256, 'n'));
+}
+
+TEST_F(NamedFileSizeTest, InAFolderThatMayNotBeSearchedIsAFailure) {
+    WriteFile(folder / "closed" / "file", "1");
+    fs::permissions(folder / "closed", fs::perms::owner_read);
+    const OrdinaryRights ordinary;
+    ExpectFailure(folder / "closed" / "file");
+}
+
+class StreamSizeTest : public FutilsTest {
+protected:
+    void ExpectFailure(std::FILE* stream, const std::string& line) {
+        unsigned long size = Untouched;
+        EXPECT_FAILURE(Futils::GetFileSize(size, stream));
+        EXPECT_EQ(size, 0U);
+        ExpectError(line);
+    }
+};
+
+TEST_F(StreamSizeTest, IsThatOfTheWholeFileWhereverTheStreamStands) {
+    for (const unsigned long expected : {0UL, 1UL, 10UL, 5000000000UL}) {
+        WriteSparseFile(folder / "file", expected);
+        std::FILE* stream = std::fopen((folder / "file").c_str(), "rb");
+        for (const int whence : {SEEK_SET, SEEK_END}) {
+            ASSERT_EQ(std::fseek(stream, 0, whence), 0);
+            const long position = std::ftell(stream);
+            unsigned long size = Untouched;
+            EXPECT_SUCCESS(Futils::GetFileSize(size, stream));
+            EXPECT_EQ(size, expected);
+            EXPECT_EQ(std::ftell(stream), position);
+        }
+        std::fclose(stream);
+    }
+    ExpectNoLines();
+}
+
+TEST_F(StreamSizeTest, OfANullStreamIsASilentFailureThatLeavesTheSizeAlone) {
+    unsigned long size = Untouched;
+    EXPECT_FAILURE(Futils::GetFileSize(size, nullptr));
+    EXPECT_EQ(size, Untouched);
+    ExpectNoLines();
+}
+
+TEST_F(StreamSizeTest, OfAStreamWithoutAFileIsAFailure) {
+    char memory[16] = {};
+    std::FILE* stream = fmemopen(memory, sizeof memory, "r");
+    ExpectFailure(stream, "Stream is invalid in GetFileSize: Bad file descriptor");
+    std::fclose(stream);
+
+    WriteFile(folder / "file", "1");
+    stream = std::fopen((folder / "file").c_str(), "rb");
+    Faults::Fail("fileno", EINVAL, 1);
+    ExpectFailure(stream, "Stream is invalid in GetFileSize: Invalid argument");
+    std::fclose(stream);
+}
+
+TEST_F(StreamSizeTest, OfAFileWhoseStatusCannotBeReadIsAFailure) {
+    WriteFile(folder / "file", "1");
+    std::FILE* stream = std::fopen((folder / "file").c_str(), "rb");
+    Faults::Fail("fstat", EIO, 1);
+    ExpectFailure(stream, "Could not get a file size: Input/output error");
+    (void)close(fileno(stream));
+    ExpectFailure(stream, "Could not get a file size: Bad file descriptor");
+    std::fclose(stream);
+}
+
+TEST(FormatFileSize, GivesTheLargestUnitThatLeavesMoreThanOne) {
+    constexpr unsigned long K = 1024;
+    const struct {
+        unsigned long bytes;
+        const char* text;
+    } cases[] = {
+        {0, "0.000 bytes"},
+        {1, "1.000 bytes"},
+        {2, "2.000 bytes"},
+        {1023, "1023.000 bytes"},
+        {K, "1024.000 bytes"},
+        {K + 1, "1.001 kiB"},
+        {1536, "1.500 kiB"},
+        {10240, "10.000 kiB"},
+        {K * K - 1, "1023.999 kiB"},
+        {K * K, "1024.000 kiB"},
+        {K * K + 1, "1.000 MiB"},
+        {10485760, "10.000 MiB"},
+        {15728640, "15.000 MiB"},
+        {966367641, "921.600 MiB"},
+        {K * K * K, "1024.000 MiB"},
+        {1288490188, "1.200 GiB"},
+        {K * K * K * K, "1024.000 GiB"},
+        {K * K * K * K * 3 / 2, "1.500 TiB"},
+        {K * K * K * K * K, "1024.000 TiB"},
+        {K * K * K * K * K * 2, "2.000 PiB"},
+        {K * K * K * K * K * K, "1024.000 PiB"},
+        {K * K * K * K * K * K * 2, "2048.000 PiB"},
+        {ULONG_MAX, "16384.000 PiB"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(Futils::FormatFileSize(c.bytes), c.text) << c.bytes;
+}
+
+// Above 2^24 bytes a count is rounded to 24 significant bits first, half to even.
+TEST(FormatFileSize, CountsInSinglePrecision) {
+    constexpr unsigned long GiB = 1UL << 30;
+    constexpr unsigned long Step = 128;  // between neighbours just above 1 GiB
+    EXPECT_EQ(Futils::FormatFileSize(GiB + 1), "1024.000 MiB");
+    EXPECT_EQ(Futils::FormatFileSize(GiB + Step / 2), "1024.000 MiB");
+    EXPECT_EQ(Futils::FormatFileSize(GiB + Step / 2 + 1), "1.000 GiB");
+    EXPECT_EQ(Futils::FormatFileSize(GiB - 1), "1024.000 MiB");
+}
+
+}  // namespace

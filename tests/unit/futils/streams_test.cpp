@@ -1,0 +1,107 @@
+// Futils::Open and Futils::CloseFile.
+#include <cerrno>
+#include <cstring>
+
+#include "tests/unit/futils/fixture.h"
+#include "tests/unit/futils/mounts.h"
+#include "tests/unit/futils/ordinary_rights.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class StreamTest : public FutilsTest {
+protected:
+    void ExpectOpenFails(const std::string& pfn, const std::string& mode, int error) {
+        SCOPED_TRACE(pfn + ' ' + mode);
+        EXPECT_EQ(Futils::Open(pfn, mode), nullptr);
+        ExpectError("Unable to open " + pfn + " (mode " + mode + "): " + strerror(error));
+    }
+
+    static void Write(const std::string& pfn, const std::string& mode, const std::string& text) {
+        std::FILE* stream = Futils::Open(pfn, mode);
+        ASSERT_NE(stream, nullptr);
+        EXPECT_GE(std::fputs(text.c_str(), stream), 0);
+        EXPECT_SUCCESS(Futils::CloseFile(stream));
+    }
+};
+
+TEST_F(StreamTest, TheModeIsTheCLibrarys) {
+    Write(folder / "a", "wb", "old");
+    Write(folder / "a", "w", "1");
+    Write(folder / "a", "ab", "2");
+    std::FILE* stream = Futils::Open(folder / "a", "rb");
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(std::fgetc(stream), '1');
+    EXPECT_EQ(std::fputc('x', stream), EOF);
+    (void)Futils::CloseFile(stream);  // It may tell of the refused character.
+    EXPECT_DIR(folder, {{"a", "12"}});
+    ExpectNothingOpen();
+}
+
+TEST_F(StreamTest, WhatCannotBeOpenedIsTold) {
+    WriteFile(folder / "file", "1");
+    fs::create_directory(folder / "dir");
+    fs::create_symlink("nowhere", folder / "dangling");
+    fs::create_symlink("loop", folder / "loop");
+    const struct {
+        const char* name;
+        const char* mode;
+        int error;
+    } cases[] = {
+        {"missing", "rb", ENOENT}, {"missing", "r+", ENOENT},   {"missing/new", "wb", ENOENT},
+        {"%s%n", "rb", ENOENT},    {"a b\nc\xff", "r", ENOENT}, {"dangling", "rb", ENOENT},
+        {"loop", "rb", ELOOP},     {"loop", "wb", ELOOP},       {"file/", "rb", ENOTDIR},
+        {"file/x", "wb", ENOTDIR}, {"dir", "wb", EISDIR},       {"dir", "ab", EISDIR},
+        {"file", "wbx", EEXIST},   {"file", "", EINVAL},        {"file", "z", EINVAL},
+    };
+    for (const auto& c : cases) ExpectOpenFails(folder / c.name, c.mode, c.error);
+    ExpectOpenFails("", "rb", ENOENT);
+    EXPECT_DIR(folder, {{"file", "1"}, {"dir/", ""}, {"dangling@", "nowhere"}, {"loop@", "loop"}});
+}
+
+TEST_F(StreamTest, ALongPathIsCutInTheLine) {
+    ExpectOpenFails(folder / std::string(256, 'n'), "rb", ENAMETOOLONG);
+}
+
+TEST_F(StreamTest, AReadOnlyFileSystemRefusesWriting) {
+    WriteFile(folder / "file", "1");
+    const Mounted readOnly = Mounted::ReadOnly(folder);
+    ExpectOpenFails(folder / "file", "wb", EROFS);
+    ExpectOpenFails(folder / "new", "ab", EROFS);
+}
+
+TEST_F(StreamTest, MissingPermissionIsTold) {
+    WriteFile(folder / "secret", "1");
+    fs::permissions(folder / "secret", fs::perms::none);
+    const OrdinaryRights ordinary;
+    ExpectOpenFails(folder / "secret", "rb", EACCES);
+}
+
+TEST_F(StreamTest, AProcessWithoutFreeDescriptorsIsTold) {
+    WriteFile(folder / "file", "1");
+    Faults::Fail("fopen", EMFILE);
+    ExpectOpenFails(folder / "file", "rb", EMFILE);
+}
+
+TEST_F(StreamTest, WhatOnlyClosingWritesAndCannotIsAFailure) {
+    fs::create_directory(folder / "small");
+    const Mounted small = Mounted::Tmpfs(folder / "small", "64k");
+    WriteFile(folder / "small" / "filler", std::string(64 << 10, '.'));
+    std::FILE* stream = Futils::Open(folder / "small" / "file", "wb");
+    ASSERT_NE(stream, nullptr);
+    EXPECT_GE(std::fputs("buffered", stream), 0);
+    EXPECT_FAILURE(Futils::CloseFile(stream));
+    ExpectError("Could not close a file: No space left on device");
+    ExpectNothingOpen();
+}
+
+TEST_F(StreamTest, AMediumErrorOnClosingIsTold) {
+    WriteFile(folder / "file", "1");
+    std::FILE* stream = Futils::Open(folder / "file", "rb");
+    Faults::Fail("fclose", EIO, 1);
+    EXPECT_FAILURE(Futils::CloseFile(stream));
+    ExpectError("Could not close a file: Input/output error");
+}
+
+}  // namespace

@@ -1,0 +1,385 @@
+// Questions about the archive and the syslog directory.
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "tests/unit/futils/ordinary_rights.h"
+#include "tests/unit/logfileutils/fixture.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string unsizablePath;
+
+}  // namespace
+
+// A file that is there and cannot be sized: no mount can show that.
+extern "C" int stat(const char* path, struct stat* status) noexcept {
+    static auto* const real =
+        reinterpret_cast<int (*)(const char*, struct stat*)>(dlsym(RTLD_NEXT, "stat"));
+    if (unsizablePath != path) return real(path, status);
+    errno = EIO;
+    return -1;
+}
+
+namespace {
+
+constexpr unsigned short Untouched = 4711;
+
+using ArchDirSizeTest = CatalogueTest;
+
+TEST_F(ArchDirSizeTest, CountsEveryRegularFile) {
+    WriteFile(archive / ArchName(1), "123");
+    WriteFile(archive / "notes", "4567");
+    WriteFile(archive / "folder" / "inside", "89");
+    WriteFile(liveLog, "not in the archive");
+    unsigned long size = Untouched;
+    EXPECT_SUCCESS(catalogue.GetArchDirSize(size));
+    EXPECT_EQ(size, 7U);
+    ExpectNoLines();
+}
+
+TEST_F(ArchDirSizeTest, OfAnArchiveThatCannotBeReadIsAFailureAndZero) {
+    RemoveArchive();
+    unsigned long size = Untouched;
+    EXPECT_FAILURE(catalogue.GetArchDirSize(size));
+    EXPECT_EQ(size, 0U);
+    ExpectLines({{LOG_ERR, "GetDirSize failure on /perm/logs/syslog/archive: " +
+                               CannotOpen(archive, ENOENT)}});
+}
+
+using CountTest = CatalogueTest;
+
+TEST_F(CountTest, ArchiveFilesAreRegularFilesWithAnArchiveName) {
+    unsigned short count = Untouched;
+    EXPECT_SUCCESS(catalogue.GetNumArchFiles(count));
+    EXPECT_EQ(count, 0);
+
+    Archive({ArchName(1), ArchName(1, 1), ArchName(1000), "messages.xz", "notes", "messages.txt.0",
+             ArchName(2) + ".tmp"});
+    fs::create_directory(archive / ArchName(3));
+    fs::create_symlink("notes", archive / ArchName(4));
+    fs::create_symlink("nowhere", archive / ArchName(5));
+    EXPECT_SUCCESS(catalogue.GetNumArchFiles(count));
+    EXPECT_EQ(count, 5);
+    ExpectNoLines();
+}
+
+TEST_F(CountTest, RotationsAreRegularFilesWithARotationsName) {
+    unsigned short count = Untouched;
+    EXPECT_SUCCESS(catalogue.GetNumSyslogRots(count));
+    EXPECT_EQ(count, 0);
+
+    for (const char* name : {"messages.txt", "messages.txt.0", "messages.txt.9", "messages.txt.tmp",
+                             "messages.0", "other.txt.0"}) {
+        WriteFile(syslogDir / name, name);
+    }
+    fs::create_directory(syslogDir / "messages.txt.1");
+    WriteFile(archive / "messages.txt.2", "in the archive");
+    EXPECT_SUCCESS(catalogue.GetNumSyslogRots(count));
+    EXPECT_EQ(count, 3);
+    ExpectNoLines();
+}
+
+TEST_F(CountTest, OfAFolderThatCannotBeListedIsAFailureAndZero) {
+    ReplaceArchiveByAFile();
+    unsigned short count = Untouched;
+    EXPECT_FAILURE(catalogue.GetNumArchFiles(count));
+    EXPECT_EQ(count, 0);
+    ExpectLines({ListingFailure(ENOTDIR)});
+
+    fs::remove_all(syslogDir);
+    count = Untouched;
+    EXPECT_FAILURE(catalogue.GetNumSyslogRots(count));
+    EXPECT_EQ(count, 0);
+    ExpectLines({{LOG_ERR, "Exception in GetFilesInDir(/perm/logs/syslog): " +
+                               CannotOpen(syslogDir, ENOENT)}});
+}
+
+class SyslogStatsTest : public CatalogueTest {
+protected:
+    SyslogStatsTest() {
+        Faults::OnCall("clock_gettime", [this] { Faults::FixClock({++clockReadings, 42}); });
+    }
+    ~SyslogStatsTest() override {
+        Faults::Clear();
+        unsizablePath.clear();
+    }
+
+    void ExpectStats(unsigned long size, time_t seconds, unsigned short numRots) {
+        EXPECT_EQ(stats.size, size);
+        EXPECT_EQ(stats.timeStamp.tv_sec, seconds);
+        EXPECT_EQ(stats.timeStamp.tv_nsec, 42);
+        EXPECT_EQ(stats.numRots, numRots);
+    }
+
+    time_t clockReadings = 0;
+    SyslogStats_s stats{Untouched, {Untouched, Untouched}, Untouched};
+};
+
+TEST_F(SyslogStatsTest, AreSizeNumberAndTheTimeWhenBothWereKnown) {
+    WriteFile(liveLog, "12345");
+    WriteFile(syslogDir / "messages.txt.0");
+    WriteFile(syslogDir / "messages.txt.1");
+    EXPECT_SUCCESS(catalogue.GetSyslogStats(stats));
+    ExpectStats(5, 2, 2);
+    ExpectNoLines();
+}
+
+TEST_F(SyslogStatsTest, WithoutALiveLogTheSizeIsZero) {
+    EXPECT_SUCCESS(catalogue.GetSyslogStats(stats));
+    ExpectStats(0, 2, 0);
+    fs::create_directory(liveLog);
+    EXPECT_SUCCESS(catalogue.GetSyslogStats(stats));
+    ExpectStats(0, 4, 0);
+    ExpectNoLines();
+}
+
+TEST_F(SyslogStatsTest, RotationsThatCannotBeCountedAreAFailure) {
+    fs::remove_all(syslogDir);
+    EXPECT_FAILURE(catalogue.GetSyslogStats(stats));
+    ExpectStats(0, 1, 0);
+    EXPECT_EQ(log.Take().size(), 1U);
+}
+
+TEST_F(SyslogStatsTest, ALiveLogThatCannotBeSizedIsAFailure) {
+    WriteFile(liveLog, "12345");
+    WriteFile(syslogDir / "messages.txt.0");
+    unsizablePath = liveLog;
+    EXPECT_FAILURE(catalogue.GetSyslogStats(stats));
+    ExpectStats(0, 1, 1);
+    ExpectLines({{LOG_ERR, "GetFileSize(/perm/logs/syslog/messages.txt) exception: " +
+                               Reason([&] { (void)fs::file_size(liveLog); })}});
+}
+
+class BootNumTest : public CatalogueTest {
+protected:
+    void ExpectRange(unsigned short expectedMin, unsigned short expectedMax,
+                     unsigned short expectedReboots) {
+        unsigned short min = Untouched;
+        unsigned short max = Untouched;
+        EXPECT_SUCCESS(catalogue.GetBootNumRange(min, max));
+        EXPECT_EQ(min, expectedMin);
+        EXPECT_EQ(max, expectedMax);
+        const LogLines lines = log.Take();
+
+        unsigned short reboots = Untouched;
+        EXPECT_SUCCESS(catalogue.GetNumReboots(reboots));
+        EXPECT_EQ(reboots, expectedReboots);
+        ExpectLines(lines);  // of the same walk
+        EXPECT_EQ(lines, expectedLines);
+    }
+
+    void MakeArchive(const Names& names) {
+        RemoveArchive();
+        fs::create_directories(archive);
+        Archive(names);
+    }
+
+    LogLines expectedLines;
+};
+
+TEST_F(BootNumTest, RangeFromTheLowestToTheHighest) {
+    const struct {
+        Names names;
+        unsigned short min;
+        unsigned short max;
+        unsigned short reboots;
+    } cases[] = {
+        {{}, 0, 0, 0},
+        {{ArchName(5)}, 5, 5, 1},
+        {{ArchName(5), ArchName(5, 1)}, 5, 5, 1},
+        {{ArchName(1), ArchName(2)}, 1, 2, 2},
+        {{ArchName(7), ArchName(3), ArchName(5)}, 3, 7, 5},
+        {{ArchName(1), ArchName(999)}, 1, 999, 999},
+        {{ArchName(998)}, 998, 998, 1},
+        {{ArchName(999)}, 999, 999, 1},
+        // The search for the lowest starts at 999.
+        {{ArchName(1000)}, 999, 1000, 2},
+        {{ArchName(1000), ArchName(1001)}, 999, 1001, 3},
+        {{ArchName(65535)}, 999, 65535, 64537},
+        // Nothing but boot 0 is as good as nothing.
+        {{ArchName(0)}, 0, 0, 0},
+        {{ArchName(0), ArchName(1)}, 0, 1, 2},
+        {{ArchName(0), ArchName(65534)}, 0, 65534, 65535},
+        {{ArchName(0), ArchName(65535)}, 0, 65535, 0},  // the count has 16 bits
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.names));
+        MakeArchive(c.names);
+        ExpectRange(c.min, c.max, c.reboots);
+    }
+}
+
+TEST_F(BootNumTest, AForeignFileCountsAsBootZero) {
+    const struct {
+        const char* foreign;
+        const char* line;
+    } cases[] = {
+        {"notes", "notes is not a logging archive file."},
+        {"messages.9", "messages is not a logging archive file."},  // the last field is cut off
+        {"messages.xz", "messages is not a logging archive file."},
+        {"messages.txt.xz", "StringToInt() failure on txt."},
+        {"messages.70000.xz", "StringToInt() failure on 70000."},
+        {".hidden", "StringToInt() failure on hidden."},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.foreign);
+        expectedLines = {{LOG_ERR, c.line}};
+        MakeArchive({ArchName(5), c.foreign});
+        ExpectRange(0, 5, 6);
+        MakeArchive({c.foreign});
+        ExpectRange(0, 0, 0);
+    }
+}
+
+TEST_F(BootNumTest, EveryEntryCountsWhateverItIs) {
+    MakeArchive({ArchName(5), "anything.3.at all"});
+    ExpectRange(3, 5, 3);
+    fs::create_directory(archive / "folder.2.x");
+    ExpectRange(2, 5, 4);
+    fs::create_symlink("nowhere", archive / "link.9.x");
+    ExpectRange(2, 9, 8);
+}
+
+TEST_F(BootNumTest, OfAnArchiveThatCannotBeReadRaise) {
+    RemoveArchive();
+    unsigned short min = Untouched;
+    unsigned short max = Untouched;
+    EXPECT_THROW((void)catalogue.GetBootNumRange(min, max), fs::filesystem_error);
+    unsigned short reboots = Untouched;
+    EXPECT_THROW((void)catalogue.GetNumReboots(reboots), fs::filesystem_error);
+    EXPECT_EQ(reboots, 0);
+    ExpectNoLines();
+}
+
+class ArchiveStatsTest : public CatalogueTest {
+protected:
+    void ExpectStats(unsigned short numReboots, unsigned short numFiles, unsigned long dirSize) {
+        EXPECT_EQ(stats.numReboots, numReboots);
+        EXPECT_EQ(stats.numFiles, numFiles);
+        EXPECT_EQ(stats.dirSize, dirSize);
+    }
+
+    ArchiveStats_s stats{Untouched, Untouched, Untouched};
+};
+
+TEST_F(ArchiveStatsTest, AreRebootsArchiveFilesAndTheSizeOfAllFiles) {
+    WriteFile(archive / ArchName(3), "123");
+    WriteFile(archive / ArchName(5), "45");
+    WriteFile(archive / "foreign.4", "6");
+    EXPECT_SUCCESS(catalogue.GetArchiveStats(stats, true));
+    ExpectStats(6, 2, 6);  // The foreign file counts as boot 0.
+}
+
+TEST_F(ArchiveStatsTest, OfAnEmptyArchiveAreZero) {
+    EXPECT_SUCCESS(catalogue.GetArchiveStats(stats, false));
+    ExpectStats(0, 0, 0);
+    ExpectNoLines();
+}
+
+TEST_F(ArchiveStatsTest, TheRebootCountIsNotKnownAtFirst) {
+    EXPECT_EQ(Catalogue().numReboots, 0xFFFF);
+    Archive({ArchName(3), ArchName(5)});
+    EXPECT_SUCCESS(catalogue.GetArchiveStats(stats, false));
+    EXPECT_EQ(stats.numReboots, 3);
+    EXPECT_EQ(catalogue.numReboots, 3);
+}
+
+TEST_F(ArchiveStatsTest, AKnownRebootCountIsUsedWithoutLookingAtBootNumbers) {
+    Archive({ArchName(5), "notes"});  // A look at this one would be told.
+    constexpr unsigned short KnownCounts[] = {0, 3, 998, 999};
+    for (const unsigned short known : KnownCounts) {
+        catalogue.numReboots = known;
+        EXPECT_SUCCESS(catalogue.GetArchiveStats(stats, false));
+        EXPECT_EQ(stats.numReboots, known);
+        EXPECT_EQ(stats.numFiles, 1);
+    }
+    ExpectNoLines();
+}
+
+TEST_F(ArchiveStatsTest, ACountAbove999IsNotKnown) {
+    Archive({ArchName(5)});
+    constexpr unsigned short UnknownCounts[] = {1000, 1001, 0xFFFF};
+    for (const unsigned short unknown : UnknownCounts) {
+        catalogue.numReboots = unknown;
+        EXPECT_SUCCESS(catalogue.GetArchiveStats(stats, false));
+        EXPECT_EQ(stats.numReboots, 1);
+        EXPECT_EQ(catalogue.numReboots, 1);
+    }
+}
+
+TEST_F(ArchiveStatsTest, ARefreshCountsAgain) {
+    Archive({ArchName(5)});
+    catalogue.numReboots = 3;
+    EXPECT_SUCCESS(catalogue.GetArchiveStats(stats, true));
+    EXPECT_EQ(stats.numReboots, 1);
+    EXPECT_EQ(catalogue.numReboots, 1);
+
+    fs::remove(archive / ArchName(5));
+    EXPECT_SUCCESS(catalogue.GetArchiveStats(stats, true));
+    EXPECT_EQ(stats.numReboots, 0);
+    EXPECT_EQ(catalogue.numReboots, 0);
+}
+
+TEST_F(ArchiveStatsTest, BootNumbersThatCannotBeReadRaise) {
+    RemoveArchive();
+    EXPECT_THROW((void)catalogue.GetArchiveStats(stats, false), fs::filesystem_error);
+    ExpectStats(0, 0, 0);
+    EXPECT_EQ(catalogue.numReboots, 0xFFFF);
+    ExpectNoLines();
+}
+
+TEST_F(ArchiveStatsTest, FilesThatCannotBeCountedAreAFailure) {
+    RemoveArchive();
+    catalogue.numReboots = 3;
+    EXPECT_FAILURE(catalogue.GetArchiveStats(stats, false));
+    ExpectStats(3, 0, 0);
+    ExpectLines({ListingFailure(ENOENT)});
+}
+
+TEST_F(ArchiveStatsTest, FilesThatCannotBeSizedAreAFailure) {
+    Archive({ArchName(5)});
+    fs::permissions(archive, fs::perms::owner_read);
+    const OrdinaryRights ordinary;
+    EXPECT_FAILURE(catalogue.GetArchiveStats(stats, true));
+    ExpectStats(1, 1, 0);
+    ExpectLines(
+        {{LOG_ERR, "GetDirSize failure on /perm/logs/syslog/archive: " +
+                       WalkReason("cannot get file status", archive / ArchName(5), EACCES)}});
+}
+
+using ArchiveFileListTest = CatalogueTest;
+
+TEST_F(ArchiveFileListTest, HasTheArchiveFilesOldestFirst) {
+    Archive({ArchName(2), ArchName(10), ArchName(1, 1), ArchName(1), "notes", "messages.txt.0"});
+    fs::create_directory(archive / ArchName(3));
+    const std::set<std::string> list = catalogue.GetArchiveFileList();
+    EXPECT_EQ(Names(list.begin(), list.end()),
+              (Names{ArchName(1), ArchName(1, 1), ArchName(2), ArchName(10)}));
+    ExpectNoLines();
+}
+
+TEST_F(ArchiveFileListTest, OfAnEmptyArchiveIsEmpty) {
+    EXPECT_TRUE(catalogue.GetArchiveFileList().empty());
+    ExpectNoLines();
+}
+
+TEST_F(ArchiveFileListTest, OfAnArchiveThatCannotBeListedIsEmpty) {
+    ReplaceArchiveByAFile();
+    EXPECT_TRUE(catalogue.GetArchiveFileList().empty());
+    ExpectLines({ListingFailure(ENOTDIR)});
+}
+
+// What was found before the failure is no list.
+TEST_F(ArchiveFileListTest, OfAnArchiveThatCannotBeListedToItsEndIsEmpty) {
+    Archive({ArchName(1), ArchName(2)});
+    fs::create_symlink("loop", archive / "loop");
+    Archive({ArchName(3), ArchName(4)});
+    EXPECT_TRUE(catalogue.GetArchiveFileList().empty());
+    EXPECT_EQ(log.Take().size(), 1U);
+}
+
+}  // namespace

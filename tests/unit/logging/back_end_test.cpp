@@ -1,0 +1,231 @@
+// Severity filter, sinks, settings and the general formatter.
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <limits>
+#include <string>
+
+#include "tests/unit/logging/logging_test.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+using BackEndTest = LoggingTest;
+
+std::string PrintedBy(const std::function<void()>& action) {
+    testing::internal::CaptureStdout();
+    action();
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST_F(BackEndTest, StartsAtInfoWithoutStandardOutputAndCallback) {
+    EXPECT_EQ(Logging::GetSevLev(), Logging::SeverityInfo);
+    const std::string printed = PrintedBy([] {
+        Logging::AddEntryToSyslog(Logging::SeverityInfo, "info");
+        Logging::AddEntryToSyslog(Logging::SeverityDebug, "debug");
+        Logging::AddEntryToUserLog(Logging::SeverityInfo, "date", "time", "nobody is called");
+    });
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, "info"}}));
+}
+
+TEST_F(BackEndTest, TheSeveritiesAreSyslogsPriorities) {
+    Logging::SetLogLevel(Logging::SeverityDebug);
+    const struct {
+        Logging::LOGGING_SEVERITY_LEVEL level;
+        int priority;
+        const char* name;
+    } cases[] = {
+        {Logging::SeverityEmergency, LOG_EMERG, "Emergency"},
+        {Logging::SeverityAlert, LOG_ALERT, "Alert"},
+        {Logging::SeverityCritical, LOG_CRIT, "Critical"},
+        {Logging::SeverityError, LOG_ERR, "Error"},
+        {Logging::SeverityWarning, LOG_WARNING, "Warning"},
+        {Logging::SeverityNotice, LOG_NOTICE, "Notice"},
+        {Logging::SeverityInfo, LOG_INFO, "Info"},
+        {Logging::SeverityDebug, LOG_DEBUG, "Debug"},
+    };
+    for (const auto& [level, priority, name] : cases) {
+        SCOPED_TRACE(name);
+        Logging::AddEntryToSyslog(level, "text");
+        EXPECT_EQ(log.Take(), (LogLines{{priority, "text"}}));
+        std::string actual = "of before";
+        Logging::GetSeverityAsString(level, actual);
+        EXPECT_EQ(actual, name);
+    }
+}
+
+TEST_F(BackEndTest, AValueThatIsNoLevelHasNoName) {
+    for (const int value :
+         {8, 9, 256, -1, -8, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
+        std::string name = "of before";
+        Logging::GetSeverityAsString(Level(value), name);
+        EXPECT_EQ(name, "of before") << value;
+    }
+}
+
+TEST_F(BackEndTest, TheLevelIsWhatWasSet) {
+    for (int level = -1; level <= LOG_DEBUG + 1; ++level) {
+        Logging::SetLogLevel(Level(level));
+        EXPECT_EQ(Logging::GetSevLev(), level);
+    }
+}
+
+TEST_F(BackEndTest, DirectCallersAreFilteredToo) {
+    for (int level = -1; level <= LOG_DEBUG + 1; ++level) {
+        Logging::SetLogLevel(Level(level));
+        for (int severity = LOG_EMERG; severity <= LOG_DEBUG; ++severity) {
+            SCOPED_TRACE(std::to_string(severity) + " at level " + std::to_string(level));
+            const std::string printed = PrintedBy([severity] {
+                Logging::SetLogToStdout(true);
+                Logging::AddEntryToSyslog(Level(severity), "text");
+            });
+            const bool isEmitted = severity <= level;
+            EXPECT_EQ(log.Take(), (isEmitted ? LogLines{{severity, "text"}} : LogLines()));
+            EXPECT_EQ(printed, isEmitted ? "text\n\r" : "");
+        }
+    }
+}
+
+// The sink checks facility and tag of every line; this is the rest of the header.
+TEST_F(BackEndTest, AnEntryHasTheHeaderOfTheCLibrarysDefaults) {
+    testing::internal::CaptureStderr();
+    Logging::AddEntryToSyslog(Logging::SeverityWarning, "text");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_THAT(log.TakeRaw(),
+                testing::ElementsAre(testing::MatchesRegex(
+                    "<12>[A-Z][a-z][a-z] [ 0-9][0-9] [0-9:]+ " + log.tag + ": text")));
+}
+
+TEST_F(BackEndTest, AMessageIsWrittenAsItStands) {
+    Logging::SetLogToStdout(true);
+    const std::string messages[] = {"",
+                                    " ",
+                                    "%s%n%d 100%",
+                                    "%%",
+                                    "one\ntwo\n",
+                                    "a\xc3\xa4\xff",
+                                    NumberedText(256),
+                                    NumberedText(300),
+                                    NumberedText(5000)};
+    for (const std::string& message : messages) {
+        const std::string printed =
+            PrintedBy([&message] { Logging::AddEntryToSyslog(Logging::SeverityInfo, message); });
+        EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, message}}));
+        EXPECT_EQ(printed, message + "\n\r");
+    }
+}
+
+TEST_F(BackEndTest, StandardOutputIsSwitchedOnAndOff) {
+    const std::string printed = PrintedBy([] {
+        Log::Info("off");
+        Logging::SetLogToStdout(true);
+        Log::Info("%s", "on");
+        Log::Error("%s", "100%");
+        Log::Debug("dropped");
+        Logging::SetLogToStdout(false);
+        Log::Info("off again");
+    });
+    EXPECT_EQ(printed, "on\n\r100%\n\r");
+    EXPECT_EQ(
+        log.Take(),
+        (LogLines{
+            {LOG_INFO, "off"}, {LOG_INFO, "on"}, {LOG_ERR, "100%"}, {LOG_INFO, "off again"}}));
+}
+
+// The hook that is under test writes its line once.
+bool hasReport = false;
+
+void Report() {
+    if (!hasReport) return;
+    hasReport = false;
+    Log::Info("noted earlier");
+}
+
+TEST_F(BackEndTest, TheHookWritesItsEntriesBeforeTheOneThatIsDue) {
+    Logging::SetBeforeEntryHook(Report);
+    Log::Info("nothing to report");
+    hasReport = true;
+    Log::Debug("dropped");
+    EXPECT_TRUE(hasReport);
+    Log::Error("text");
+    Log::Error("more text");
+    hasReport = true;
+    Logging::AddEntryWithLocation(Logging::SeverityWarning, false, "text", "file", nullptr, 1);
+    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, "nothing to report"},
+                                    {LOG_INFO, "noted earlier"},
+                                    {LOG_ERR, "text"},
+                                    {LOG_ERR, "more text"},
+                                    {LOG_INFO, "noted earlier"},
+                                    {LOG_WARNING, "file(1) text"}}));
+}
+
+TEST_F(BackEndTest, TheHooksEntriesComeFirstOnStandardOutputToo) {
+    Logging::SetBeforeEntryHook(Report);
+    Logging::SetLogToStdout(true);
+    hasReport = true;
+    EXPECT_EQ(PrintedBy([] { Log::Error("text"); }), "noted earlier\n\rtext\n\r");
+}
+
+TEST_F(BackEndTest, AHookThatWasTakenBackIsNotCalled) {
+    Logging::SetBeforeEntryHook(Report);
+    Logging::SetBeforeEntryHook(nullptr);
+    hasReport = true;
+    Log::Info("text");
+    EXPECT_TRUE(hasReport);
+    hasReport = false;
+}
+
+// Local time as any program of the device reads it.
+std::string LocalDateAndTime() {
+    const std::time_t now = std::time(nullptr);
+    char text[32];
+    (void)std::strftime(text, sizeof text, "%m/%d/%y %H:%M:%S", std::localtime(&now));
+    return text;
+}
+
+TEST(SystemTimeTest, IsLocal) {
+    for (const char* zone : {"UTC0", "East-24", "West24", "Between-05:45"}) {
+        (void)setenv("TZ", zone, 1);
+        std::string expected;
+        std::string actual;
+        do {  // Once more if the clock ticked in between.
+            expected = LocalDateAndTime();
+            actual = Logging::GetSystemDate() + ' ' + Logging::GetSystemTime();
+        } while (LocalDateAndTime() != expected);
+        EXPECT_EQ(actual, expected) << zone;
+    }
+    (void)unsetenv("TZ");
+}
+
+TEST(GeneralFormatTest, HoldsUpTo4095Characters) {
+    EXPECT_EQ(Logging::Format("%s.%03u", "messages", 7U), "messages.007");
+    EXPECT_EQ(Logging::Format("%s.%03u"s, "messages", 7U), "messages.007");
+    for (const std::size_t length : {256, 4094, 4095}) {
+        const std::string text = NumberedText(length);
+        EXPECT_EQ(Logging::Format("%s", text.c_str()), text);
+        EXPECT_EQ(Logging::Format("%s"s, text.c_str()), text);
+    }
+    for (const std::size_t length : {4096, 4097, 100000}) {
+        const std::string text = NumberedText(length);
+        EXPECT_EQ(Logging::Format("%s", text.c_str()), "(truncated)");
+        EXPECT_EQ(Logging::Format("%s"s, text.c_str()), "(truncated)");
+    }
+}
+
+TEST(GeneralFormatTest, AnEncodingErrorIsReplacedByAMarker) {
+    EXPECT_EQ(Logging::Format("before %ls", Unencodable), "Formatting error");
+    EXPECT_EQ(Logging::Format("before %ls"s, Unencodable), "Formatting error");
+}
+
+// The front end's Format would take a literal zero for its argument list.
+TEST(GeneralFormatTest, ALiteralZeroIsAnArgument) {
+    EXPECT_EQ(Logging::Format("%d", 0), "0");
+    EXPECT_EQ(Logging::Format("%d"s, 0), "0");
+    EXPECT_EQ(Logging::Format("%d%d%s", 0, 0, "x"), "00x");
+}
+
+}  // namespace

@@ -1,0 +1,199 @@
+// Log::Crit to Log::Debug, and the bounded formatting behind them.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "tests/unit/logging/logging_test.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+thread_local int allocations = 0;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    ++allocations;
+    void* const block = std::malloc(size == 0 ? 1 : size);
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
+}
+
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/) noexcept {
+    std::free(block);
+}
+
+namespace {
+
+#if defined(__GNUC__) && !defined(__clang__)
+// The compiler checks the arguments against the format.
+static_assert(__builtin_has_attribute(Log::Crit, format(printf, 1, 2)));
+static_assert(__builtin_has_attribute(Log::Error, format(printf, 1, 2)));
+static_assert(__builtin_has_attribute(Log::Warn, format(printf, 1, 2)));
+static_assert(__builtin_has_attribute(Log::Info, format(printf, 1, 2)));
+static_assert(__builtin_has_attribute(Log::Debug, format(printf, 1, 2)));
+static_assert(__builtin_has_attribute(::Format, format(printf, 1, 0)));
+#endif
+
+constexpr struct {
+    const char* name;
+    void (*log)(const char*, ...);
+    int severity;
+} Functions[] = {
+    {"Crit", Log::Crit, LOG_CRIT},    {"Error", Log::Error, LOG_ERR},
+    {"Warn", Log::Warn, LOG_WARNING}, {"Info", Log::Info, LOG_INFO},
+    {"Debug", Log::Debug, LOG_DEBUG},
+};
+
+using FrontEndTest = LoggingTest;
+
+TEST_F(FrontEndTest, EachFunctionIsEmittedFromItsLevelOn) {
+    for (const auto& [name, function, severity] : Functions) {
+        for (int level = -1; level <= LOG_DEBUG + 1; ++level) {
+            SCOPED_TRACE(name + " at level "s + std::to_string(level));
+            Logging::SetLogLevel(Level(level));
+            function("%s %d", "text", level);
+            LogLines expected;
+            if (level >= severity) expected = {{severity, "text " + std::to_string(level)}};
+            EXPECT_EQ(log.Take(), expected);
+        }
+    }
+}
+
+// Formatting the message would read memory that nobody may read.
+TEST_F(FrontEndTest, ADroppedMessageIsNotFormatted) {
+    void* const page = mmap(nullptr, 1, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(page, MAP_FAILED);
+    for (const auto& [name, function, severity] : Functions) {
+        Logging::SetLogLevel(Level(severity - 1));
+        function("%s", static_cast<const char*>(page));
+    }
+    EXPECT_EQ(log.Take(), LogLines());
+    EXPECT_EQ(munmap(page, 1), 0);
+}
+
+TEST_F(FrontEndTest, NeedsNoArguments) {
+    Log::Info("plain");
+    Log::Info("100%%");
+    Log::Info("%d", 0);
+    Log::Info("%s", "");
+    EXPECT_EQ(log.Take(),
+              (LogLines{{LOG_INFO, "plain"}, {LOG_INFO, "100%"}, {LOG_INFO, "0"}, {LOG_INFO, ""}}));
+}
+
+TEST_F(FrontEndTest, PercentSignsOfArgumentsAreText) {
+    Log::Info("%s", "%s%n%d 100%");
+    Log::Info("%s", "%%");
+    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, "%s%n%d 100%"}, {LOG_INFO, "%%"}}));
+}
+
+TEST_F(FrontEndTest, AMessageOf255CharactersIsWholeAndALongerOneIsElided) {
+    for (const std::size_t length : {1, 252, 254, 255}) {
+        SCOPED_TRACE(length);
+        const std::string message = NumberedText(length);
+        Log::Info("%s", message.c_str());
+        EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, message}}));
+    }
+    for (const std::size_t length : {256, 257, 300, 512, 100000}) {
+        SCOPED_TRACE(length);
+        const std::string message = NumberedText(length);
+        Log::Info("%s", message.c_str());
+        EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, message.substr(0, 252) + " ..."}}));
+    }
+}
+
+TEST_F(FrontEndTest, EveryFunctionElides) {
+    Logging::SetLogLevel(Logging::SeverityDebug);
+    const std::string message = NumberedText(300);
+    for (const auto& [name, function, severity] : Functions) {
+        SCOPED_TRACE(name);
+        function("%s", message.c_str());
+        EXPECT_EQ(log.Take(), (LogLines{{severity, message.substr(0, 252) + " ..."}}));
+    }
+}
+
+TEST_F(FrontEndTest, AnEncodingErrorIsReplacedByAMarker) {
+    Log::Error("before %ls", Unencodable);
+    EXPECT_EQ(log.Take(), (LogLines{{LOG_ERR, "Formatting error"}}));
+}
+
+TEST_F(FrontEndTest, AMessageIsOneEntryWhateverItHolds) {
+    Log::Info("%s", "one\ntwo\r\n\tthree\n");
+    Log::Info("a\xc3\xa4\xff");
+    EXPECT_EQ(log.Take(),
+              (LogLines{{LOG_INFO, "one\ntwo\r\n\tthree\n"}, {LOG_INFO, "a\xc3\xa4\xff"}}));
+}
+
+// A line comes out when memory has run out, too.
+TEST_F(FrontEndTest, AllocatesNothing) {
+    const std::string message = NumberedText(300);
+    const int before = allocations;
+    Log::Error("%s", message.c_str());
+    Log::Error("%ls", Unencodable);
+    Log::Debug("%s", message.c_str());
+    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(log.Take().size(), 2U);
+}
+
+[[gnu::format(printf, 1, 2)]] std::string Formatted(const char* format, ...) {
+    std::va_list args;
+    va_start(args, format);
+    std::string text = Format(format, args);
+    va_end(args);
+    return text;
+}
+
+TEST(FrontEndFormatTest, IsBoundedTo256Characters) {
+    EXPECT_EQ(Formatted("%s", ""), "");
+    EXPECT_EQ(Formatted("%s.%03u", "messages", 7U), "messages.007");
+    for (const std::size_t length : {254, 255}) {
+        EXPECT_EQ(Formatted("%s", NumberedText(length).c_str()), NumberedText(length));
+    }
+    for (const std::size_t length : {256, 257, 5000}) {
+        const std::string text = Formatted("%s", NumberedText(length).c_str());
+        EXPECT_EQ(text, NumberedText(252) + " ...") << length;
+        EXPECT_EQ(text.size(), 256U);
+    }
+}
+
+TEST(FrontEndFormatTest, AnEncodingErrorIsReplacedByAMarker) {
+    EXPECT_EQ(Formatted("before %ls", Unencodable), "Formatting error");
+}
+
+TEST(FrontEndFormatTest, KeepsZeroBytes) {
+    EXPECT_EQ(Formatted("ab%ccd", 0), "ab\0cd"s);
+}
+
+TEST(ElideTest, ReplacesTheLastFourCharacters) {
+    const struct {
+        const char* text;
+        const char* elided;
+    } cases[] = {
+        {"", ""},
+        {"a", "a"},
+        {"abc", "abc"},
+        {"abcd", " ..."},
+        {"abcde", "a ..."},
+        {"abcdefgh", "abcd ..."},
+        {"abc ...", "abc ..."},
+    };
+    for (const auto& [text, elided] : cases) {
+        std::string actual = text;
+        Elide(actual);
+        EXPECT_EQ(actual, elided);
+    }
+    std::string withZero = "a\0bcdef"s;
+    Elide(withZero);
+    EXPECT_EQ(withZero, "a\0b ..."s);
+}
+
+}  // namespace

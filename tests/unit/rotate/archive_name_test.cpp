@@ -1,0 +1,177 @@
+// The names of archive files: built of the boot number and the time since start-up, and never given
+// twice.
+#include "tests/unit/rotate/engine.h"
+
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr long Hour = 3600;
+constexpr long Day = 24 * Hour;
+
+class TimeStampTest : public RotateTest {};
+
+TEST_F(TimeStampTest, IsTheTimeSinceStartUpAsADateCountedFrom1970) {
+    const std::vector<std::pair<timespec, const char*>> table{
+        {{0, 0}, "1970-01-01.00:00:00"},
+        {{0, 999'999'999}, "1970-01-01.00:00:00"},
+        {{42, 0}, "1970-01-01.00:00:42"},
+        {{42, 999'999'999}, "1970-01-01.00:00:42"},
+        {{14 * 60 + 7, 1}, "1970-01-01.00:14:07"},
+        {{3 * Hour + 5 * 60 + 9, 0}, "1970-01-01.03:05:09"},
+        {{Day - 1, 0}, "1970-01-01.23:59:59"},
+        {{Day, 0}, "1970-01-02.00:00:00"},
+        {{365 * Day, 0}, "1971-01-01.00:00:00"},
+    };
+    for (const auto& [sinceStart, text] : table) {
+        Faults::FixClock(sinceStart);
+        EXPECT_EQ(GetMonotonicClockString(), text);
+    }
+    EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+TEST_F(TimeStampTest, IsNotLocalTime) {
+    setenv("TZ", "UTC-5", 1);
+    EXPECT_EQ(GetMonotonicClockString(), "1970-01-01.00:00:42");
+    unsetenv("TZ");
+}
+
+TEST_F(TimeStampTest, EachFailureIsAWarningAndAnEmptyText) {
+    const std::vector<std::pair<const char*, const char*>> table{
+        {"clock_gettime", "clock_gettime() failure: -1: Invalid argument"},
+        {"gmtime_r", "gmtime_r() failure: Invalid argument"},
+        {"strftime", "gmtime_r() failure."},
+    };
+    for (const auto& [function, text] : table) {
+        Faults::Fail(function, EINVAL, 1);
+        EXPECT_EQ(GetMonotonicClockString(), "");
+        EXPECT_EQ(log.Take(), (LogLines{{LOG_WARNING, text}}));
+    }
+}
+
+class ArchiveNameTest : public RotateTest {
+protected:
+    void SetUp() override {
+        RotateTest::SetUp();
+        rotate.bootNum = 7;
+        WriteFile(rotation, "line\n");
+    }
+
+    // Makes files for the names of the seconds 42 to `last`.
+    void TakeNamesUntil(unsigned last) {
+        for (unsigned second = 42; second <= last; ++second) {
+            WriteFile(archive / ArchFn(7, second), "taken");
+        }
+    }
+
+    const Path rotation = syslogDir / "messages.txt.0";
+};
+
+TEST_F(ArchiveNameTest, HasABootNumberOfAtLeastThreeDigits) {
+    const std::vector<std::pair<unsigned, const char*>> table{
+        {1, "messages.001.1970-01-01.00:00:42.txt.xz"},
+        {7, "messages.007.1970-01-01.00:00:42.txt.xz"},
+        {42, "messages.042.1970-01-01.00:00:42.txt.xz"},
+        {999, "messages.999.1970-01-01.00:00:42.txt.xz"},
+        {1000, "messages.1000.1970-01-01.00:00:42.txt.xz"},
+        {65536, "messages.65536.1970-01-01.00:00:42.txt.xz"},
+    };
+    for (const auto& [bootNum, name] : table) {
+        rotate.bootNum = bootNum;
+        EXPECT_EQ(rotate.GetArchFn(), name);
+    }
+}
+
+TEST_F(ArchiveNameTest, IsEmptyWithoutATimeStamp) {
+    Faults::Fail("clock_gettime", EINVAL, 1);
+    EXPECT_EQ(rotate.GetArchFn(), "");
+    EXPECT_EQ(log.Take(),
+              (LogLines{{LOG_WARNING, "clock_gettime() failure: -1: Invalid argument"}}));
+}
+
+TEST_F(ArchiveNameTest, TwoArchivingsWithinOneSecondMakeTwoFiles) {
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    WriteFile(rotation, "another line\n");
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "line\n"}, {ArchFn(7, 43), "another line\n"}}));
+}
+
+TEST_F(ArchiveNameTest, WaitsInTenthsForTheNextSecond) {
+    TakeNamesUntil(42);
+    Faults::FixClock({.tv_sec = 42, .tv_nsec = 750'000'000});
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    EXPECT_EQ(ReadFile(archive / ArchFn(7, 42)), "taken");
+    EXPECT_EQ(ReadXzFile(archive / ArchFn(7, 43)), "line\n");
+    EXPECT_THAT(TakeCallsOf("nanosleep"), ElementsAre("0.100000000", "0.100000000", "0.100000000"));
+}
+
+TEST_F(ArchiveNameTest, TheDurationOfAnArchivingHoldsTheWaitForAName) {
+    TakeNamesUntil(43);
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    EXPECT_EQ(log.Take(),
+              (LogLines{{LOG_INFO,
+                         "Archived '/perm/logs/syslog/messages.txt.0' to "
+                         "'/perm/logs/syslog/archive/messages.007.1970-01-01.00:00:44.txt.xz' in "
+                         "2.0 seconds."}}));
+}
+
+TEST_F(ArchiveNameTest, ANameIsWaitedForAlmostTenSeconds) {
+    TakeNamesUntil(51);
+    Faults::FixClock({.tv_sec = 42, .tv_nsec = 100'000'000});
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    EXPECT_EQ(ReadXzFile(archive / ArchFn(7, 52)), "line\n");
+}
+
+TEST_F(ArchiveNameTest, ANameIsNotWaitedForLonger) {
+    TakeNamesUntil(51);
+    EXPECT_FAILURE(rotate.Archive(rotation));
+    EXPECT_EQ(log.Take(),
+              (LogLines{{LOG_ERR, "All archive file names of the last 10 seconds are taken."}}));
+    EXPECT_THAT(TakeCallsOf("system"), IsEmpty());
+    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt.0", "line\n"}});
+    EXPECT_THAT(ReadDir(archive), SizeIs(10));
+    EXPECT_THAT(ReadDir(archive), Each(testing::Field(&Dir::value_type::second, "taken")));
+}
+
+TEST_F(ArchiveNameTest, AClockThatFailsDuringTheWaitEndsIt) {
+    TakeNamesUntil(42);
+    Faults::OnCall("nanosleep", [] { Faults::Fail("clock_gettime", EINVAL); });
+    EXPECT_FAILURE(rotate.Archive(rotation));
+    EXPECT_EQ(log.Take(),
+              (LogLines{{LOG_WARNING, "clock_gettime() failure: -1: Invalid argument"}}));
+    EXPECT_DIR(archive, {{ArchFn(7, 42), "taken"}});
+}
+
+TEST_F(ArchiveNameTest, IsChosenBeforeTheCompression) {
+    Faults::OnCall("system", [] { Faults::FixClock({.tv_sec = 55, .tv_nsec = 0}); });
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "line\n"}}));
+}
+
+TEST_F(ArchiveNameTest, ThatWasTakenDuringTheCompressionGivesWayToALaterOne) {
+    StandIn("xz", "printf taken > /perm/logs/syslog/archive/" + ArchFn(7, 42) +
+                      "; exec /usr/bin/xz \"$@\"");
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    EXPECT_EQ(ReadFile(archive / ArchFn(7, 42)), "taken");
+    EXPECT_EQ(ReadXzFile(archive / ArchFn(7, 43)), "line\n");
+    EXPECT_EQ(log.Take(),
+              (LogLines{{LOG_INFO,
+                         "Archived '/perm/logs/syslog/messages.txt.0' to "
+                         "'/perm/logs/syslog/archive/messages.007.1970-01-01.00:00:43.txt.xz' in "
+                         "1.0 seconds."}}));
+}
+
+TEST_F(ArchiveNameTest, ThatWasTakenDuringTheCompressionWithNoLaterOneFailsAndKeepsTheSource) {
+    StandIn("xz", "printf taken > /perm/logs/syslog/archive/" + ArchFn(7, 42) +
+                      "; exec /usr/bin/xz \"$@\"");
+    Faults::OnCall("nanosleep", [] { Faults::Fail("clock_gettime", EINVAL); });
+    EXPECT_FAILURE(rotate.Archive(rotation));
+    EXPECT_DIR(archive, {{ArchFn(7, 42), "taken"}});
+    EXPECT_EQ(ReadFile(rotation), "line\n");
+    EXPECT_THAT(TakeCallsOf("rename"), IsEmpty());
+}
+
+}  // namespace

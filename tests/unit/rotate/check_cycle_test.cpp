@@ -1,0 +1,217 @@
+// The check cycle: at most one file is archived, the one whose turn it is.
+#include "tests/unit/rotate/engine.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr unsigned long MaxLiveLogSize = 10485760;
+
+class CheckLogsTest : public RotateTest {
+protected:
+    void SetUp() override {
+        RotateTest::SetUp();
+        rotate.bootNum = 7;
+    }
+
+    // Files that hold their own names.
+    void WriteFiles(const std::vector<std::string>& names) {
+        for (const std::string& name : names) WriteFile(syslogDir / name, name);
+    }
+
+    // What was archived so far, oldest first.
+    Texts ArchivedTexts() const {
+        Texts texts;
+        for (const auto& [name, text] : ReadArchive()) texts.push_back(text);
+        return texts;
+    }
+};
+
+TEST_F(CheckLogsTest, WithoutAnyLogNothingHappens) {
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(Faults::TakeCalls(), IsEmpty());
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Line(LOG_ERR, StartsWith("GetFileSize(/perm/logs/syslog/messages.txt) "
+                                                     "exception: "))));
+}
+
+TEST_F(CheckLogsTest, WithoutASyslogDirectoryNothingHappens) {
+    std::filesystem::remove_all(syslogDir);
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Line(LOG_ERR, StartsWith("Exception in GetFilesInDir(/perm/logs/syslog"
+                                                     "): "))));
+}
+
+TEST_F(CheckLogsTest, ALiveLogOfTenMebibytesIsLeftAlone) {
+    for (const unsigned long size : {0UL, 1UL, MaxLiveLogSize - 1, MaxLiveLogSize}) {
+        WriteSparseFile(liveLog, size);
+        EXPECT_SUCCESS(rotate.CheckLogs());
+        EXPECT_TRUE(std::filesystem::exists(liveLog)) << size;
+    }
+    EXPECT_THAT(Faults::TakeCalls(), IsEmpty());
+    EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+TEST_F(CheckLogsTest, ALiveLogOfOneByteMoreIsArchived) {
+    WriteSparseFile(liveLog, MaxLiveLogSize + 1);
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_DIR(syslogDir, {{"archive/", ""}});
+    EXPECT_EQ(ReadXzFile(archive / ArchFn(7)).size(), MaxLiveLogSize + 1);
+    EXPECT_THAT(
+        log.Take(),
+        ElementsAre(Line(LOG_WARNING, StartsWith("Attempt to read file /var/run/syslogd.pid")),
+                    Line(LOG_INFO, StartsWith("Archived '/perm/logs/syslog/messages.txt' to "))));
+}
+
+TEST_F(CheckLogsTest, ARotationComesBeforeALargeLiveLog) {
+    WriteSparseFile(liveLog, MaxLiveLogSize + 1);
+    WriteFiles({"messages.txt.0"});
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.0"));
+    EXPECT_EQ(std::filesystem::file_size(liveLog), MaxLiveLogSize + 1);
+}
+
+TEST_F(CheckLogsTest, OneRotationIsArchivedPerCycleTheHighestFirst) {
+    WriteFiles({"messages.txt", "messages.txt.0", "messages.txt.3"});
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.3"));
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.3", "messages.txt.0"));
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.3", "messages.txt.0"));
+    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt", "messages.txt"}});
+    EXPECT_EQ(rotate.bootNum, 7U);
+}
+
+TEST_F(CheckLogsTest, ForeignFilesAreNeverArchived) {
+    WriteFiles({"messages", "messages.0", "messages.txt", "messages.txt.0.gz", "other.txt.0",
+                "messagestxt.0", "Messages.txt.0"});
+    std::filesystem::create_directory(syslogDir / "messages.txt.5");
+    std::filesystem::create_directory(syslogDir / "messages.txt.9");
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(Faults::TakeCalls(), IsEmpty());
+    EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+TEST_F(CheckLogsTest, ATakenLogThatWasLeftIsArchivedBeforeRotations) {
+    WriteFiles({"messages.txt.0", "messages.txt.8", "messages.txt.tmp"});
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.tmp"));
+}
+
+TEST_F(CheckLogsTest, AFailedArchivingOfARotationIsReported) {
+    StandIn("xz", "exit 1");
+    WriteFiles({"messages.txt.0"});
+    EXPECT_FAILURE(rotate.CheckLogs());
+}
+
+TEST_F(CheckLogsTest, AFailedArchivingOfTheLiveLogIsReported) {
+    StandIn("xz", "exit 1");
+    WriteSparseFile(liveLog, MaxLiveLogSize + 1);
+    EXPECT_FAILURE(rotate.CheckLogs());
+}
+
+// The rotation behind which syslogd has no further name.
+class MaxRotationTest : public CheckLogsTest {
+protected:
+    void SetUp() override {
+        CheckLogsTest::SetUp();
+        WriteFiles({"messages.txt", "messages.txt.8", "messages.txt.9", "messages.txt.tmp"});
+        ServeSyslogd();
+    }
+
+    // syslogd's script records what it is asked to do, and what the syslog directory holds then.
+    void ServeSyslogd(const std::string& thenDo = "") {
+        WriteScript(syslogdScript, "echo \"$@:\" $(ls " + syslogDir.string() +
+                                       ") >> /stand-in/syslogd; " + thenDo);
+        WriteFile("/stand-in/syslogd");
+    }
+
+    const LogLine lostLine{LOG_ERR,
+                           "Syslog had to be stopped to deal with its last possible rotation.  "
+                           "Messages were lost."};
+};
+
+TEST_F(MaxRotationTest, IsArchivedAloneAndWithSyslogdStopped) {
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_EQ(ReadFile("/stand-in/syslogd"),
+              "stop: archive messages.txt messages.txt.8 messages.txt.9 messages.txt.tmp\n"
+              "start: archive messages.txt messages.txt.8 messages.txt.tmp\n");
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.9"));
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Line(LOG_INFO, StartsWith("Archived '/perm/logs/syslog/messages.txt.9' "
+                                                      "to ")),
+                            lostLine));
+}
+
+TEST_F(MaxRotationTest, RunsExactlyTheseCommands) {
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(TakeCallsOf("system"), ElementsAre("/etc/init.d/S01syslogd-moraine stop",
+                                                   "xz -fk /perm/logs/syslog/messages.txt.9",
+                                                   "/etc/init.d/S01syslogd-moraine start"));
+}
+
+TEST_F(MaxRotationTest, IsArchivedThoughSyslogdWouldNotStop) {
+    ServeSyslogd("[ $1 = start ]");
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.9"));
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Line(LOG_ERR, StartsWith("Unable to '/etc/init.d/S01syslogd-moraine "
+                                                     "stop'.  Result: 256, Error: '")),
+                            Line(LOG_INFO, StartsWith("Archived ")), lostLine));
+}
+
+TEST_F(MaxRotationTest, ThatCannotBeArchivedLeavesSyslogdStopped) {
+    StandIn("xz", "exit 1");
+    EXPECT_FAILURE(rotate.CheckLogs());
+    EXPECT_EQ(ReadFile("/stand-in/syslogd"),
+              "stop: archive messages.txt messages.txt.8 messages.txt.9 messages.txt.tmp\n");
+    EXPECT_THAT(log.Take(), ElementsAre(Line(LOG_ERR, StartsWith("Unable to 'xz -fk "))));
+}
+
+TEST_F(MaxRotationTest, WithASyslogdThatWouldNotStartIsAFailure) {
+    ServeSyslogd("[ $1 = stop ]");
+    EXPECT_FAILURE(rotate.CheckLogs());
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.9"));
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Line(LOG_INFO, StartsWith("Archived ")),
+                            Line(LOG_ERR, StartsWith("Unable to '/etc/init.d/S01syslogd-moraine "
+                                                     "start'.  Result: 256, Error: '"))));
+}
+
+TEST_F(MaxRotationTest, CanBeAnyFile) {
+    EXPECT_SUCCESS(rotate.ArchiveMaxSyslogdPfn(syslogDir / "messages.txt.8"));
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.8"));
+}
+
+TEST_F(MaxRotationTest, IsLookedForInEachCycle) {
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    WriteFiles({"messages.txt.9"});
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.9", "messages.txt.9"));
+}
+
+TEST(LastRotation, IsTheGreatestNameOfARotation) {
+    const std::vector<std::pair<std::set<std::string>, const char*>> table{
+        {{}, ""},
+        {{"messages.txt"}, ""},
+        {{"archive", "messages.0", "messages.txt", "other.txt.0"}, ""},
+        {{"messages.txt.0"}, "messages.txt.0"},
+        {{"messages.txt", "messages.txt.0", "messages.txt.3"}, "messages.txt.3"},
+        {{"messages.txt.0", "zzz"}, "messages.txt.0"},
+        {{"messages.txt.10", "messages.txt.8", "messages.txt.9"}, "messages.txt.9"},
+        {{"messages.txt.0", "messages.txt.10"}, "messages.txt.10"},
+        {{"messages.txt.9", "messages.txt.tmp"}, "messages.txt.tmp"},
+    };
+    const Engine rotate;
+    for (const auto& [files, expected] : table) {
+        std::set<std::string> listing = files;
+        EXPECT_EQ(rotate.GetLastSyslogdRotation(listing), expected);
+        EXPECT_EQ(listing, files);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,235 @@
+// Boot numbers: pruning when all of them are in use, and renumbering from 1.
+#include "logging/logging.h"
+#include "tests/unit/rotate/engine.h"
+
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+const LogLine TooManyLine{LOG_INFO,
+                          "Log archive contains too many reboots.  Oldest 100 will be deleted."};
+const LogLine RenumberingLine{LOG_INFO, "Renumbering boot numbers on archived files."};
+
+class RebootLimitTest : public RotateTest {
+protected:
+    // Files that hold their own names.
+    void Fill(const Texts& names) {
+        for (const std::string& name : names) WriteFile(archive / name, name);
+    }
+
+    // Two files for each boot, which hold the boot's number and their time.
+    void FillBoots(unsigned first, unsigned last) {
+        for (unsigned boot = first; boot <= last; ++boot) {
+            for (const unsigned second : {10, 20}) {
+                WriteFile(archive / ArchFn(boot, second), TextOf(boot, second));
+            }
+        }
+    }
+
+    // The archive when the boots `first` to `last` were renumbered from 1.
+    static Dir Renumbered(unsigned first, unsigned last) {
+        Dir expected;
+        for (unsigned boot = first; boot <= last; ++boot) {
+            for (const unsigned second : {10, 20}) {
+                expected[ArchFn(boot - first + 1, second)] = TextOf(boot, second);
+            }
+        }
+        return expected;
+    }
+
+    static std::string TextOf(unsigned boot, unsigned second) {
+        return std::to_string(boot) + ' ' + std::to_string(second);
+    }
+};
+
+TEST_F(RebootLimitTest, AnEmptyArchiveIsLeftAlone) {
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+TEST_F(RebootLimitTest, BootsThatStartAt1AreLeftAlone) {
+    for (const unsigned last : {1, 2, 998}) {
+        SCOPED_TRACE(last);
+        FillBoots(1, last);
+        EXPECT_SUCCESS(rotate.CheckReboots());
+        EXPECT_EQ(ReadDir(archive), Renumbered(1, last));
+        EXPECT_THAT(log.Take(), IsEmpty());
+    }
+}
+
+TEST_F(RebootLimitTest, BootsThatStartLaterAreRenumberedFrom1) {
+    const std::pair<unsigned, unsigned> table[]{{2, 2}, {2, 3}, {3, 999}, {999, 999}, {100, 110}};
+    for (const auto& [first, last] : table) {
+        SCOPED_TRACE(first);
+        std::filesystem::remove_all(archive);
+        FillBoots(first, last);
+        EXPECT_SUCCESS(rotate.CheckReboots());
+        EXPECT_EQ(ReadDir(archive), Renumbered(first, last));
+        EXPECT_EQ(log.Take(), LogLines{RenumberingLine});
+    }
+}
+
+TEST_F(RebootLimitTest, WhenAllNumbersAreInUseTheOldest100BootsGo) {
+    FillBoots(1, 999);
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    EXPECT_EQ(ReadDir(archive), Renumbered(101, 999));
+    EXPECT_EQ(log.Take(), (LogLines{TooManyLine, RenumberingLine}));
+}
+
+TEST_F(RebootLimitTest, GapsStayAndTheOldest100BootsThatThereAreGo) {
+    FillBoots(1, 50);
+    FillBoots(201, 260);
+    FillBoots(999, 999);
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    Dir expected = Renumbered(251, 260);
+    expected[ArchFn(749, 10)] = TextOf(999, 10);
+    expected[ArchFn(749, 20)] = TextOf(999, 20);
+    EXPECT_EQ(ReadDir(archive), expected);
+}
+
+TEST_F(RebootLimitTest, ANumberBeyond999PrunesToo) {
+    FillBoots(1, 150);
+    Fill({ArchFn(1000)});
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    Dir expected = Renumbered(101, 150);
+    expected[ArchFn(900)] = ArchFn(1000);
+    EXPECT_EQ(ReadDir(archive), expected);
+    EXPECT_EQ(log.Take(), (LogLines{TooManyLine, RenumberingLine}));
+}
+
+TEST_F(RebootLimitTest, MoreThan65535FilesAreNeverDeletedAtOnce) {
+    WriteFile(archive / ArchFn(999), "kept");
+    for (unsigned file = 0; file < 65537; ++file) {
+        WriteFile(archive / ("messages.001." + std::to_string(100000 + file) + ".xz"));
+    }
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    EXPECT_DIR(
+        archive,
+        {{ArchFn(999), "kept"}, {"messages.001.165535.xz", ""}, {"messages.001.165536.xz", ""}});
+    EXPECT_EQ(log.Take(), LogLines{TooManyLine});
+}
+
+// Each entry of the archive counts, and one that tells no number counts as boot 0.
+TEST_F(RebootLimitTest, AForeignFileKeepsAllNumbersAsTheyAre) {
+    FillBoots(5, 999);
+    WriteFile(archive / "notes");
+    const Dir before = ReadDir(archive);
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    EXPECT_EQ(ReadDir(archive), before);
+    EXPECT_THAT(log.Take(), Each(LogLine{LOG_ERR, "notes is not a logging archive file."}));
+}
+
+TEST_F(RebootLimitTest, AForeignFileAloneIsLeftAlone) {
+    WriteFile(archive / "notes");
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    EXPECT_EQ(log.Take(), (LogLines{{LOG_ERR, "notes is not a logging archive file."}}));
+}
+
+TEST_F(RebootLimitTest, ForeignEntriesWithABootNumberAreNotRenamed) {
+    Fill({"other.005.txt", ArchFn(6)});
+    std::filesystem::create_directory(archive / "messages.004.folder");
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    EXPECT_DIR(
+        archive,
+        {{"messages.004.folder/", ""}, {"other.005.txt", "other.005.txt"}, {ArchFn(3), ArchFn(6)}});
+    EXPECT_EQ(log.Take(), LogLines{RenumberingLine});
+}
+
+TEST_F(RebootLimitTest, WithoutArchiveFilesThereIsNothingToRename) {
+    Fill({"other.005.txt"});
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    EXPECT_DIR(archive, {{"other.005.txt", "other.005.txt"}});
+    EXPECT_EQ(log.Take(), LogLines{RenumberingLine});
+}
+
+TEST_F(RebootLimitTest, OnlyTheDigitsOfANameChange) {
+    Fill(
+        {"messages.041.1970-01-02.03:04:05.txt.xz", "messages.042.anything.xz", "messages.043.xz"});
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    EXPECT_DIR(archive, {{"messages.001.1970-01-02.03:04:05.txt.xz",
+                          "messages.041.1970-01-02.03:04:05.txt.xz"},
+                         {"messages.002.anything.xz", "messages.042.anything.xz"},
+                         {"messages.003.xz", "messages.043.xz"}});
+}
+
+TEST_F(RebootLimitTest, NumbersOfFourDigitsAreBroughtDownToo) {
+    Fill({ArchFn(5), ArchFn(1003), ArchFn(1004)});
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    EXPECT_DIR(archive,
+               {{ArchFn(1), ArchFn(5)}, {ArchFn(999), ArchFn(1003)}, {ArchFn(1000), ArchFn(1004)}});
+}
+
+TEST_F(RebootLimitTest, ADebugLineTellsEachRename) {
+    Logging::SetLogLevel(Logging::SeverityDebug);
+    Fill({ArchFn(11), ArchFn(12)});
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    EXPECT_EQ(log.Take(),
+              (LogLines{RenumberingLine,
+                        {LOG_DEBUG, "Renamed '" + ArchFn(11) + "' to '" + ArchFn(1) + "'"},
+                        {LOG_DEBUG, "Renamed '" + ArchFn(12) + "' to '" + ArchFn(2) + "'"}}));
+}
+
+TEST_F(RebootLimitTest, AFailedRenameEndsTheRenumbering) {
+    Fill({ArchFn(3), ArchFn(4), ArchFn(5)});
+    Faults::Fail("rename", EIO, 2);
+    EXPECT_FAILURE(rotate.CheckReboots());
+    EXPECT_DIR(archive, {{ArchFn(1), ArchFn(3)}, {ArchFn(4), ArchFn(4)}, {ArchFn(5), ArchFn(5)}});
+    EXPECT_THAT(log.Take(), ElementsAre(RenumberingLine,
+                                        Line(LOG_ERR, StartsWith("Rename failure, reason: "))));
+}
+
+// Files that come while the archive is renumbered.
+TEST_F(RebootLimitTest, AFileWithoutABootNumberIsPassedOver) {
+    Fill({ArchFn(3)});
+    OnNthCall("opendir", 2, [this] { Fill({"messages.abc.xz"}); });
+    EXPECT_SUCCESS(rotate.RenumberArchivedFiles());
+    EXPECT_DIR(archive, {{ArchFn(1), ArchFn(3)}, {"messages.abc.xz", "messages.abc.xz"}});
+    EXPECT_EQ(log.Take(), (LogLines{RenumberingLine, {LOG_ERR, "StringToInt() failure on abc."}}));
+}
+
+TEST_F(RebootLimitTest, AFileBelowTheSmallestBootNumberIsPassedOverWithAWarning) {
+    Fill({ArchFn(3)});
+    OnNthCall("opendir", 2, [this] { Fill({ArchFn(2)}); });
+    EXPECT_SUCCESS(rotate.RenumberArchivedFiles());
+    EXPECT_DIR(archive, {{ArchFn(1), ArchFn(3)}, {ArchFn(2), ArchFn(2)}});
+    EXPECT_EQ(log.Take(),
+              (LogLines{RenumberingLine,
+                        {LOG_WARNING, "Boot number 2 in file " + ArchFn(2) +
+                                          " is less than the smallest boot number 3, which does "
+                                          "not make sense."}}));
+}
+
+TEST_F(RebootLimitTest, AFileWhoseNewNameExistsKeepsItsNumber) {
+    Fill({"messages.002.a.txt.xz", "messages.2.a.txt.xz", ArchFn(3)});
+    EXPECT_SUCCESS(rotate.RenumberArchivedFiles());
+    EXPECT_DIR(archive, {{"messages.001.a.txt.xz", "messages.002.a.txt.xz"},
+                         {"messages.2.a.txt.xz", "messages.2.a.txt.xz"},
+                         {ArchFn(2), ArchFn(3)}});
+    EXPECT_EQ(log.Take(), (LogLines{RenumberingLine,
+                                    {LOG_WARNING,
+                                     "'messages.2.a.txt.xz' keeps its boot number, because "
+                                     "'messages.001.a.txt.xz' exists."}}));
+}
+
+TEST_F(RebootLimitTest, APruningThatCannotListTheArchiveIsAFailure) {
+    Fill({ArchFn(1), ArchFn(999)});
+    Faults::Fail("opendir", EIO, 2);
+    EXPECT_FAILURE(rotate.CheckReboots());
+    EXPECT_DIR(archive, {{ArchFn(1), ArchFn(1)}, {ArchFn(999), ArchFn(999)}});
+    EXPECT_THAT(log.Take(),
+                ElementsAre(TooManyLine, Line(LOG_ERR, StartsWith("Exception in GetFilesInDir("))));
+}
+
+TEST_F(RebootLimitTest, AnArchiveThatCannotBeReadIsAnException) {
+    Fill({ArchFn(2)});
+    for (const int query : {1, 2}) {
+        Faults::Fail("opendir", EIO, query);
+        EXPECT_THROW((void)rotate.CheckReboots(), std::filesystem::filesystem_error);
+        EXPECT_DIR(archive, {{ArchFn(2), ArchFn(2)}});
+    }
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+// A live log that was taken away from syslogd: syslogd may write to it until its clock's second
+// ends, and an interrupted archiving leaves it under its temporary name.
+#include <sys/stat.h>
+
+#include "tests/unit/rotate/engine.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+class TakenLogTest : public RotateTest {
+protected:
+    void SetUp() override {
+        RotateTest::SetUp();
+        rotate.bootNum = 7;
+        WriteFile(pidFile, "4711\n");
+    }
+
+    // Sets the time of day to so many milliseconds behind the file's last touch.
+    static void LetPassSinceTouch(const Path& pfn, long milliseconds) {
+        constexpr long Second = 1'000'000'000;
+        struct stat status {};
+        ASSERT_EQ(stat(pfn.c_str(), &status), 0);
+        const timespec touch = status.st_ctim;
+        const long nanoseconds = touch.tv_nsec + milliseconds % 1000 * 1'000'000;
+        Faults::FixTimeOfDay({.tv_sec = touch.tv_sec + milliseconds / 1000 + nanoseconds / Second,
+                              .tv_nsec = nanoseconds % Second});
+    }
+};
+
+TEST_F(TakenLogTest, IsRemovedASecondAndAHalfAfterItWasTouchedLast) {
+    struct {
+        long msSinceTouch;
+        Texts sleeps;
+    } const table[]{
+        {500, {"1.000000000"}},        //
+        {1000, {"0.500000000"}},       //
+        {1500, {}},                    //
+        {2000, {}},                    //
+        {86'400'000, {}},              //
+        {-3'600'000, {"1.500000000"}}  // The clock was set back.
+    };
+    for (const auto& [milliseconds, sleeps] : table) {
+        SCOPED_TRACE(milliseconds);
+        WriteFile(tmpLog, "old\n");
+        LetPassSinceTouch(tmpLog, milliseconds);
+        EXPECT_SUCCESS(rotate.Archive(tmpLog));
+        EXPECT_EQ(TakeCallsOf("nanosleep"), sleeps);
+        Faults::FixClock({.tv_sec = 42, .tv_nsec = 0});
+        std::filesystem::remove(archive / ArchFn(7));
+    }
+}
+
+TEST_F(TakenLogTest, IsWaitedForBetweenItsCompressionAndItsMoveIntoTheArchive) {
+    WriteFile(tmpLog, "old\n");
+    LetPassSinceTouch(tmpLog, 0);
+    EXPECT_SUCCESS(rotate.Archive(tmpLog));
+    EXPECT_THAT(Faults::TakeCalls(),
+                ElementsAre(StartsWith("system "), StartsWith("nanosleep "), StartsWith("fsync "),
+                            StartsWith("rename "), StartsWith("fsync "), StartsWith("remove ")));
+}
+
+TEST_F(TakenLogTest, HoldsTheLinesThatSyslogdWritesDuringTheWait) {
+    WriteFile(liveLog, "old\n");
+    LetPassSinceTouch(liveLog, 0);
+    OnNthCall("nanosleep", 1, [this] { AppendToFile(tmpLog, "late\n"); });
+    EXPECT_SUCCESS(rotate.Archive(liveLog));
+    ExpectOnlyArchived("old\nlate\n");
+}
+
+TEST_F(TakenLogTest, HoldsTheLinesThatSyslogdWritesUntilItReopens) {
+    WriteFile(liveLog, "old\n");
+    OnNthCall("kill", 1, [this] {
+        AppendToFile(tmpLog, "late\n");
+        WriteFile(liveLog, "new\n");
+    });
+    EXPECT_SUCCESS(rotate.Archive(liveLog));
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7), "old\nlate\n"}}));
+    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt", "new\n"}});
+}
+
+TEST_F(TakenLogTest, ThatWasLeftGoesBeforeTheLiveLogThatWouldReplaceIt) {
+    WriteFile(tmpLog, "old\n");
+    WriteFile(liveLog, "new\n");
+    EXPECT_SUCCESS(rotate.Archive(liveLog));
+    EXPECT_THAT(TakeCallsOf("kill"), IsEmpty());
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7), "old\n"}}));
+    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt", "new\n"}});
+    EXPECT_EQ(log.Take(),
+              (LogLines{{LOG_INFO,
+                         "Archived '/perm/logs/syslog/messages.txt.tmp' to "
+                         "'/perm/logs/syslog/archive/messages.007.1970-01-01.00:00:42.txt.xz' in "
+                         "0.0 seconds."}}));
+}
+
+TEST_F(TakenLogTest, ThatWasLeftAndCannotBeArchivedKeepsTheLiveLogWhereItIs) {
+    StandIn("xz", "exit 1");
+    WriteFile(tmpLog, "old\n");
+    WriteFile(liveLog, "new\n");
+    EXPECT_FAILURE(rotate.Archive(liveLog));
+    EXPECT_DIR(syslogDir,
+               {{"archive/", ""}, {"messages.txt", "new\n"}, {"messages.txt.tmp", "old\n"}});
+}
+
+TEST_F(TakenLogTest, ThatIsWrittenToForEverIsLeftToALaterCycle) {
+    StandIn("xz", "/usr/bin/xz \"$@\"; echo more >> \"$2\"");
+    WriteFile(liveLog, "old\n");
+    EXPECT_SUCCESS(rotate.Archive(liveLog));
+    EXPECT_DIR(archive, {});
+    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO,
+                                     "'/perm/logs/syslog/messages.txt' was written to while it was "
+                                     "compressed.  A later cycle will archive it."}}));
+
+    std::filesystem::remove("/stand-in/xz");
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    ExpectOnlyArchived("old\nmore\nmore\nmore\nmore\nmore\n");
+}
+
+}  // namespace

@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "util/util.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+std::string Decoded(const std::string& text) {
+    const std::vector<unsigned char> bytes = Util::Base64Decode(text);
+    return {bytes.begin(), bytes.end()};
+}
+
+struct Case {
+    std::string text;
+    std::string bytes;
+};
+
+TEST(Base64DecodeTest, TheVectorsOfRfc4648) {
+    const Case cases[] = {
+        {"", ""},
+        {"Zg==", "f"},
+        {"Zm8=", "fo"},
+        {"Zm9v", "foo"},
+        {"Zm9vYg==", "foob"},
+        {"Zm9vYmE=", "fooba"},
+        {"Zm9vYmFy", "foobar"},
+    };
+    for (const auto& [text, bytes] : cases) EXPECT_EQ(Decoded(text), bytes) << text;
+}
+
+TEST(Base64DecodeTest, NeedsNoPadding) {
+    const Case cases[] = {
+        {"TWFu", "Man"},
+        {"TWE=", "Ma"},
+        {"TQ==", "M"},
+        {"TWE", "Ma"},
+        {"TQ", "M"},
+        {"TWE.", "Ma>"},
+        {"TQ=", "M"},
+        {"TWFuTWE", "ManMa"},
+        {"TWFuTQ", "ManM"},
+        {"TWFuTQ=", "ManM"},
+        {"////", "\xff\xff\xff"},
+    };
+    for (const auto& [text, bytes] : cases) EXPECT_EQ(Decoded(text), bytes) << text;
+}
+
+// The last group's fourth character is never used where there is padding.
+TEST(Base64DecodeTest, AShortOrPaddedGroupYieldsAtMostTwoBytes) {
+    const Case cases[] = {
+        {"TW//", "Mo\xff"},
+        {"TW/=", "Mo"},
+        {"TW/", "Mo"},
+        {"TW=/", "M`?"},
+        {"TW==", "M"},
+        {"T/==", "O"},
+        {"TWFuTWE=TWE=", "ManMa\0Ma"s},
+        {"====", "\0"s},
+        {"=", "\0"s},
+        {"==", "\0"s},
+        {"===", "\0"s},
+        {"TWFu=", "Man\0"s},
+        {"TWFuTW/=", "ManMo"},
+    };
+    for (const auto& [text, bytes] : cases) EXPECT_EQ(Decoded(text), bytes) << text;
+}
+
+// A group of one character counts as followed by a zero byte, which is never read: the text stands
+// at the very end of its memory, for a sanitizer to watch.
+TEST(Base64DecodeTest, ASingleLastCharacterYieldsItsSixBits) {
+    const Case cases[] = {
+        {"T", "L"},
+        {"/", "\xfc"},
+        {"TWFuT", "ManL"},
+        {"TWFuTWFu/", "ManMan\xfc"},
+    };
+    for (const auto& [text, bytes] : cases) {
+        SCOPED_TRACE(text);
+        EXPECT_EQ(Decoded(text), bytes);
+        const auto memory = std::make_unique<char[]>(text.size());
+        std::memcpy(memory.get(), text.data(), text.size());
+        const std::vector<unsigned char> decoded = Util::Base64Decode(memory.get(), text.size());
+        EXPECT_EQ(std::string(decoded.begin(), decoded.end()), bytes);
+    }
+    EXPECT_EQ(Util::Base64Decode("T/////", 1), (std::vector<unsigned char>{'L'}));
+}
+
+TEST(Base64DecodeTest, TakesAsManyBytesAsTold) {
+    const std::vector<unsigned char> man{'M', 'a', 'n'};
+    EXPECT_EQ(Util::Base64Decode("TWFuTWFu", 4), man);
+    EXPECT_EQ(Util::Base64Decode("TWFuTWFu", 6), (std::vector<unsigned char>{'M', 'a', 'n', 'M'}));
+    EXPECT_TRUE(Util::Base64Decode("TWFu", 0).empty());
+    EXPECT_TRUE(Util::Base64Decode(nullptr, 0).empty());
+}
+
+// The six bits of every byte value, at each place of a group.
+TEST(Base64DecodeTest, EveryByteValueHasItsSixBits) {
+    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::array<unsigned, UCHAR_MAX + 1> sixBits{};
+    for (const char c : alphabet) {
+        sixBits[static_cast<unsigned char>(c)] = static_cast<unsigned>(alphabet.find(c));
+    }
+    sixBits['-'] = sixBits['.'] = 62;
+    sixBits['_'] = sixBits[','] = 63;
+
+    for (unsigned value = 0; value <= UCHAR_MAX; ++value) {
+        for (std::size_t place = 0; place < 4; ++place) {
+            std::string group = "AAAA";
+            group[place] = static_cast<char>(value);
+            const unsigned bits = sixBits[value] << (18 - 6 * place);
+            const std::vector<unsigned char> bytes{static_cast<unsigned char>(bits >> 16),
+                                                   static_cast<unsigned char>(bits >> 8),
+                                                   static_cast<unsigned char>(bits)};
+            // A whole group in front of another, so that "=" is no padding.
+            std::vector<unsigned char> decoded = Util::Base64Decode(group + "AAAA");
+            decoded.resize(3);
+            EXPECT_EQ(decoded, bytes) << "byte " << value << " at place " << place;
+        }
+    }
+}
+
+TEST(Base64DecodeTest, TheVariantsReadTheSame) {
+    const std::string standard = "A+/z/+8=";
+    EXPECT_EQ(Decoded("A-_z_-8="), Decoded(standard));
+    EXPECT_EQ(Decoded("A.,z,.8="), Decoded(standard));
+    EXPECT_EQ(Decoded(standard), "\x03\xef\xf3\xff\xef");
+}
+
+}  // namespace

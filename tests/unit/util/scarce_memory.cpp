@@ -1,0 +1,37 @@
+#include "tests/unit/util/scarce_memory.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::size_t largestBlock = SIZE_MAX;
+int grantedBlocks = 0;
+
+}  // namespace
+
+ScarceMemory::ScarceMemory(std::size_t largest, int granted) {
+    largestBlock = largest;
+    grantedBlocks = granted;
+}
+
+ScarceMemory::~ScarceMemory() {
+    largestBlock = SIZE_MAX;
+}
+
+void* operator new(std::size_t size) {
+    const bool isLarge = size > largestBlock;
+    if (isLarge && grantedBlocks-- <= 0) throw std::bad_alloc();
+    void* const block = std::malloc(size == 0 ? 1 : size);
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
+}
+
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/) noexcept {
+    std::free(block);
+}
