@@ -5,6 +5,6 @@
 // interruptions do not. An error of the clock is logged and ends it.
 void SleepBetweenCycles();
 
-// Sleeps `seconds`, or until a stop signal; not at all if MainRunning is not set. For programs with a
-// main loop of their own: this daemon's loop uses the other one.
+// Sleeps `seconds`, or until a stop signal; not at all if MainRunning is not set. For programs with
+// a main loop of their own: this daemon's loop uses the other one.
 void SleepAtLeast(unsigned char seconds);

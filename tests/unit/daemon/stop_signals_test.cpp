@@ -38,9 +38,7 @@ public:
         const itimerspec schedule{{0, intervalNs}, {0, intervalNs}};
         EXPECT_EQ(timer_settime(timer, 0, &schedule, nullptr), 0);
     }
-    ~SignalTimer() {
-        (void)timer_delete(timer);
-    }
+    ~SignalTimer() { (void)timer_delete(timer); }
     SignalTimer(const SignalTimer&) = delete;
     SignalTimer& operator=(const SignalTimer&) = delete;
 
