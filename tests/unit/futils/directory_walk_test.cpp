@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "tests/unit/futils/fixture.h"
+#include "tests/unit/futils/ordinary_rights.h"
 
 namespace fs = std::filesystem;
 
@@ -82,6 +83,16 @@ TEST_F(DirectoryWalkTest, TellsRegularFilesWhetherTheListingDoesOrNot) {
         }
         EXPECT_EQ(regular, (std::set<std::string>{"file", "link"}));
     }
+}
+
+TEST_F(DirectoryWalkTest, WhatTheListingTellsIsNotAskedAgain) {
+    fs::create_directories(folder / "listed only" / "dir");
+    fs::permissions(folder / "listed only", fs::perms::owner_read);
+    const OrdinaryRights ordinary;
+    DirectoryWalk walk(folder / "listed only");
+    StepTo(walk, "dir");
+    EXPECT_FALSE(walk.IsRegularFile());
+    EXPECT_EQ(walk.RegularFileSize(), std::nullopt);
 }
 
 TEST_F(DirectoryWalkTest, AFileThatWentAwaySinceItWasListedHasNoSize) {

@@ -91,6 +91,21 @@ TEST_F(StreamSizeTest, IsThatOfTheWholeFileWhereverTheStreamStands) {
     ExpectNoLines();
 }
 
+// A daemon's standard input may be closed: then a file can get descriptor 0.
+TEST_F(StreamSizeTest, DescriptorZeroIsAsGoodAsAny) {
+    WriteFile(folder / "file", "123");
+    const int standardInput = dup(0);
+    ASSERT_EQ(close(0), 0);
+    std::FILE* stream = std::fopen((folder / "file").c_str(), "rb");
+    ASSERT_EQ(fileno(stream), 0);
+    unsigned long size = Untouched;
+    EXPECT_SUCCESS(Futils::GetFileSize(size, stream));
+    EXPECT_EQ(size, 3U);
+    std::fclose(stream);
+    ASSERT_EQ(dup2(standardInput, 0), 0);
+    (void)close(standardInput);
+}
+
 TEST_F(StreamSizeTest, OfANullStreamIsASilentFailureThatLeavesTheSizeAlone) {
     unsigned long size = Untouched;
     EXPECT_FAILURE(Futils::GetFileSize(size, nullptr));

@@ -1,5 +1,6 @@
 // Futils::Sync, which keeps an archived log from being lost with the power.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -32,6 +33,19 @@ TEST_F(SyncTest, SyncsJustTheFileOrFolderThatIsNamed) {
     EXPECT_EQ(Faults::TakeCalls(),
               (Calls{"fsync /perm/futils/a b", "fsync /perm/futils", "fsync /perm/futils/a b"}));
     ExpectNoLines();
+}
+
+// A daemon's standard input may be closed: then a file can get descriptor 0.
+TEST_F(SyncTest, DescriptorZeroIsAsGoodAsAny) {
+    WriteFile(folder / "a", "1");
+    const int standardInput = dup(0);
+    ASSERT_EQ(close(0), 0);
+    errno = ENOENT;
+    EXPECT_SUCCESS(Futils::Sync(folder / "a"));
+    EXPECT_EQ(Faults::TakeCalls(), Calls{"fsync /perm/futils/a"});
+    ExpectNothingOpen();
+    ASSERT_EQ(dup2(standardInput, 0), 0);
+    (void)close(standardInput);
 }
 
 TEST_F(SyncTest, WhatDoesNotExistHasNothingToLose) {

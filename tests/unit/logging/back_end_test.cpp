@@ -150,6 +150,7 @@ TEST_F(BackEndTest, TheHookWritesItsEntriesBeforeTheOneThatIsDue) {
     Log::Info("nothing to report");
     hasReport = true;
     Log::Debug("dropped");
+    Logging::AddEntryToSyslog(Logging::SeverityDebug, "dropped");
     EXPECT_TRUE(hasReport);
     Log::Error("text");
     Log::Error("more text");

@@ -3,34 +3,12 @@
 #include <unistd.h>
 
 #include <cstdarg>
-#include <cstdlib>
-#include <new>
 #include <string>
 
+#include "tests/unit/logging/allocations.h"
 #include "tests/unit/logging/logging_test.h"
 
 using namespace std::string_literals;
-
-namespace {
-
-thread_local int allocations = 0;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    ++allocations;
-    void* const block = std::malloc(size == 0 ? 1 : size);
-    if (block == nullptr) throw std::bad_alloc();
-    return block;
-}
-
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-
-void operator delete(void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
-}
 
 namespace {
 
@@ -136,11 +114,11 @@ TEST_F(FrontEndTest, AMessageIsOneEntryWhateverItHolds) {
 // A line comes out when memory has run out, too.
 TEST_F(FrontEndTest, AllocatesNothing) {
     const std::string message = NumberedText(300);
-    const int before = allocations;
+    const int before = Allocations();
     Log::Error("%s", message.c_str());
     Log::Error("%ls", Unencodable);
     Log::Debug("%s", message.c_str());
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(Allocations(), before);
     EXPECT_EQ(log.Take().size(), 2U);
 }
 

@@ -2,6 +2,7 @@
 // goes, unchanged, and only what is in the archive for good.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/unit/rotate/engine.h"
 
@@ -143,6 +144,15 @@ TEST_F(ArchiveSafetyTest, AFileThatTakesTheNameOfALateDeletedOneStays) {
     EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt.0", "new\n"}});
 }
 
+TEST_F(ArchiveSafetyTest, OfALinkTheLinkGoesAndItsTargetStays) {
+    const Path target = "/perm/logs/elsewhere";
+    std::filesystem::rename(rotation, target);
+    std::filesystem::create_symlink(target, rotation);
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    ExpectOnlyArchived("old\n");
+    EXPECT_EQ(ReadFile(target), "old\n");
+}
+
 // -- The source is written to.
 
 TEST_F(ArchiveSafetyTest, LinesWrittenDuringTheCompressionAreArchived) {
@@ -229,6 +239,17 @@ TEST_F(ArchiveSafetyTest, AFileThatCannotBeOpenedStays) {
                                      "such file or directory"}}));
     EXPECT_EQ(ReadFile(rotation), "new\n");
     EXPECT_DIR(archive, {});
+}
+
+// Then the source's descriptor is the number 0.
+TEST_F(ArchiveSafetyTest, ADaemonWithoutStandardInputArchivesToo) {
+    const int input = dup(STDIN_FILENO);
+    (void)close(STDIN_FILENO);
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "the source was left open";
+    (void)dup2(input, STDIN_FILENO);
+    (void)close(input);
+    ExpectOnlyArchived("old\n");
 }
 
 TEST_F(ArchiveSafetyTest, AFileWhoseStateCannotBeReadStays) {

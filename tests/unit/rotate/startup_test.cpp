@@ -1,4 +1,6 @@
 // Start-up: its steps and their order, the boot number, and what an interrupted run left.
+#include <sys/stat.h>
+
 #include <functional>
 
 #include "logging/logging.h"
@@ -312,6 +314,13 @@ TEST_F(LeftoverTest, ATakenLogThatCannotBeArchivedIsAFailure) {
     WriteFile(tmpLog, "old\n");
     EXPECT_FAILURE(rotate.CleanUpTempFiles());
     EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt.tmp", "old\n"}});
+}
+
+TEST_F(LeftoverTest, APipeWithATemporaryNameIsAFailureAndHoldsNothingUp) {
+    ASSERT_EQ(mkfifo(tmpLog.c_str(), 0600), 0);
+    StandIn("xz", "exit 2");
+    EXPECT_FAILURE(rotate.CleanUpTempFiles());
+    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt.tmp?", ""}});
 }
 
 TEST_F(LeftoverTest, TheFirstFailureEndsTheCleanUp) {

@@ -7,11 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/files.h"
 #include "util/util.h"
 
 using namespace std::string_literals;
 
 namespace {
+
+const std::string Alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 std::string Decoded(const std::string& text) {
     const std::vector<unsigned char> bytes = Util::Base64Decode(text);
@@ -103,10 +106,9 @@ TEST(Base64DecodeTest, TakesAsManyBytesAsTold) {
 
 // The six bits of every byte value, at each place of a group.
 TEST(Base64DecodeTest, EveryByteValueHasItsSixBits) {
-    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::array<unsigned, UCHAR_MAX + 1> sixBits{};
-    for (const char c : alphabet) {
-        sixBits[static_cast<unsigned char>(c)] = static_cast<unsigned>(alphabet.find(c));
+    for (const char c : Alphabet) {
+        sixBits[static_cast<unsigned char>(c)] = static_cast<unsigned>(Alphabet.find(c));
     }
     sixBits['-'] = sixBits['.'] = 62;
     sixBits['_'] = sixBits[','] = 63;
@@ -124,6 +126,27 @@ TEST(Base64DecodeTest, EveryByteValueHasItsSixBits) {
             decoded.resize(3);
             EXPECT_EQ(decoded, bytes) << "byte " << value << " at place " << place;
         }
+    }
+}
+
+std::string Encoded(const std::string& bytes) {
+    std::string text;
+    unsigned bits = 0;
+    int count = 0;
+    for (const char byte : bytes + '\0') {
+        bits = bits << 8 | static_cast<unsigned char>(byte);
+        for (count += 8; count >= 6; count -= 6) text += Alphabet[bits >> (count - 6) & 63];
+    }
+    text.resize((bytes.size() * 8 + 5) / 6);  // without what the last byte put in
+    return text;
+}
+
+TEST(Base64DecodeTest, ReturnsWhatWasEncodedOfAnyLength) {
+    for (std::size_t length = 0; length < 100; ++length) {
+        const std::string bytes = Noise(length, 7);
+        const std::string text = Encoded(bytes);
+        EXPECT_EQ(Decoded(text), bytes) << length;
+        EXPECT_EQ(Decoded(text + std::string((4 - text.size() % 4) % 4, '=')), bytes) << length;
     }
 }
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <string>
@@ -38,9 +39,10 @@ TEST(ReadStdOutFromSystemCallTest, LinesMayHaveAnyLength) {
     const fs::path pfn = "/tmp/command-output";
     for (const unsigned long length : {126, 127, 128, 254, 255, 381, 100000}) {
         SCOPED_TRACE(length);
-        std::string line = Noise(length);
-        for (char& c : line) c = c == '\n' ? ' ' : c;
-        for (const std::string& output : {line, line + "\n", line + "\n" + line + "\nend"}) {
+        std::string output = Noise(length);
+        std::replace(output.begin(), output.end(), '\n', ' ');
+        for (const char* rest : {"", "\n", "another line\nend"}) {
+            output += rest;
             WriteFile(pfn, output);
             EXPECT_EQ(Util::ReadStdOutFromSystemCall("cat /tmp/command-output"), output);
         }

@@ -220,26 +220,26 @@ TEST_F(ElapsedTimeTest, PrintMsDiffDoesNothing) {
 }
 
 TEST_F(ElapsedTimeTest, SleepMsWaitsAtLeastThatLongAndAtLeastOneMillisecond) {
-    msPerPause = 0.25;
+    msPerPause = 0.001;
     const struct {
         double ms;
-        std::size_t quarters;
+        std::size_t microseconds;
     } cases[] = {
-        {3, 12},
-        {3.01, 13},
-        {1.25, 5},
-        {1.0, 4},
-        {0.999, 4},
-        {0.2, 4},
-        {0, 4},
-        {-5, 4},
-        {-std::numeric_limits<double>::infinity(), 4},
-        {std::numeric_limits<double>::quiet_NaN(), 4},
+        {3, 3000},
+        {1.25, 1250},
+        {1.0005, 1001},
+        {1, 1000},
+        {0.999, 1000},
+        {0.2, 1000},
+        {0, 1000},
+        {-5, 1000},
+        {-std::numeric_limits<double>::infinity(), 1000},
+        {std::numeric_limits<double>::quiet_NaN(), 1000},
     };
-    for (const auto& [ms, quarters] : cases) {
+    for (const auto& [ms, microseconds] : cases) {
         pauses.clear();
         ElapsedTime::SleepMs(ms);
-        EXPECT_EQ(pauses, std::vector<useconds_t>(quarters, 0)) << ms;
+        EXPECT_EQ(pauses, std::vector<useconds_t>(microseconds, 0)) << ms;
     }
 }
 
@@ -267,6 +267,13 @@ TEST_F(ElapsedTimeTest, SleepMsPausesForATenThousandthInMicroseconds) {
         ElapsedTime::SleepMs(ms);
         EXPECT_EQ(pauses, (std::vector<useconds_t>{pause, pause})) << ms;
     }
+}
+
+TEST_F(ElapsedTimeTest, MonotonicNowIsTheReadingOfTheClock) {
+    SetClock({86407, 123456789});
+    const timespec now = Util::MonotonicNow();
+    EXPECT_EQ(now.tv_sec, 86407);
+    EXPECT_EQ(now.tv_nsec, 123456789);
 }
 
 TEST(GetElapsedSecTest, IsTheDifferenceOfTwoReadings) {

@@ -9,6 +9,12 @@ using namespace std::string_literals;
 
 namespace {
 
+#if defined(__GNUC__) && !defined(__clang__)
+// The compiler checks the arguments against the format.
+static_assert(__builtin_has_attribute(*static_cast<std::string (*)(const char*, ...)>(Util::Format),
+                                      format(printf, 1, 2)));
+#endif
+
 constexpr std::size_t MaxLength = 4095;
 
 // What vsnprintf cannot encode in the C locale.

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <limits>
-#include <ostream>
 #include <string>
 
 #include "tests/support/files.h"
@@ -137,11 +137,15 @@ TEST(StringToIntTest, FailsWithValueZero) {
     }
 }
 
-TEST(StringToIntTest, AnErrorOfBeforeDoesNotMatter) {
-    int value = 0;
-    errno = ERANGE;
-    EXPECT_SUCCESS(Util::StringToInt("42", value, 0, 100, nullptr, 10));
-    EXPECT_EQ(value, 42);
+TEST(StringToIntTest, ErrnoIsTheCallers) {
+    for (const int error : {0, EPERM, ERANGE}) {
+        int value = 0;
+        errno = error;
+        EXPECT_SUCCESS(Util::StringToInt("42", value, 0, 100, nullptr, 10));
+        EXPECT_EQ(errno, error);
+        EXPECT_FAILURE(Util::StringToInt("99999999999999999999", value, 0, 100, nullptr, 10));
+        EXPECT_EQ(errno, error);
+    }
 }
 
 TEST(StringToIntTest, NeedNotTellWhatItConsumed) {

@@ -1,0 +1,4 @@
+// How often the calling thread has asked `new` for memory.
+#pragma once
+
+int Allocations();
