@@ -74,7 +74,11 @@ private:
 
 Rotate::Archiving::Outcome Rotate::Archiving::Try() {
     source.Mark();
-    if (Futils::System("xz -fk " + source.Pfn().native())) return Outcome::Failed;
+    if (Futils::System("xz -fk " + source.Pfn().native())) {
+        // There is nothing at that path if syslogd moved the source before xz could open it.
+        const bool isMoved = source.OpenError() == 0 && source.Look() == SourceFile::State::Moved;
+        return isMoved ? Outcome::Moved : Outcome::Failed;
+    }
     if (source.OpenError() != 0) {
         Log::Error("Unable to open %s: %s", source.Pfn().c_str(), strerror(source.OpenError()));
         return Outcome::Failed;

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <system_error>
 
@@ -14,6 +16,11 @@
 #include "tests/support/files.h"
 #include "tests/support/log_sink.h"
 #include "tests/unit/futils/reason.h"
+
+struct CloseStream {
+    void operator()(std::FILE* stream) const { (void)std::fclose(stream); }
+};
+using Stream = std::unique_ptr<std::FILE, CloseStream>;
 
 class FutilsTest : public testing::Test {
 protected:

@@ -63,24 +63,22 @@ TEST_F(ReadBytesTest, ReadsAllThereIs) {
     for (const std::string& content : Contents()) {
         SCOPED_TRACE(content.size());
         WriteFile(file, content);
-        std::FILE* stream = std::fopen(file.c_str(), "rb");
+        Stream stream(std::fopen(file.c_str(), "rb"));
         Bytes data = Old;
-        EXPECT_SUCCESS(Futils::ReadBytes(data, stream));
+        EXPECT_SUCCESS(Futils::ReadBytes(data, stream.get()));
         EXPECT_TRUE(data == AsBytes(content));
-        std::fclose(stream);
     }
     ExpectNoLines();
 }
 
 TEST_F(ReadBytesTest, ReadsByOneCall) {
     WriteFile(file, Noise(1 << 20));
-    std::FILE* stream = std::fopen(file.c_str(), "rb");
+    Stream stream(std::fopen(file.c_str(), "rb"));
     int calls = 0;
     Faults::OnCall("fread", [&] { ++calls; });
     Bytes data;
-    EXPECT_SUCCESS(Futils::ReadBytes(data, stream));
+    EXPECT_SUCCESS(Futils::ReadBytes(data, stream.get()));
     EXPECT_EQ(calls, 1);
-    std::fclose(stream);
 }
 
 TEST_F(ReadBytesTest, OfANullStreamIsAFailure) {
@@ -89,63 +87,55 @@ TEST_F(ReadBytesTest, OfANullStreamIsAFailure) {
 
 TEST_F(ReadBytesTest, OfAStreamWithoutAFileIsAFailure) {
     char memory[16] = {};
-    std::FILE* stream = fmemopen(memory, sizeof memory, "r");
-    ExpectFailure(stream, "Stream is invalid in GetFileSize: Bad file descriptor");
-    std::fclose(stream);
+    Stream stream(fmemopen(memory, sizeof memory, "r"));
+    ExpectFailure(stream.get(), "Stream is invalid in GetFileSize: Bad file descriptor");
 }
 
 TEST_F(ReadBytesTest, OfAFileWhoseStatusCannotBeReadIsAFailure) {
     WriteFile(file, "1");
-    std::FILE* stream = std::fopen(file.c_str(), "rb");
+    Stream stream(std::fopen(file.c_str(), "rb"));
     Faults::Fail("fstat", EIO, 1);
-    ExpectFailure(stream, "Could not get a file size: Input/output error");
-    std::fclose(stream);
+    ExpectFailure(stream.get(), "Could not get a file size: Input/output error");
 }
 
 TEST_F(ReadBytesTest, OfAStreamThatCannotBeReadIsAFailure) {
     WriteFile(file, "123");
-    std::FILE* stream = std::fopen(file.c_str(), "ab");
-    ExpectFailure(stream, "Could not read a file: Bad file descriptor");
-    std::fclose(stream);
+    Stream stream(std::fopen(file.c_str(), "ab"));
+    ExpectFailure(stream.get(), "Could not read a file: Bad file descriptor");
 
-    stream = std::fopen(file.c_str(), "rb");
+    stream.reset(std::fopen(file.c_str(), "rb"));
     Faults::Fail("fread", EIO, 1);
-    ExpectFailure(stream, "Could not read a file: Input/output error");
-    std::fclose(stream);
+    ExpectFailure(stream.get(), "Could not read a file: Input/output error");
 
-    stream = std::fopen(folder.c_str(), "rb");
-    ExpectFailure(stream, "Could not read a file: Is a directory");
-    std::fclose(stream);
+    stream.reset(std::fopen(folder.c_str(), "rb"));
+    ExpectFailure(stream.get(), "Could not read a file: Is a directory");
 }
 
 TEST_F(ReadBytesTest, OfAStreamThatIsNotAtItsStartIsAFailure) {
     WriteFile(file, "123");
-    std::FILE* stream = std::fopen(file.c_str(), "rb");
-    EXPECT_EQ(std::fgetc(stream), '1');
+    Stream stream(std::fopen(file.c_str(), "rb"));
+    EXPECT_EQ(std::fgetc(stream.get()), '1');
     Faults::OnCall("fread", [] { errno = EDOM; });
-    ExpectFailure(stream, "Could not read a file: Numerical argument out of domain");
-    std::fclose(stream);
+    ExpectFailure(stream.get(), "Could not read a file: Numerical argument out of domain");
 }
 
 TEST_F(ReadBytesTest, AFileThatGrowsMeanwhileGivesItsFirstPart) {
     WriteFile(file, "123");
-    std::FILE* stream = std::fopen(file.c_str(), "rb");
+    Stream stream(std::fopen(file.c_str(), "rb"));
     Faults::OnCall("fread", [this] { WriteFile(file, "12345"); });
     Bytes data;
-    EXPECT_SUCCESS(Futils::ReadBytes(data, stream));
+    EXPECT_SUCCESS(Futils::ReadBytes(data, stream.get()));
     EXPECT_EQ(data, AsBytes("123"));
-    std::fclose(stream);
 }
 
 TEST_F(ReadBytesTest, AFileThatShrinksMeanwhileIsAFailure) {
     WriteFile(file, "12345");
-    std::FILE* stream = std::fopen(file.c_str(), "rb");
+    Stream stream(std::fopen(file.c_str(), "rb"));
     Faults::OnCall("fread", [this] {
         fs::resize_file(file, 3);
         errno = EDOM;
     });
-    ExpectFailure(stream, "Could not read a file: Numerical argument out of domain");
-    std::fclose(stream);
+    ExpectFailure(stream.get(), "Could not read a file: Numerical argument out of domain");
 }
 
 class ReadBinFileTest : public ReadingTest {
@@ -336,6 +326,15 @@ TEST_F(ReadTextFileTest, LackOfMemoryIsAFailureWhereverItShows) {
         ExpectFailure(file, LOG_ERR, "Assigning string in ReadTextFile: std::bad_alloc");
     }
     ExpectNothingOpen();
+}
+
+TEST_F(ReadTextFileTest, WhatIsNoStandardExceptionPassesAndTheFileIsClosed) {
+    WriteFile(file, "1");
+    Faults::OnCall("fread", [] { throw 42; });
+    std::string text;
+    EXPECT_THROW((void)Futils::ReadTextFile(text, file), int);
+    ExpectNothingOpen();
+    ExpectNoLines();
 }
 
 }  // namespace

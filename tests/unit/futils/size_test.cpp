@@ -77,16 +77,15 @@ protected:
 TEST_F(StreamSizeTest, IsThatOfTheWholeFileWhereverTheStreamStands) {
     for (const unsigned long expected : {0UL, 1UL, 10UL, 5000000000UL}) {
         WriteSparseFile(folder / "file", expected);
-        std::FILE* stream = std::fopen((folder / "file").c_str(), "rb");
+        Stream stream(std::fopen((folder / "file").c_str(), "rb"));
         for (const int whence : {SEEK_SET, SEEK_END}) {
-            ASSERT_EQ(std::fseek(stream, 0, whence), 0);
-            const long position = std::ftell(stream);
+            ASSERT_EQ(std::fseek(stream.get(), 0, whence), 0);
+            const long position = std::ftell(stream.get());
             unsigned long size = Untouched;
-            EXPECT_SUCCESS(Futils::GetFileSize(size, stream));
+            EXPECT_SUCCESS(Futils::GetFileSize(size, stream.get()));
             EXPECT_EQ(size, expected);
-            EXPECT_EQ(std::ftell(stream), position);
+            EXPECT_EQ(std::ftell(stream.get()), position);
         }
-        std::fclose(stream);
     }
     ExpectNoLines();
 }
@@ -96,12 +95,12 @@ TEST_F(StreamSizeTest, DescriptorZeroIsAsGoodAsAny) {
     WriteFile(folder / "file", "123");
     const int standardInput = dup(0);
     ASSERT_EQ(close(0), 0);
-    std::FILE* stream = std::fopen((folder / "file").c_str(), "rb");
-    ASSERT_EQ(fileno(stream), 0);
+    Stream stream(std::fopen((folder / "file").c_str(), "rb"));
+    ASSERT_EQ(fileno(stream.get()), 0);
     unsigned long size = Untouched;
-    EXPECT_SUCCESS(Futils::GetFileSize(size, stream));
+    EXPECT_SUCCESS(Futils::GetFileSize(size, stream.get()));
     EXPECT_EQ(size, 3U);
-    std::fclose(stream);
+    stream.reset();
     ASSERT_EQ(dup2(standardInput, 0), 0);
     (void)close(standardInput);
 }
@@ -115,25 +114,22 @@ TEST_F(StreamSizeTest, OfANullStreamIsASilentFailureThatLeavesTheSizeAlone) {
 
 TEST_F(StreamSizeTest, OfAStreamWithoutAFileIsAFailure) {
     char memory[16] = {};
-    std::FILE* stream = fmemopen(memory, sizeof memory, "r");
-    ExpectFailure(stream, "Stream is invalid in GetFileSize: Bad file descriptor");
-    std::fclose(stream);
+    Stream stream(fmemopen(memory, sizeof memory, "r"));
+    ExpectFailure(stream.get(), "Stream is invalid in GetFileSize: Bad file descriptor");
 
     WriteFile(folder / "file", "1");
-    stream = std::fopen((folder / "file").c_str(), "rb");
+    stream.reset(std::fopen((folder / "file").c_str(), "rb"));
     Faults::Fail("fileno", EINVAL, 1);
-    ExpectFailure(stream, "Stream is invalid in GetFileSize: Invalid argument");
-    std::fclose(stream);
+    ExpectFailure(stream.get(), "Stream is invalid in GetFileSize: Invalid argument");
 }
 
 TEST_F(StreamSizeTest, OfAFileWhoseStatusCannotBeReadIsAFailure) {
     WriteFile(folder / "file", "1");
-    std::FILE* stream = std::fopen((folder / "file").c_str(), "rb");
+    Stream stream(std::fopen((folder / "file").c_str(), "rb"));
     Faults::Fail("fstat", EIO, 1);
-    ExpectFailure(stream, "Could not get a file size: Input/output error");
-    (void)close(fileno(stream));
-    ExpectFailure(stream, "Could not get a file size: Bad file descriptor");
-    std::fclose(stream);
+    ExpectFailure(stream.get(), "Could not get a file size: Input/output error");
+    (void)close(fileno(stream.get()));
+    ExpectFailure(stream.get(), "Could not get a file size: Bad file descriptor");
 }
 
 TEST(FormatFileSize, GivesTheLargestUnitThatLeavesMoreThanOne) {
