@@ -121,7 +121,7 @@ TEST(Base64DecodeTest, EveryByteValueHasItsSixBits) {
             const std::vector<unsigned char> bytes{static_cast<unsigned char>(bits >> 16),
                                                    static_cast<unsigned char>(bits >> 8),
                                                    static_cast<unsigned char>(bits)};
-            // A whole group in front of another, so that "=" is no padding.
+            // With another group behind it, so that "=" is no padding.
             std::vector<unsigned char> decoded = Util::Base64Decode(group + "AAAA");
             decoded.resize(3);
             EXPECT_EQ(decoded, bytes) << "byte " << value << " at place " << place;
