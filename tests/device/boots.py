@@ -1,0 +1,80 @@
+"""Boots and shutdowns in good order, with log traffic."""
+from __future__ import annotations
+
+from tests.device import limits, lines, prepared
+from tests.device.bench import LOG, Bench, Device, check
+
+LINES_PER_BOOT = 1500
+# Small rotations, so that few lines make several.
+SETTINGS = {"etc/default/syslogd-moraine": b"ROTATION_KB=64\n"}
+
+
+def clean_boots(bench: Bench, boots: int = 3) -> str:
+    bench.make_disk()
+    for boot in range(1, boots + 1):
+        _boot_and_log(bench, boot)
+        found = bench.look()
+        check(max(limits.boot_numbers(found), default=0) == boot,
+              f"boot {boot} archived as boot {limits.boot_numbers(found)[-1:]}")
+        check(found.daemon_lines.count("vandis-moraine exiting with code: 0") == boot,
+              f"after {boot} shutdowns the log has the daemon's lines {found.daemon_lines}")
+        check(not found.leftovers, f"left over after a shutdown: {found.leftovers}")
+        _check_each_line_once(found, boot * LINES_PER_BOOT)
+    return f"{boots} boots, {boots * LINES_PER_BOOT} lines, each kept once"
+
+
+def past_the_last_boot_number(bench: Bench) -> str:
+    last = limits.MAX_BOOT - 2
+    bench.make_disk(prepared.boots(1, last))
+    for boot in range(3):
+        _boot_and_log(bench, boot + 1)
+    found = bench.look()
+    _check_each_line_once(found, 3 * LINES_PER_BOOT)
+    # The third of these boots found all numbers in use.
+    deleted = limits.BOOTS_DELETED_AT_ONCE
+    check(prepared.kept_lines(found) == [
+        prepared.FIRST_LINE + boot for boot in range(deleted + 1, last + 1)],
+        f"{len(prepared.kept_lines(found))} prepared files are left, or not in their old order")
+    wanted = set(range(1, limits.MAX_BOOT - deleted + 2))
+    check(set(limits.boot_numbers(found)) == wanted,
+          f"the boot numbers are {lines.ranges(set(limits.boot_numbers(found)))}")
+    return f"boot numbers 998, 999, then {deleted} boots deleted and the rest renumbered"
+
+
+def past_the_size_limit(bench: Bench) -> str:
+    count = 97
+    bench.make_disk(limits.files_below_size_limit(count))
+    _boot_and_log(bench, 1)
+    found = bench.look()
+    _check_each_line_once(found, LINES_PER_BOOT)
+    deleted = limits.files_to_delete(count)
+    check(prepared.kept_lines(found) == [
+        prepared.FIRST_LINE + boot for boot in range(deleted + 1, count + 1)],
+        f"{len(prepared.kept_lines(found))} of {count} prepared files are left, "
+        f"and {deleted} were to be deleted")
+    return f"the {deleted} oldest of {count} files deleted"
+
+
+def _boot_and_log(bench: Bench, boot: int) -> None:
+    """The shutdown, too, archives a rotation."""
+    text = lines.messages((boot - 1) * LINES_PER_BOOT + 1, LINES_PER_BOOT, bench.random)
+    with bench.boot({**SETTINGS, "root/lines": text}) as device:
+        device.run("logger -t pump </root/lines")
+        device.wait_for(f"ls {LOG}/messages.txt.0 || ls {LOG}/archive/*:*")
+        wait_until_running(device)
+        device.power_off()
+    check(not device.failed_services(), str(device.failed_services()))
+
+
+def wait_until_running(device: Device) -> None:
+    """A stop signal that comes earlier does not count."""
+    device.wait_for(f"grep -q 'vandis-moraine running' {LOG}/messages.txt*")
+
+
+def _check_each_line_once(found: lines.Found, count: int) -> None:
+    check(not found.empty + found.corrupt, f"damaged: {found.empty + found.corrupt}")
+    wanted = set(range(1, count + 1))
+    lost = wanted - set(found.lines)
+    check(not lost, f"lost lines {lines.ranges(lost)}")
+    more = {number for number in wanted if found.lines[number] > 1}
+    check(not more, f"duplicated lines {lines.ranges(more)}")

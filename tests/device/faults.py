@@ -1,0 +1,89 @@
+"""A disk that is full, turns read-only, or is not there: the daemon ends, the init script's status
+says so, and nothing is lost."""
+from __future__ import annotations
+
+import contextlib
+
+from tests.device import lines
+from tests.device.bench import LOG, Bench, Device, check
+
+ROTATION_LINES = 2000
+SERVICE = "etc/init.d/S90vandis-moraine"
+PREPARE = "etc/init.d/S50prepare"
+
+ADD_ROTATION = f"cp /root/rotation {LOG}/messages.txt.0"
+# Also what is reserved for root, to the last block.
+FILL = """
+size=2048
+while [ "$size" -gt 0 ]; do
+	fallocate -l "${size}M" "/perm/filler.$size" 2>/dev/null || rm -f "/perm/filler.$size"
+	size=$((size / 2))
+done
+dd if=/dev/zero of=/perm/filler bs=4k 2>/dev/null
+"""
+
+
+def full_disk(bench: Bench) -> str:
+    with _boot(bench, FILL) as device:
+        _wait_until_ended(device)
+        check(device.run(f"ls {LOG}").count(".xz") == 0, "a compressed file is left over")
+        device.run("rm /perm/filler*")
+        device.run(f"/{SERVICE} start")
+        device.wait_for(f"ls {LOG}/archive/*.xz && [ ! -e {LOG}/messages.txt.0 ]")
+        device.power_off()
+    _check_nothing_lost(bench)
+    return "the daemon ended, and went on when there was room again"
+
+
+def read_only_in_flight(bench: Bench) -> str:
+    with _boot(bench) as device:
+        device.wait_for(f"[ -e {LOG}/messages.txt.0.xz ]")
+        device.run("echo u >/proc/sysrq-trigger")
+        _wait_until_ended(device)
+        # What is left over cannot be taken away: the start fails. The script, which gives it a
+        # moment, may miss that on a busy machine, but not each time.
+        device.run(f"ls {LOG}/*.xz")
+        started = [device.status(f"/{SERVICE} start; until ! pidof vandis-moraine; do :; done")[0]
+                   for _ in range(10)]
+        check(1 in started, f"starts of the daemon on a read-only /perm: statuses {started}")
+        device.cut()
+    with bench.boot() as device:
+        device.wait_for(f"ls {LOG}/archive/*.xz && [ ! -e {LOG}/messages.txt.0 ]")
+        device.power_off()
+    check(not device.failed_services(), str(device.failed_services()))
+    _check_nothing_lost(bench)
+    return "the daemon ended, and went on after the next boot"
+
+
+def missing_disk(bench: Bench) -> str:
+    with bench.boot(with_disk=False) as device:
+        failed = device.failed_services()
+        check(["S01syslogd-moraine" in line for line in failed] == [True, False]
+              and "S90vandis-moraine" in failed[1]
+              and all(line.endswith("status 1") for line in failed),
+              f"init reports {failed}")
+        check(device.run("ls /perm") == "", "something was written to the folder /perm")
+        device.power_off()
+    check(len(device.failed_services()) == len(failed),
+          f"what was not started does not stop: {device.failed_services()}")
+    return "syslogd and the daemon refused to start, and wrote nothing"
+
+
+def _boot(bench: Bench, prepare: str = "") -> contextlib.AbstractContextManager[Device]:
+    """A device with a rotation that waits to be archived."""
+    bench.make_disk()
+    script = f'#!/bin/sh\n[ "$1" = start ] || exit 0\n{ADD_ROTATION}\nsync\n{prepare}\ntrue\n'
+    return bench.boot({PREPARE: script.encode(),
+                       "root/rotation": lines.logged(1, ROTATION_LINES, bench.random)})
+
+
+def _wait_until_ended(device: Device) -> None:
+    device.wait_for("! pidof vandis-moraine")
+
+
+def _check_nothing_lost(bench: Bench) -> None:
+    found = bench.look()
+    lost = set(range(1, ROTATION_LINES + 1)) - set(found.lines)
+    check(not lost, f"lost lines {lines.ranges(lost)}")
+    check(not found.empty + found.corrupt, f"damaged: {found.empty + found.corrupt}")
+    check(found.duplicated == 0, f"{found.duplicated} lines are there twice")

@@ -1,0 +1,9 @@
+#!/bin/sh
+# Runs the lines that come over the console, one by one, and tells the status of each.
+stty -echo
+echo @ready
+while read -r command; do
+	[ "$command" != poweroff ] || exit 0
+	eval "$command" </dev/null
+	echo "@status $?"
+done

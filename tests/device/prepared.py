@@ -1,0 +1,39 @@
+"""Archives near their limits, as a disk may hold them after years."""
+from __future__ import annotations
+
+import lzma
+import random
+from typing import Union
+
+from tests.device import lines
+
+# Numbers that no other lines of a test have: boot N holds the line FIRST_LINE + N.
+FIRST_LINE = 90_000_000
+
+# By their paths below the log's folder: contents, or contents and the size to which a hole fills
+# them up.
+Files = "dict[str, Union[bytes, tuple[bytes, int]]]"
+
+
+def boots(first: int, last: int) -> Files:
+    """One small file of each boot."""
+    noise = random.Random(0)
+    return {path(boot): lzma.compress(lines.logged(FIRST_LINE + boot, 1, noise))
+            for boot in range(first, last + 1)}
+
+
+def big_files(count: int, size: int) -> Files:
+    """Files of `size` bytes each, one of each boot. They are valid xz files that take next to no
+    space: padding may follow what is compressed if it is zeros and of a multiple of four bytes, and
+    here it is a hole."""
+    return {path: (data, size // 4 * 4) for path, data in boots(1, count).items()}
+
+
+def path(boot: int) -> str:
+    return f"archive/messages.{boot:03}.1970-01-01.00:00:30.txt.xz"
+
+
+def kept_lines(found: lines.Found) -> list[int]:
+    """The lines of the prepared files that are left, in the order of the files' names."""
+    return [number for name in sorted(found.archive) for number in found.archive[name]
+            if number >= FIRST_LINE]

@@ -1,0 +1,49 @@
+"""What power cuts have done."""
+from __future__ import annotations
+
+import dataclasses
+
+from tests.device import lines
+
+
+@dataclasses.dataclass
+class Tally:
+    """`half_done` and `duplicated` are no flaws: a file that was archived and not yet removed is
+    archived again, and nothing is lost by that."""
+
+    cuts: int = 0
+    half_done: int = 0  # cuts that were found to have interrupted something
+    with_losses: int = 0  # cuts
+    synced: int = 0  # lines
+    lost: int = 0
+    duplicated: int = 0
+    empty: int = 0  # archive files
+    corrupt: int = 0
+    refused: int = 0  # starts that failed
+    unhealed: int = 0  # leftovers that a start did not take away
+    notes: list[str] = dataclasses.field(default_factory=list)
+
+    def add(self, other: Tally) -> None:
+        for field in dataclasses.fields(self):
+            setattr(self, field.name, getattr(self, field.name) + getattr(other, field.name))
+
+    def add_losses(self, what: str, lost: set[int], empty: set[str], corrupt: set[str]) -> None:
+        """What a cut has been found to have done."""
+        self.with_losses += bool(lost)
+        self.lost += len(lost)
+        self.empty += len(empty)
+        self.corrupt += len(corrupt)
+        if lost or empty or corrupt:
+            self.notes.append(f"{what}: lost lines {lines.ranges(lost)}; damaged files: "
+                              f"{', '.join(sorted(empty | corrupt)) or 'none'}")
+
+    @property
+    def flaws(self) -> int:
+        return self.lost + self.empty + self.corrupt + self.refused + self.unhealed
+
+    def __str__(self) -> str:
+        return (f"{self.cuts} cuts, {self.half_done} of them amid something, "
+                f"{self.with_losses} with losses\n"
+                f"{self.synced} lines synced, {self.lost} lost, {self.duplicated} duplicated\n"
+                f"{self.empty} archive files empty, {self.corrupt} corrupt\n"
+                f"{self.refused} starts refused, {self.unhealed} leftovers not healed")

@@ -1,0 +1,36 @@
+"""The product as it must not be: a copy whose archiving does not wait for the disk. With it the
+power cuts have to lose lines; else they would not prove anything."""
+from __future__ import annotations
+
+import re
+import shutil
+from pathlib import Path
+
+from rig.emulator import image as images
+
+NAME = "aarch64-without-syncs"
+SYNCS = (
+    (r"Futils::Sync\(compressed\) \|\| ", ""),
+    (r"\n *if \(Futils::Sync\(Moraine::ArchPathAbs\)\) return Outcome::Failed;", ""),
+)
+
+
+def make_image() -> images.Image:
+    copy = images.FOLDER / "source-without-syncs"
+    shutil.rmtree(copy, ignore_errors=True)
+    shutil.copytree(images.ROOT, copy, ignore=shutil.ignore_patterns("build", ".git"))
+    _take_syncs_out(copy / "rotate/archive.cpp")
+    return images.make(copy, NAME)
+
+
+def _take_syncs_out(file: Path) -> None:
+    text = file.read_text()
+    for pattern, replacement in SYNCS:
+        text, count = re.subn(pattern, replacement, text)
+        if count != 1:
+            raise RuntimeError(f"{pattern!r} matches {count} times in rotate/archive.cpp; "
+                               "tests/device/without_syncs.py has to follow what it says now")
+    if "Sync(" in text:
+        raise RuntimeError("rotate/archive.cpp syncs at more places than "
+                           "tests/device/without_syncs.py knows of")
+    file.write_text(text)

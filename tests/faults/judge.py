@@ -1,0 +1,229 @@
+"""The judge of all scenes: what has to hold whatever failed.
+
+Nothing is lost: each line of the log is in the archive, a rotation, the live log, or a leftover that
+the next start archives. No archive file is damaged. A source goes only when what was made of it is
+safe on disk. The end is one that is documented, and says why. Starts after it heal.
+"""
+from __future__ import annotations
+
+import re
+import signal
+import subprocess
+import tarfile
+from pathlib import Path
+
+import device
+import program
+import scenes
+from program import End
+from scenes import Sources
+
+NAME = "vandis-moraine"
+
+# Exit status, and the last line. Why a run failed stands in the lines before.
+ENDS = {
+    0: (f"{NAME} exiting with code: 0",),
+    1: (f"{NAME} exiting with code: 1",
+        f"{NAME} could not initialize logging rotation subsystem and will now exit."),
+    2: (f"{NAME} exiting with code: 2",),
+    3: (f"{NAME} exiting with code: 3",),
+}
+SIGNAL_NUMBERS = {"SIGHUP": 1, "SIGINT": 2, "SIGQUIT": 3, "SIGTERM": 15}
+CAUGHT = re.compile(rf"{NAME} Caught signal (\d+), shutting down\.\.\.")
+
+
+def caught_signals(end: End) -> list[int]:
+    matches = (CAUGHT.fullmatch(line.text) for line in end.lines)
+    return [int(match.group(1)) for match in matches if match]
+
+
+def judge_form(end: End) -> list[str]:
+    problems = []
+    if end.hung:
+        problems.append(f"it hung: no end within {program.HANG_SECONDS} s")
+    problems += [f"malformed entry in the log: {raw!r}" for raw in end.malformed]
+    return problems
+
+
+def judge_end(end: End) -> list[str]:
+    """Of a daemon that was not killed."""
+    problems = judge_form(end)
+    if end.last_line not in ENDS.get(end.status, ()):
+        problems.append(f"status {end.status} with the last line '{end.last_line}'"
+                        f"{', output: ' + end.output.strip() if end.output else ''}")
+        return problems
+    caught = caught_signals(end)
+    by_signal = {15: 0}.get(caught[-1], caught[-1]) if caught else None
+    has_reason = any(line.level <= program.WARNING for line in end.lines[:-1])
+    if end.status != by_signal and not (end.status == 1 and has_reason):
+        problems.append(f"status {end.status} without a reason in the log")
+    return problems
+
+
+def judge_early_death(end: End) -> list[str]:
+    """Of a daemon that a stop signal killed: it may not have installed its handlers yet."""
+    first = f"{NAME} initializing."
+    is_early = all(line.text == first for line in end.lines)
+    return judge_form(end) + ([] if is_early else ["a stop signal killed it"])
+
+
+def judge_silent_end(end: End) -> list[str]:
+    """Of a daemon that had no log."""
+    return judge_form(end) + ([] if end.status in ENDS else [f"status {end.status}"])
+
+
+def judge_loading_end(end: End) -> list[str]:
+    """Of a daemon that had no memory before main: it could do without, or the C++ library has ended
+    it, which it can tell on standard error only."""
+    is_out_of_memory = end.status == -signal.SIGABRT and "std::bad_alloc" in end.output
+    if is_out_of_memory and not end.lines:
+        return []
+    return judge_end(end)
+
+
+def judge_signals(end: End) -> list[str]:
+    """Of a traced daemon: the signals that were delivered are those that the log tells of."""
+    delivered = [SIGNAL_NUMBERS[name] for name in end.delivered]
+    caught = caught_signals(end)
+    return [] if caught == delivered else [f"signals {delivered} delivered, {caught} logged"]
+
+
+# What is logged at Error, or above, though nothing has failed.
+NO_LIVE_LOG = f"GetFileSize({device.LIVE_LOG}) exception: "
+SYSLOGD_STOPPED = "Syslog had to be stopped to deal with its last possible rotation."
+
+
+def judge_clean_end(end: End) -> list[str]:
+    """Of a start to which nothing happens."""
+    problems = judge_end(end)
+    if end.status != 0:
+        problems.append(f"status {end.status} instead of 0")
+    problems += [f"it logged '{line.text}'" for line in end.lines if line.level <= program.ERROR
+                 and not line.text.startswith((NO_LIVE_LOG, SYSLOGD_STOPPED))]
+    return problems
+
+
+def judge_lines(sources: Sources) -> list[str]:
+    files = [file for file in device.log_files() if counts(file)]
+    problems = []
+    for file in files:
+        if file.read().damaged:
+            problems.append(f"{file.path} is damaged")
+    problems += judge_by_xz([file.path for file in files if file.place == "archive"])
+    verdict = device.judge(sources.written, files)
+    for first, last in verdict.lost:
+        if not (first in sources.may_go and last in sources.may_go):
+            problems.append(f"lines {first} to {last} are lost ({verdict})")
+    return problems
+
+
+def counts(file: device.LogFile) -> bool:
+    """Whether what is in it is safe: a compressed copy beside the log goes at the next start."""
+    if file.place == "leftovers":
+        return file.path.suffix == ".tmp"
+    return file.place != "archive" or not scenes.is_filler(file.path)
+
+
+def judge_by_xz(archive: list[Path]) -> list[str]:
+    if not archive:
+        return []
+    done = subprocess.run(["xz", "-t", "--", *map(str, archive)], stderr=subprocess.PIPE, text=True)
+    return [f"xz -t: {line}" for line in done.stderr.splitlines()]
+
+
+def judge_healed() -> list[str]:
+    """After the last clean start."""
+    problems = [f"{file.path} is still there" for file in device.log_files()
+                if file.place == "leftovers"]
+    size = sum(path.stat().st_size for path in device.ARCHIVE.iterdir())
+    if size >= scenes.SIZE_LIMIT:
+        problems.append(f"the archive has {size} bytes")
+    boots = [int(path.name.split(".")[1]) for path in device.ARCHIVE.iterdir()]
+    if max(boots, default=0) > 999:
+        problems.append(f"the archive has boot number {max(boots)}")
+    return problems
+
+
+COPY = re.compile(r'rename\("(?P<copy>/perm/[^"]*\.xz)", "(?P<to>/perm/logs/syslog/archive/[^"]*)"\)')
+REMOVAL = re.compile(r'unlink\("(?P<path>/perm/logs/syslog/[^"/]*)"\)')
+SYNC = re.compile(r"f(data)?sync\(\d+<(?P<path>[^>]*)>\)")
+
+
+def judge_order(end: End) -> list[str]:
+    """Of a traced daemon: a power cut may come at any moment, so a source may be removed only once
+    the compressed file was synced, then named in the archive, and then the archive synced."""
+    problems = []
+    synced: set[str] = set()  # compressed files
+    waiting: dict[str, bool] = {}  # sources by their removal's permission
+    for call in end.calls:
+        if not call.succeeded:
+            continue
+        if call.name in ("clone", "clone3", "vfork"):
+            synced.clear()  # xz writes anew
+        elif sync := SYNC.match(call.text):
+            synced.add(sync.group("path"))
+            if sync.group("path") == str(device.ARCHIVE):
+                waiting = dict.fromkeys(waiting, True)
+        elif copy := COPY.match(call.text):
+            source = copy.group("copy")[:-len(".xz")]
+            waiting.pop(source, None)
+            if copy.group("copy") in synced:
+                waiting[source] = False
+        elif removal := REMOVAL.match(call.text):
+            path = removal.group("path")
+            if not path.endswith(".xz") and not waiting.get(path, False):
+                problems.append(f"{path} was removed before its archive file was safe on disk")
+    return problems
+
+
+def judge_syslogd(end: End) -> list[str]:
+    """A daemon that goes on has started syslogd again."""
+    calls = scenes.SYSLOG_CALLS.read_text().split() if scenes.SYSLOG_CALLS.exists() else []
+    if end.status == 0 and calls and calls[-1] != "start":
+        return [f"syslogd was left stopped (its init script was called with {calls})"]
+    return []
+
+
+DOWNLOAD = Path("/tmp/syslog.tar")
+FAILED, NO_MEMORY = 255, 254  # exit statuses of the program that downloads
+NO_LISTING = "Exception in GetFilesInDir(/perm/logs/syslog/archive)"
+
+
+def judge_download(end: End, *, is_clean: bool) -> list[str]:
+    """The result is the number of logs packed, and they are there; or failure, and a reason."""
+    problems = judge_form(end)
+    if is_clean and end.status != 4:
+        problems.append(f"{end.status} logs packed instead of 4")
+    if end.status == NO_MEMORY:
+        return problems
+    if end.status == FAILED:
+        has_reason = any(line.level <= program.WARNING for line in end.lines)
+        return problems + ([] if has_reason else ["it failed without a reason in the log"])
+    if end.status < 0:
+        return problems + [f"killed by signal {-end.status}, output: {end.output.strip()}"]
+    if end.status == 1 and any(line.text.startswith(NO_LISTING) for line in end.lines):
+        return problems  # it tells 1 of an archive that cannot be listed, whatever was packed
+    return problems + judge_tar(end.status)
+
+
+def judge_tar(expected: int) -> list[str]:
+    if expected == 0:
+        return []
+    try:
+        with tarfile.open(DOWNLOAD) as tar:
+            files = {member.name: tar.extractfile(member) for member in tar}
+            contents = {name: file.read() for name, file in files.items() if file is not None}
+    except (OSError, tarfile.TarError) as error:
+        return [f"{DOWNLOAD}: {error}"]
+    problems = []
+    if len(contents) != expected:
+        problems.append(f"{DOWNLOAD} has {sorted(contents)}, not {expected} logs")
+    for name, content in contents.items():
+        done = subprocess.run(["xz", "-dc"], input=content, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE)
+        source = device.ARCHIVE / name
+        is_whole = content == source.read_bytes() if source.exists() \
+            else done.stdout == device.LIVE_LOG.read_bytes()
+        if done.returncode != 0 or not is_whole:
+            problems.append(f"{name} in {DOWNLOAD} is not what was packed")
+    return problems

@@ -1,0 +1,222 @@
+"""Runs the daemon, or the download, once in the private device, on a clock that only sleeping moves
+on, and tells how it ended: exit status, log lines, and if it was traced its system calls.
+"""
+from __future__ import annotations
+
+import ctypes
+import dataclasses
+import os
+import re
+import signal
+import socket
+import subprocess
+import threading
+from pathlib import Path
+from typing import Any, Mapping, Sequence
+
+DAEMON = "/usr/sbin/vandis-moraine"
+DOWNLOAD = "/opt/faults/download"
+PRELOAD = "/opt/faults/preload.so"
+
+WORK = Path("/run/faults")
+TRACE = WORK / "trace"
+REPORT = WORK / "report"
+OUTPUT = WORK / "output"
+
+# Nothing that is run here takes more than a few seconds, even on a busy machine.
+HANG_SECONDS = 60
+
+ERROR, WARNING, INFO = 3, 4, 6
+PR_SET_CHILD_SUBREAPER = 36
+
+
+@dataclasses.dataclass(frozen=True)
+class Line:
+    """An entry of the system log."""
+
+    level: int
+    tag: str
+    text: str
+
+    DATAGRAM = re.compile(rb"<(\d+)>\w{3} [ \d]\d \d\d:\d\d:\d\d ([\w-]+): ([^\n\0]*)")
+
+    @classmethod
+    def parse(cls, datagram: bytes) -> Line | None:
+        match = cls.DATAGRAM.fullmatch(datagram)
+        if match is None:
+            return None
+        return cls(int(match.group(1)) & 7, match.group(2).decode(),
+                   match.group(3).decode(errors="replace"))
+
+
+class LogSink(threading.Thread):
+    """The system log's socket. A full one would stop the daemon, so it is read all the time."""
+
+    END = b"all that came before has been read"
+
+    def __init__(self) -> None:
+        super().__init__(daemon=True)
+        Path("/dev/log").unlink(missing_ok=True)
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._socket.bind("/dev/log")
+        self._datagrams: list[bytes] = []
+        self._complete = threading.Event()
+        self.start()
+
+    def run(self) -> None:
+        while True:
+            datagram = self._socket.recv(65536)
+            if datagram == self.END:
+                self._complete.set()
+            else:
+                self._datagrams.append(datagram)
+
+    def take(self) -> list[bytes]:
+        """What came since the last call."""
+        self._complete.clear()
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.sendto(self.END, "/dev/log")
+        self._complete.wait()
+        taken, self._datagrams = self._datagrams, []
+        return taken
+
+
+@dataclasses.dataclass(frozen=True)
+class Call:
+    """One system call of a trace. `ordinal` counts those of its name from 1, as strace does."""
+
+    name: str
+    ordinal: int
+    text: str
+
+    @property
+    def key(self) -> str:
+        return f"{self.name}#{self.ordinal}"
+
+    @property
+    def succeeded(self) -> bool:
+        return re.search(r" = (-1 |\?)[^=]*$", self.text) is None
+
+
+@dataclasses.dataclass
+class End:
+    """How a run ended."""
+
+    status: int  # the exit status, or the number of the signal that killed it, negative
+    lines: list[Line]
+    malformed: list[bytes]  # datagrams that are no entry
+    output: str
+    hung: bool = False
+    calls: list[Call] = dataclasses.field(default_factory=list)
+    delivered: list[str] = dataclasses.field(default_factory=list)  # signals, by name
+    injected: bool = False
+    report: list[tuple[str, int]] = dataclasses.field(default_factory=list)
+
+    @property
+    def last_line(self) -> str:
+        return self.lines[-1].text if self.lines else "no line"
+
+    def has_logged(self, pattern: str, level: int | None = None) -> bool:
+        return any(re.search(pattern, line.text) and level in (None, line.level)
+                   for line in self.lines)
+
+
+def spawn(program: str, *, cycles: int = 1, strace: Sequence[str] | None = None,
+          settings: Mapping[str, object] | None = None,
+          path: str = os.environ["PATH"]) -> subprocess.Popen[bytes]:
+    """Starts a program; the daemon gets SIGTERM in the cycle sleep number `cycles` (0: in none).
+    `strace`: options of strace if it is to be traced; `settings`: of the preloaded library."""
+    for file in (TRACE, REPORT):
+        file.unlink(missing_ok=True)
+    preloaded = {"LD_PRELOAD": PRELOAD, "FAULTS_CYCLES": cycles, **(settings or {})}
+    variables = {name: str(value) for name, value in preloaded.items()}
+    # xz -0: how well it compresses does not matter here.
+    environment = {"PATH": path, "LC_ALL": "C", "XZ_DEFAULTS": "-0"}
+    command = [program]
+    if strace is None:
+        environment.update(variables)
+    else:
+        given = [f"-E{name}={value}" for name, value in variables.items()]
+        command = ["strace", "-y", "-s", "256", "-o", str(TRACE), *given, *strace, program]
+    with OUTPUT.open("wb") as output:
+        return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
+                                env=environment)
+
+
+class Runner:
+    """Runs programs one after the other."""
+
+    def __init__(self) -> None:
+        WORK.mkdir(parents=True, exist_ok=True)
+        self._sink = LogSink()
+        self._kept: set[int] = set()  # children that stay
+        # What a killed daemon leaves running becomes a child of this process, to be waited for.
+        ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
+
+    def keep(self, pid: int) -> None:
+        """A child that `wait_for_orphans` does not wait for."""
+        self._kept.add(pid)
+
+    def start(self, program: str, **options: Any) -> subprocess.Popen[bytes]:
+        """See `spawn`."""
+        self._sink.take()
+        return spawn(program, **options)
+
+    def finish(self, process: subprocess.Popen[bytes]) -> End:
+        """Waits for a started program and tells how it ended."""
+        hung = False
+        try:
+            process.wait(HANG_SECONDS)
+        except subprocess.TimeoutExpired:
+            hung = True
+            for pid in (*children(process.pid), process.pid):  # strace would let its child go on
+                os.kill(pid, signal.SIGKILL)
+            process.wait()
+        datagrams = self._sink.take()
+        lines = [Line.parse(datagram) for datagram in datagrams]
+        end = End(process.returncode, [line for line in lines if line is not None],
+                  [raw for raw, line in zip(datagrams, lines) if line is None],
+                  OUTPUT.read_text(errors="replace"), hung)
+        if TRACE.exists():
+            read_trace(end)
+        if REPORT.exists():
+            pairs = (line.split() for line in REPORT.read_text().splitlines())
+            end.report = [(event, int(number)) for event, number in pairs]
+        return end
+
+    def run(self, program: str, **options: Any) -> End:
+        return self.finish(self.start(program, **options))
+
+    def wait_for_orphans(self) -> None:
+        """What a killed daemon left running goes on beside the next start; it has to end before
+        the files are looked at."""
+        for pid in set(children(os.getpid())) - self._kept:
+            try:
+                os.waitpid(pid, 0)
+            except ChildProcessError:
+                pass
+
+
+def children(pid: int) -> list[int]:
+    found = []
+    for tasks in Path(f"/proc/{pid}/task").glob("*/children"):
+        found += [int(child) for child in tasks.read_text().split()]
+    return found
+
+
+CALL = re.compile(r"(\w+)\(")
+SIGNAL = re.compile(r"--- (SIG\w+) ")
+STOP_SIGNALS = ("SIGHUP", "SIGINT", "SIGTERM", "SIGQUIT")
+
+
+def read_trace(end: End) -> None:
+    counts: dict[str, int] = {}
+    for text in TRACE.read_text(errors="replace").splitlines():
+        call, delivery = CALL.match(text), SIGNAL.match(text)
+        if call:
+            name = call.group(1)
+            counts[name] = counts.get(name, 0) + 1
+            end.calls.append(Call(name, counts[name], text))
+            end.injected |= text.endswith("(INJECTED)")
+        elif delivery and delivery.group(1) in STOP_SIGNALS:
+            end.delivered.append(delivery.group(1))

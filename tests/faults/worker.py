@@ -1,0 +1,50 @@
+"""Runs inside a private device: reads one request per line, a JSON object, and answers each with
+one. See laboratory requests in run."""
+from __future__ import annotations
+
+import dataclasses
+import json
+import sys
+import time
+from pathlib import Path
+from typing import Any
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "rig"))
+
+from endurance import ENDURANCE
+from inject import Fault, Laboratory
+from scenes import SCENES
+
+
+def answer(laboratory: Laboratory, request: dict[str, Any]) -> Any:
+    if "calls" in request:
+        return [(call.key, call.text) for call in laboratory.calls(SCENES[request["calls"]])]
+    if "faults" in request:
+        if request["faults"] in ENDURANCE:
+            return [dataclasses.astuple(fault) for fault in ENDURANCE[request["faults"]].faults]
+        faults = laboratory.faults(SCENES[request["faults"]])
+        return [dataclasses.astuple(fault) for fault in faults]
+    start = time.monotonic()
+    fault = Fault(*request["fault"])
+    if fault.scene in ENDURANCE:
+        result = ENDURANCE[fault.scene].make(laboratory, fault)
+    else:
+        result = laboratory.make(fault)
+    end = result.end
+    assert end is not None
+    return {
+        "problems": result.problems, "reached": result.reached, "notes": result.notes, "status": end.status,
+        "lines": [line.text for line in end.lines], "output": end.output,
+        "calls": [call.text for call in end.calls] if request.get("verbose") else [],
+        "seconds": time.monotonic() - start,
+    }
+
+
+def main() -> None:
+    laboratory = Laboratory()
+    for line in sys.stdin:
+        print(json.dumps(answer(laboratory, json.loads(line))), flush=True)
+
+
+if __name__ == "__main__":
+    main()
