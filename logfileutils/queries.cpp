@@ -2,6 +2,7 @@
 #include "daemon/moraine.h"
 #include "futils/directory_walk.h"
 #include "futils/futils.h"
+#include "logfileutils/boot_numbers.h"
 #include "logfileutils/log_file_utils.h"
 #include "util/elapsed_time.h"
 
@@ -45,17 +46,24 @@ bool LogFileUtils::GetSyslogStats(SyslogStats_s& stats) const {
     return false;
 }
 
-bool LogFileUtils::GetBootNumRange(unsigned short& min, unsigned short& max) const {
-    min = 999;
-    max = 0;
+BootNumbers ReadBootNumbers() {
+    BootNumbers found;
     DirectoryWalk walk(Moraine::ArchPathAbs);
     while (walk.Next()) {
-        unsigned short bootNum = 0;
-        (void)GetFnBootNum(fs::path(walk.Name()).stem(), bootNum);  // A foreign file is of boot 0.
-        if (bootNum > max) max = bootNum;
-        if (bootNum < min) min = bootNum;
+        unsigned short number = 0;
+        (void)LogFileUtils::GetFnBootNum(fs::path(walk.Name()).stem(), number);  // 0: foreign
+        if (number > found.max) found.max = number;
+        if (number < found.min) found.min = number;
+        if (number <= BootNumbers::Max) found.used.set(number);
     }
-    if (min == 999 && max == 0) min = 0;
+    if (found.min == BootNumbers::Max && found.max == 0) found.min = 0;
+    return found;
+}
+
+bool LogFileUtils::GetBootNumRange(unsigned short& min, unsigned short& max) const {
+    const BootNumbers found = ReadBootNumbers();
+    min = found.min;
+    max = found.max;
     return false;
 }
 

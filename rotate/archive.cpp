@@ -42,51 +42,88 @@ constexpr Ms UntilSyslogdReopened(1500);
 
 class Rotate::Archiving {
 public:
-    enum class Outcome { Archived, Failed, Changed, Moved };
+    Archiving(Rotate& rotate, const std::string& pfn) : rotate(rotate), pfn(pfn), source(pfn) {}
 
-    Archiving(Rotate& rotate, const std::string& pfn, fs::path dest)
-        : rotate(rotate),
-          source(pfn),
-          compressed(pfn + Moraine::XzExt.native()),
-          dest(std::move(dest)) {}
+    // True if there was no file of that name.
+    bool IsGone() const { return source.OpenError() == ENOENT; }
 
-    // Compresses the source and moves the result into the archive. After another outcome than
-    // Archived the source is where it was.
-    Outcome Try();
-
-    // Removes what xz made of a source that was not archived.
-    void DropCopy() const;
-
-    // The archive file.
-    const fs::path& Dest() const { return dest; }
+    // All of it. Returns true on failure.
+    bool Run();
 
 private:
+    enum class Outcome { Archived, Failed, Changed, Moved };
+
+    bool IsLiveLog() const { return fs::path(pfn) == Moraine::SyslogPfe; }
+    fs::path Compressed() const { return source.Pfn().native() + Moraine::XzExt.native(); }
+    bool IsMoved() const {
+        return source.OpenError() == 0 && source.Look() == SourceFile::State::Moved;
+    }
+    Outcome Try();
+    Outcome Compress();
     Outcome MoveIntoArchive();
     Outcome RemoveSource(unsigned long archivedSize);
     void WaitForSyslogd() const;
     static Outcome OutcomeOf(SourceFile::State state);
 
     Rotate& rotate;
+    const std::string pfn;
     SourceFile source;
-    const fs::path compressed;
-    fs::path dest;
+    fs::path dest;  // the archive file
 };
 
+bool Rotate::Archiving::Run() {
+    const std::string tmpPfe = pfn + Moraine::TmpExt.native();
+    // Taking the live log would replace one whose archiving was interrupted. That one goes first.
+    if (IsLiveLog() && Futils::FileExists(tmpPfe)) return rotate.Archive(tmpPfe);
+
+    ElapsedTime stopwatch(100.0);
+    dest = rotate.GetFreeArchPfe();
+    if (dest.empty()) return true;
+    if (IsLiveLog()) {
+        if (Futils::Rename(pfn, tmpPfe)) return true;
+        source.SetPfn(tmpPfe);
+        rotate.SendSigHupToSyslog();
+    }
+    Log::Debug("Archiving '%s'.", source.Pfn().filename().c_str());
+
+    Outcome outcome = Try();
+    for (int i = 1; i < MaxAttempts && outcome == Outcome::Changed; ++i) outcome = Try();
+
+    if (outcome == Outcome::Failed) return true;
+    if (outcome == Outcome::Archived) {
+        Log::Info("Archived '%s' to '%s' in %.1f seconds.", pfn.c_str(), dest.c_str(),
+                  stopwatch.GetMsElapsed() / 1000.0);
+        return rotate.CheckArchSize();
+    }
+    Log::Info("'%s' was %s while it was compressed.  A later cycle will archive it.", pfn.c_str(),
+              outcome == Outcome::Moved ? "moved" : "written to");
+    return false;
+}
+
+// After another outcome than Archived the source is where it was.
 Rotate::Archiving::Outcome Rotate::Archiving::Try() {
     source.Mark();
-    if (Futils::System("xz -fk " + source.Pfn().native())) {
-        // There is nothing at that path if syslogd moved the source before xz could open it.
-        const bool isMoved = source.OpenError() == 0 && source.Look() == SourceFile::State::Moved;
-        return isMoved ? Outcome::Moved : Outcome::Failed;
+    Outcome outcome = IsMoved() ? Outcome::Moved : Compress();
+    if (outcome == Outcome::Archived) outcome = MoveIntoArchive();
+    if (outcome == Outcome::Moved || outcome == Outcome::Changed) {
+        (void)Futils::Remove(Compressed());  // What stays goes at the next start.
     }
+    return outcome;
+}
+
+// While syslogd moves the rotations up, a name has no file for a moment. Whether this program or xz
+// came upon that moment, it is no failure.
+Rotate::Archiving::Outcome Rotate::Archiving::Compress() {
+    if (Futils::System("xz -fk " + source.Pfn().native())) {
+        return IsMoved() ? Outcome::Moved : Outcome::Failed;
+    }
+    if (IsGone()) return Outcome::Moved;
     if (source.OpenError() != 0) {
         Log::Error("Unable to open %s: %s", source.Pfn().c_str(), strerror(source.OpenError()));
         return Outcome::Failed;
     }
     if (source.Pfn().extension() == Moraine::TmpExt) WaitForSyslogd();
-
-    const Outcome soFar = OutcomeOf(source.Look());
-    return soFar == Outcome::Archived ? MoveIntoArchive() : soFar;
+    return OutcomeOf(source.Look());
 }
 
 Rotate::Archiving::Outcome Rotate::Archiving::MoveIntoArchive() {
@@ -95,7 +132,7 @@ Rotate::Archiving::Outcome Rotate::Archiving::MoveIntoArchive() {
     if (dest.empty()) return Outcome::Failed;
 
     // If xz has made nothing, it is the rename that says so.
-    if (Futils::Sync(compressed) || Futils::Rename(compressed, dest)) return Outcome::Failed;
+    if (Futils::Sync(Compressed()) || Futils::Rename(Compressed(), dest)) return Outcome::Failed;
     unsigned long size = 0;
     try {
         size = fs::file_size(dest);
@@ -125,10 +162,6 @@ void Rotate::Archiving::WaitForSyslogd() const {
     std::this_thread::sleep_for(std::clamp(rest, Ms(0), UntilSyslogdReopened));
 }
 
-void Rotate::Archiving::DropCopy() const {
-    (void)Futils::Remove(compressed);  // What stays goes at the next start.
-}
-
 // A source that was deleted for good is kept by archiving what was compressed of it.
 Rotate::Archiving::Outcome Rotate::Archiving::OutcomeOf(SourceFile::State state) {
     switch (state) {
@@ -142,36 +175,12 @@ Rotate::Archiving::Outcome Rotate::Archiving::OutcomeOf(SourceFile::State state)
 }
 
 bool Rotate::Archive(const std::string& pfn) {
-    const bool isLiveLog = fs::path(pfn) == Moraine::SyslogPfe;
-    const std::string tmpPfe = pfn + Moraine::TmpExt.native();
-    // Taking the live log would replace one whose archiving was interrupted. That one goes first.
-    if (isLiveLog && Futils::FileExists(tmpPfe)) return Archive(tmpPfe);
+    return Archiving(*this, pfn).Run();
+}
 
-    ElapsedTime stopwatch(100.0);
-    const fs::path dest = GetFreeArchPfe();
-    if (dest.empty()) return true;
-    if (isLiveLog) {
-        if (Futils::Rename(pfn, tmpPfe)) return true;
-        SendSigHupToSyslog();
-    }
-    const fs::path source = isLiveLog ? tmpPfe : pfn;
-    Log::Debug("Archiving '%s'.", source.filename().c_str());
-
-    using Outcome = Archiving::Outcome;
-    Archiving archiving(*this, source, dest);
-    Outcome outcome = archiving.Try();
-    for (int i = 1; i < MaxAttempts && outcome == Outcome::Changed; ++i) outcome = archiving.Try();
-
-    if (outcome == Outcome::Failed) return true;
-    if (outcome == Outcome::Archived) {
-        Log::Info("Archived '%s' to '%s' in %.1f seconds.", pfn.c_str(), archiving.Dest().c_str(),
-                  stopwatch.GetMsElapsed() / 1000.0);
-        return CheckArchSize();
-    }
-    archiving.DropCopy();
-    Log::Info("'%s' was %s while it was compressed.  A later cycle will archive it.", pfn.c_str(),
-              outcome == Outcome::Moved ? "moved" : "written to");
-    return false;
+bool Rotate::ArchiveListed(const std::string& pfn) {
+    Archiving archiving(*this, pfn);
+    return !archiving.IsGone() && archiving.Run();
 }
 
 fs::path Rotate::GetFreeArchPfe() const {

@@ -22,7 +22,7 @@ bool Rotate::CheckLogs() {
     std::set<std::string> files;
     if (Futils::GetFilesInDir(files, Moraine::SyslogPathAbs)) return false;
     const std::string rotation = GetLastSyslogdRotation(files);
-    if (!rotation.empty()) return Archive(Moraine::SyslogPathAbs / rotation);
+    if (!rotation.empty()) return ArchiveListed(Moraine::SyslogPathAbs / rotation);
 
     unsigned long size = 0;
     if (Futils::GetFileSize(size, Moraine::SyslogPfe)) return false;

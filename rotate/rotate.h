@@ -69,8 +69,8 @@ public:
     // Fails if the file system of the syslog directory has less than 120 % of 1 GiB in all.
     [[nodiscard]] bool CheckPermCapacity() const;
 
-    // Deletes the 100 oldest boots if boot numbers 1 to 999 are all in use, then renumbers. Raises
-    // as GetBootNumRange does.
+    // Deletes the 100 oldest boots if boot numbers 1 to 999 are all in use, then renumbers;
+    // finishes a renumbering that was interrupted. Raises as GetBootNumRange does.
     [[nodiscard]] bool CheckReboots();
 
     // Renames the archive files so that the lowest boot number is 1. A failed rename ends it; the
@@ -80,8 +80,13 @@ public:
 protected:
     class Archiving;  // of one file (archive.cpp)
 
+    // Archives a rotation that a listing told. If it is gone since, a later cycle finds it under
+    // its new name, and that is no failure.
+    [[nodiscard]] bool ArchiveListed(const std::string& pfn);
     [[nodiscard]] std::filesystem::path GetFreeArchPfe() const;
     [[nodiscard]] bool DeleteOldestUntilLowerMark();
+    // Takes `distance` off the boot numbers from `first` on.
+    [[nodiscard]] bool LowerBootNumbers(unsigned short first, unsigned short distance);
 
     unsigned int bootNum = 0;       // of this run; in the name of each new archive file
     unsigned long archDirSize = 0;  // bytes in the archive directory; kept up by arithmetic

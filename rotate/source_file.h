@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <utility>
 
 class SourceFile {
 public:
@@ -15,7 +16,9 @@ public:
     SourceFile& operator=(const SourceFile&) = delete;
     ~SourceFile();
 
+    // The path by which it is known. Renaming the file is the caller's.
     const std::filesystem::path& Pfn() const { return pfn; }
+    void SetPfn(std::filesystem::path path) { pfn = std::move(path); }
 
     // 0, or the errno with which opening failed.
     int OpenError() const { return openError; }

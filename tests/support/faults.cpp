@@ -215,6 +215,11 @@ DIR* opendir(const char* path) {
     return MustFail("opendir") ? nullptr : real(path);
 }
 
+int closedir(DIR* stream) {
+    static auto* const real = Real<int(DIR*)>("closedir");
+    return MustFail("closedir") ? -1 : real(stream);
+}
+
 int nanosleep(const timespec* interval, timespec* rest) {
     static auto* const real = Real<int(const timespec*, timespec*)>("nanosleep");
     calls.push_back("nanosleep " + TextOf(*interval));

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import os
 import signal
+import time
 from signal import SIGHUP, SIGINT, SIGTERM
 
 import harness
@@ -215,6 +216,21 @@ class LiveLog(BlackBoxCase):
 
         self.assertEqual(archive(), [(1, "interrupted"), (1, ABOVE_THE_LIMIT)])
         self.assertEqual(content_of(SYSLOG), {"messages.txt": "", "archive/": ""})
+
+    def test_line_when_all_is_done(self) -> None:
+        """syslogd may still write to the renamed live log when xz has long ended."""
+        write_sparse(LIVE_LOG, TEN_MIB + 1)
+        daemon = self.start_and_wait()
+        has_ended = SCRATCH / "xz.has.ended"
+        self.stand_in("xz", f'/usr/bin/xz "$@"\ntouch {has_ended}')
+        with LIVE_LOG.open("a") as live_log:
+            daemon.signal(SIGTERM)
+            self.wait_until(has_ended.exists, "xz has compressed the log")
+            time.sleep(0.3)  # syslogd opens its new file at the next full second
+            live_log.write("late line\n")
+
+        self.assertEqual(self.wait(daemon), 0)
+        self.assertEqual(archive(), [(1, f"{ABOVE_THE_LIMIT}late line\n")])
 
     def test_late_lines(self) -> None:
         """What syslogd still writes to the renamed live log while xz runs is archived."""

@@ -124,7 +124,7 @@ class Archiving(BlackBoxCase):
         """No room for the compressed file: it is archived once there is."""
         ROTATION.unlink()
         daemon = self.start_and_wait()
-        noise = os.urandom(1 << 20).hex()
+        noise = os.urandom(1 << 16).hex()
         write(ROTATION, noise)
         self.remount(f"size={len(noise) + 4096}")
 

@@ -127,12 +127,15 @@ class LogSink(threading.Thread):
         self._socket.bind("/dev/log")
         self._ended = threading.Event()
         self._reading = threading.Lock()
+        self._is_blocked = False
         self._arrival = threading.Condition()
         self._lines: list[Line] = []
         self.unexpected: list[bytes] = []
         self.start()
 
     def close(self) -> None:
+        if self._is_blocked:  # by a test that failed before it came to unblock
+            self.unblock()
         self._ended.set()
         self.join()
         self._socket.close()
@@ -174,11 +177,12 @@ class LogSink(threading.Thread):
         with self._arrival:
             came = self._arrival.wait_for(lambda: self._lines.count(line) >= count, limit)
         if not came:
-            raise AssertionError(f"no line {line} after {limit:.0f} s, but {self._lines}")
+            raise AssertionError(f"no line {line} after {limit:.0f} s, but {self._lines[-20:]}")
 
-    def block(self) -> None:
-        """From here on whoever writes a line has to wait in the middle of doing so."""
+    def block(self, after: int = 0) -> None:
+        """From here on, `after` so many lines, who writes one has to wait in the middle of it."""
         self._reading.acquire()
+        self._is_blocked = True
         sent = True
         while sent:  # One socket must not have too much under way: it takes several.
             sent = False
@@ -190,8 +194,11 @@ class LogSink(threading.Thread):
                         sent = True
                 except BlockingIOError:
                     pass
+        for _ in range(after):
+            self._add(self._socket.recv(65536, socket.MSG_DONTWAIT))
 
     def unblock(self) -> None:
+        self._is_blocked = False
         self._reading.release()
 
 
@@ -228,14 +235,18 @@ class Daemon:
 
     @property
     def handles_signals(self) -> bool:
-        caught_signals = re.search(r"^SigCgt:\s*(\w+)$", self._proc("status"), re.MULTILINE)
-        wanted = sum(1 << number - 1 for number in STATUS_AFTER)
-        return bool(caught_signals) and int(caught_signals[1], 16) & wanted == wanted
+        return all(self._is_in("SigCgt", number) for number in STATUS_AFTER)
+
+    def blocks(self, number: int) -> bool:
+        return self._is_in("SigBlk", number)
 
     def has_pending(self, number: int) -> bool:
         """Whether a signal has been sent but not yet delivered."""
-        pending = re.findall(r"^(?:SigPnd|ShdPnd):\s*(\w+)$", self._proc("status"), re.MULTILINE)
-        return any(int(signals, 16) & 1 << number - 1 for signals in pending)
+        return self._is_in("ShdPnd", number)
+
+    def _is_in(self, signal_set: str, number: int) -> bool:
+        found = re.search(rf"^{signal_set}:\s*(\w+)$", self._proc("status"), re.MULTILINE)
+        return bool(found) and int(found[1], 16) & 1 << number - 1 != 0
 
     @property
     def waits(self) -> bool:
@@ -356,7 +367,8 @@ class BlackBoxCase(DeviceCase):
         try:
             return daemon.wait()
         except subprocess.TimeoutExpired:
-            self.fail(f"the daemon still runs after {limit:.0f} s; its lines: {self.log.all()}")
+            self.fail(f"the daemon still runs after {limit:.0f} s, with these lines: "
+                      f"{self.log.all()[-20:]}")
 
     def run_once(self) -> list[Line]:
         """The lines of a life that consists of start-up and, if that succeeds, one cycle."""

@@ -134,6 +134,29 @@ class SignalWhileALineIsWritten(BlackBoxCase):
         self.check(SIGQUIT)
 
 
+class SignalInTheLastLine(BlackBoxCase):
+
+    def test_sighup(self) -> None:
+        """A stop signal while the exit line is written comes too late: nobody catches it."""
+        write("messages.txt.0", "last")
+        xz = self.slow_xz()
+        daemon = self.start(fast_sleep=50)
+        self.wait_until(lambda: xz.is_reached, "xz runs")
+        self.deliver(daemon, SIGTERM)
+        self.log.block(after=2)
+        xz.open()
+        self.wait_until(lambda: not (SYSLOG / "messages.txt.0").exists() and daemon.waits,
+                        "the daemon waits for /dev/log")
+
+        self.assertTrue(all(map(daemon.blocks, STATUS_AFTER)))
+        daemon.signal(SIGHUP)
+        self.log.unblock()
+
+        self.assertEqual(self.wait(daemon), 0)
+        self.assertEqual(self.log.all(), [*START, caught(SIGTERM), archived("messages.txt.0"),
+                                          exiting(0)])
+
+
 class SignalInStartUp(BlackBoxCase):
     """It is logged but does not stop the daemon, which starts up completely and runs on."""
 

@@ -70,6 +70,35 @@ TEST_F(ArchiveSafetyTest, ARotationBeforeTheCompressionLosesNothing) {
     EXPECT_EQ(log.Take(), LogLines{LeftLine("moved")});
 }
 
+// syslogd moves one file up after the other: for a moment there is none of that name.
+TEST_F(ArchiveSafetyTest, ARotationUnderWayLosesNothing) {
+    std::filesystem::rename(rotation, nextRotation);
+    OnNthCall("system", 1, [this] { WriteFile(rotation, "new\n"); });
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    ExpectNoTrace({{"messages.txt.0", "new\n"}, {"messages.txt.1", "old\n"}});
+    EXPECT_EQ(log.Take(), LogLines{LeftLine("moved")});
+}
+
+TEST_F(ArchiveSafetyTest, ARotationBehindTheListingLosesNothing) {
+    OnNthCall("closedir", 1, [this] { std::filesystem::rename(rotation, nextRotation); });
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    ExpectNoTrace({{"messages.txt.1", "old\n"}});
+    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7), "old\n"}}));
+}
+
+// The archive's name of this second is taken: while the daemon waits for another one, syslogd
+// rotates.
+TEST_F(ArchiveSafetyTest, ARotationBeforeTheNameIsFreeLosesNothing) {
+    WriteFile(archive / ArchFn(7), "taken");
+    OnNthCall("nanosleep", 1, [this] { std::filesystem::rename(rotation, nextRotation); });
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_DIR(archive, {{ArchFn(7), "taken"}});
+    EXPECT_EQ(log.Take(), LogLines{LeftLine("moved")});
+    EXPECT_EQ(TakeCallsOf("system"), Texts{});
+}
+
 TEST_F(ArchiveSafetyTest, ARotationWithNothingToFollowLosesNothing) {
     StandIn("xz", Compress + "mv \"$2\" \"${2%0}1\"");
     EXPECT_SUCCESS(rotate.Archive(rotation));
@@ -232,11 +261,12 @@ TEST_F(ArchiveSafetyTest, ARotationIsNotWaitedFor) {
 
 TEST_F(ArchiveSafetyTest, AFileThatCannotBeOpenedStays) {
     std::filesystem::remove(rotation);
-    StandIn("xz", "echo new > \"$2\"; " + Compress);
+    std::filesystem::create_symlink(rotation, rotation);
+    StandIn("xz", "rm \"$2\"; echo new > \"$2\"; " + Compress);
     EXPECT_FAILURE(rotate.Archive(rotation));
     EXPECT_EQ(log.Take(), (LogLines{{LOG_ERR,
-                                     "Unable to open /perm/logs/syslog/messages.txt.0: No "
-                                     "such file or directory"}}));
+                                     "Unable to open /perm/logs/syslog/messages.txt.0: Too many "
+                                     "levels of symbolic links"}}));
     EXPECT_EQ(ReadFile(rotation), "new\n");
     EXPECT_DIR(archive, {});
 }

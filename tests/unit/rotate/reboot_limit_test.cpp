@@ -89,6 +89,60 @@ TEST_F(RebootLimitTest, GapsStayAndTheOldest100BootsThatThereAreGo) {
     EXPECT_EQ(ReadDir(archive), expected);
 }
 
+// What power that goes away leaves when it has renamed the files up to boot `cutBehind`.
+TEST_F(RebootLimitTest, AnInterruptedRenumberingIsFinishedAndNothingDeleted) {
+    const std::pair<unsigned, unsigned> table[]{{1, 101}, {450, 101}, {898, 101}, {1, 3}, {450, 2}};
+    for (const auto& [cutBehind, oldest] : table) {
+        SCOPED_TRACE(testing::Message() << cutBehind << ' ' << oldest);
+        std::filesystem::remove_all(archive);
+        std::filesystem::create_directory(archive);
+        FillBoots(oldest, 999);
+        Faults::Fail("rename", EIO, static_cast<int>(2 * cutBehind + 1));
+        EXPECT_FAILURE(rotate.CheckReboots());
+        log.Take();
+
+        EXPECT_SUCCESS(rotate.CheckReboots());
+        EXPECT_EQ(ReadDir(archive), Renumbered(oldest, 999));
+        EXPECT_EQ(log.Take(), LogLines{RenumberingLine});
+    }
+}
+
+TEST_F(RebootLimitTest, ABootThatWasHalfRenumberedComesApart) {
+    FillBoots(101, 999);
+    Faults::Fail("rename", EIO, 2 * 7 + 2);  // the second file of the eighth boot
+    EXPECT_FAILURE(rotate.CheckReboots());
+    log.Take();
+
+    EXPECT_SUCCESS(rotate.CheckReboots());
+    Dir expected = Renumbered(101, 108);
+    expected.erase(ArchFn(8, 20));
+    expected[ArchFn(9, 20)] = TextOf(108, 20);
+    for (unsigned boot = 109; boot <= 999; ++boot) {
+        for (const unsigned second : {10, 20}) {
+            expected[ArchFn(boot - 99, second)] = TextOf(boot, second);
+        }
+    }
+    EXPECT_EQ(ReadDir(archive), expected);
+    EXPECT_EQ(log.Take(), LogLines{RenumberingLine});
+}
+
+TEST_F(RebootLimitTest, AGapThatNoRenumberingLeavesStays) {
+    struct Gaps {
+        unsigned first, end, missing;
+    };
+    for (const auto& [first, end, missing] : {Gaps{301, 402, 350}, Gaps{301, 400, 700}}) {
+        SCOPED_TRACE(missing);
+        std::filesystem::remove_all(archive);
+        FillBoots(1, first - 1);
+        FillBoots(end, 999);
+        for (const unsigned second : {10, 20}) {
+            std::filesystem::remove(archive / ArchFn(missing, second));
+        }
+        EXPECT_SUCCESS(rotate.CheckReboots());
+        EXPECT_EQ(log.Take(), (LogLines{TooManyLine, RenumberingLine}));
+    }
+}
+
 TEST_F(RebootLimitTest, ANumberBeyond999PrunesToo) {
     FillBoots(1, 150);
     Fill({ArchFn(1000)});
