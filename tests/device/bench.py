@@ -3,7 +3,6 @@ from __future__ import annotations
 
 import contextlib
 import dataclasses
-import random
 import functools
 import shutil
 import subprocess

@@ -3,7 +3,6 @@ from __future__ import annotations
 
 import lzma
 import random
-from typing import Union
 
 from tests.device import lines
 
