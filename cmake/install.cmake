@@ -1,19 +1,49 @@
-# What `cmake --install` puts in place: the daemon with its init scripts, and the library as a CMake
-# and a pkg-config package.
+# What `cmake --install` puts in place, in components: `daemon` (with its settings and man page),
+# `sysv` or `systemd` (what starts it), and `development` (the library as a CMake and a pkg-config
+# package). `--component NAME` installs one of them, the one of the other init included.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS vandis-moraine RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT daemon)
+# Instead of the init scripts and not beside them: started by both, syslogd would run twice.
+option(MORAINE_SYSTEMD "Install systemd units instead of the scripts for BusyBox init" OFF)
+if(MORAINE_SYSTEMD)
+    set(sysv_only_by_name EXCLUDE_FROM_ALL)
+else()
+    set(systemd_only_by_name EXCLUDE_FROM_ALL)
+endif()
 
 # The prefix /usr (of a device, or of a folder that becomes one) has its /etc beside it, another
 # prefix has it below; the prefix is known only when it is installed.
-install(CODE "set(source_dir [[${PROJECT_SOURCE_DIR}]])" COMPONENT daemon)
+foreach(component IN ITEMS daemon sysv systemd)
+    install(CODE "set(source_dir [[${PROJECT_SOURCE_DIR}]])"
+            COMPONENT ${component} ${${component}_only_by_name})
+    install(CODE [[
+        string(REGEX REPLACE "/usr/?$" "" root "${CMAKE_INSTALL_PREFIX}")
+        set(executable OWNER_READ OWNER_WRITE OWNER_EXECUTE
+            GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    ]] COMPONENT ${component} ${${component}_only_by_name})
+endforeach()
+
+install(TARGETS vandis-moraine RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT daemon)
+install(FILES docs/vandis-moraine.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT daemon)
 install(CODE [[
-    string(REGEX REPLACE "/usr/?$" "" etc "${CMAKE_INSTALL_PREFIX}")
-    file(INSTALL ${source_dir}/init/S01syslogd-moraine ${source_dir}/init/S90vandis-moraine
-         DESTINATION ${etc}/etc/init.d USE_SOURCE_PERMISSIONS)
     file(INSTALL ${source_dir}/init/default/syslogd-moraine ${source_dir}/init/default/vandis-moraine
-         DESTINATION ${etc}/etc/default)
+         DESTINATION ${root}/etc/default)
 ]] COMPONENT daemon)
+
+install(CODE [[
+    file(INSTALL ${source_dir}/init/S01syslogd-moraine ${source_dir}/init/S90vandis-moraine
+         DESTINATION ${root}/etc/init.d PERMISSIONS ${executable})
+]] COMPONENT sysv ${sysv_only_by_name})
+
+# The daemon calls the script of syslogd by its path, under systemd too.
+install(DIRECTORY packaging/systemd/ DESTINATION lib/systemd/system
+        COMPONENT systemd ${systemd_only_by_name} FILES_MATCHING PATTERN *.service)
+install(CODE [[
+    foreach(name IN ITEMS S01syslogd-moraine S90vandis-moraine)
+        file(INSTALL ${source_dir}/packaging/systemd/init-script DESTINATION ${root}/etc/init.d
+             RENAME ${name} PERMISSIONS ${executable})
+    endforeach()
+]] COMPONENT systemd ${systemd_only_by_name})
 
 # All headers stand below one folder, so that a program includes <vandis-moraine/rotate/rotate.h>
 # and no header of another library can be meant.

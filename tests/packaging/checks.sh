@@ -3,10 +3,10 @@
 # where it does not. The first that fails ends the step.
 
 if [ "${1-}" = --help ]; then
-	echo "A step of tests/packaging/run (see its --help). ${usage:-Takes no arguments.}"
-	echo
-	sed -n '2,/^[^#]/s/^# //p' "$0"
-	exit 0
+    echo "A step of tests/packaging/run (see its --help). ${usage:-Takes no arguments.}"
+    echo
+    sed -n '2,/^[^#]/s/^# //p' "$0"
+    exit 0
 fi
 cd "$(dirname "$0")/../.." || exit 1
 work=$(mktemp -d)
@@ -15,35 +15,35 @@ trap 'rm -rf "$work"' EXIT
 native=$(dpkg --print-architecture)
 
 fail() {
-	echo "FAILED: $1" >&2
-	exit 1
+    echo "FAILED: $1" >&2
+    exit 1
 }
 
 # check CLAIM COMMAND [ARGUMENT...]
 check() {
-	claim=$1
-	shift
-	if "$@" >"$work/found" 2>&1; then
-		echo "ok: $claim"
-	else
-		cat "$work/found" >&2
-		fail "$claim"
-	fi
+    claim=$1
+    shift
+    if "$@" >"$work/found" 2>&1; then
+        echo "ok: $claim"
+    else
+        cat "$work/found" >&2
+        fail "$claim"
+    fi
 }
 
 # check_equal CLAIM FOUND EXPECTED
 check_equal() {
-	printf '%s\n' "$2" >"$work/is"
-	printf '%s\n' "$3" >"$work/ought"
-	check "$1" diff -u --label expected --label found "$work/ought" "$work/is"
+    printf '%s\n' "$2" >"$work/is"
+    printf '%s\n' "$3" >"$work/ought"
+    check "$1" diff -u --label expected --label found "$work/ought" "$work/is"
 }
 
 # listing FOLDER: what is in it, one line for each file or link.
 listing() {
-	(cd "$1" && find . \( -type f -printf '%m %P\n' -o -type l -printf 'link %P -> %l\n' \))
+    (cd "$1" && find . \( -type f -printf '%m %P\n' -o -type l -printf 'link %P -> %l\n' \))
 }
 
 # check_listing CLAIM FOUND EXPECTED: as check_equal, in any order.
 check_listing() {
-	check_equal "$1" "$(echo "$2" | LC_ALL=C sort -k 2)" "$(echo "$3" | LC_ALL=C sort -k 2)"
+    check_equal "$1" "$(echo "$2" | LC_ALL=C sort -k 2)" "$(echo "$3" | LC_ALL=C sort -k 2)"
 }
