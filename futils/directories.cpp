@@ -10,7 +10,10 @@ namespace fs = std::filesystem;
 bool Futils::CreateDir(const std::string& dir) {
     if (PathExists(dir)) return false;
     try {
-        return !fs::create_directory(dir);
+        if (fs::create_directory(dir)) return false;
+        // Strict: who made it may not have meant it for this program.
+        Log::Error("Exception in CreateDir(%s): %s", dir.c_str(), "nothing was created");
+        return true;
     } catch (const std::exception& e) {
         Log::Error("Exception in CreateDir(%s): %s", dir.c_str(), e.what());
         return true;

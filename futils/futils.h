@@ -32,7 +32,7 @@ namespace Futils {
 [[nodiscard]] bool FileExists(const std::string& pfn);
 
 // Creates one directory level; an existing directory is a success. Returns true on failure, also
-// when someone else created it in between. Logs an Error line on an error.
+// when someone else created it in between. Logs an Error line then.
 [[nodiscard]] bool CreateDir(const std::string& dir);
 
 // Creates a directory and its parents with `mkdir -p` through the shell; an existing directory is a
