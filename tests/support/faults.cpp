@@ -22,9 +22,10 @@ struct Fault {
     int nth;  // 0: every call
 };
 
-std::map<std::string, Fault> faults;
-std::map<std::string, std::function<void()>> actions;
-std::vector<std::string> calls;
+// Never destroyed: what runs after main calls these functions, too.
+auto& faults = *new std::map<std::string, Fault>;
+auto& actions = *new std::map<std::string, std::function<void()>>;
+auto& calls = *new std::vector<std::string>;
 std::optional<timespec> fixedClock;
 std::optional<timespec> fixedTimeOfDay;
 bool sleepsAreSkipped = false;

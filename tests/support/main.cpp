@@ -5,6 +5,17 @@
 #include <cstring>
 
 #include "rig/private_device.h"
+#include "tests/support/faults.h"
+
+namespace {
+
+// A test starts without faults and recorded calls, and no fault outlives it.
+class ClearFaults : public testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo& /*test*/) override { Faults::Clear(); }
+    void OnTestEnd(const testing::TestInfo& /*test*/) override { Faults::Clear(); }
+};
+
+}  // namespace
 
 int main(int argc, char** argv) {
     const bool onlyLists = argc > 1 && std::strncmp(argv[1], "--gtest_list_tests", 18) == 0;
@@ -14,5 +25,6 @@ int main(int argc, char** argv) {
         PrivateDevice::Enter(options);
     }
     testing::InitGoogleTest(&argc, argv);
+    testing::UnitTest::GetInstance()->listeners().Append(new ClearFaults);
     return RUN_ALL_TESTS();
 }

@@ -17,7 +17,6 @@ using testing::IsEmpty;
 class SleepTest : public testing::Test {
 protected:
     void SetUp() override {
-        Faults::Clear();
         Faults::SkipSleeps();
         MainRunning = true;
     }

@@ -49,7 +49,6 @@ private:
 class StopSignalsTest : public testing::Test {
 protected:
     void SetUp() override {
-        Faults::Clear();
         InstallStopSignals();
         ExitCode = 0;
         MainRunning = true;

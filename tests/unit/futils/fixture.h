@@ -25,7 +25,6 @@ using Stream = std::unique_ptr<std::FILE, CloseStream>;
 class FutilsTest : public testing::Test {
 protected:
     FutilsTest() {
-        Faults::Clear();
         Logging::SetLogLevel(Logging::SeverityDebug);
         std::filesystem::remove_all(folder);
         std::filesystem::create_directories(folder);

@@ -42,7 +42,6 @@ inline std::string ArchName(unsigned bootNum, unsigned second = 0) {
 class CatalogueTest : public testing::Test {
 protected:
     CatalogueTest() {
-        Faults::Clear();
         Logging::SetLogLevel(Logging::SeverityDebug);
         std::filesystem::remove_all("/perm/logs");
         std::filesystem::create_directories(archive);

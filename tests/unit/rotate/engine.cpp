@@ -20,7 +20,6 @@ void RotateTest::SetUp() {
     }
     fs::create_directories(archive);
     Logging::SetLogLevel(Logging::SeverityInfo);
-    Faults::Clear();
     Faults::FixClock(SinceStart);
     Faults::FixTimeOfDay(FarFuture);
     Faults::SkipSleeps();

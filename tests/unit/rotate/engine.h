@@ -27,7 +27,6 @@ protected:
     using Texts = std::vector<std::string>;
 
     void SetUp() override;
-    void TearDown() override { Faults::Clear(); }
 
     // Runs the action once, at the nth call of a function from now on, before the call.
     static void OnNthCall(const std::string& function, int nth, std::function<void()> action);
