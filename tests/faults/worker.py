@@ -33,8 +33,8 @@ def answer(laboratory: Laboratory, request: dict[str, Any]) -> Any:
     end = result.end
     assert end is not None
     return {
-        "problems": result.problems, "reached": result.reached, "notes": result.notes, "status": end.status,
-        "lines": [line.text for line in end.lines], "output": end.output,
+        "problems": result.problems, "reached": result.reached, "notes": result.notes,
+        "status": end.status, "lines": [line.text for line in end.lines], "output": end.output,
         "calls": [call.text for call in end.calls] if request.get("verbose") else [],
         "seconds": time.monotonic() - start,
     }
