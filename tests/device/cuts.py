@@ -3,6 +3,7 @@ it is found; the next start has to heal it, and its power is cut in turn.
 """
 from __future__ import annotations
 
+import collections
 import contextlib
 import dataclasses
 import time
@@ -75,7 +76,7 @@ class Chain:
             device.expect(moment.event, BOOT_TIMEOUT + CYCLE_TIMEOUT, nth=nth)
             time.sleep(wait)
             device.cut()
-        self.tally.cuts += 1
+        self.tally.add(Tally(cuts=1, moments=collections.Counter([moment.name])))
         for line in device.lines:
             if line.startswith("@synced "):
                 self._synced.update(lines.numbers(rotations[line.split()[1]]))

@@ -12,6 +12,7 @@ SERVICE = "etc/init.d/S90vandis-moraine"
 PREPARE = "etc/init.d/S50prepare"
 
 ADD_ROTATION = f"cp /root/rotation {LOG}/messages.txt.0"
+UNTIL_ENDED = "while pidof vandis-moraine >/dev/null; do sleep 0.1; done"
 # Also what is reserved for root, to the last block.
 FILL = """
 size=2048
@@ -43,8 +44,8 @@ def read_only_in_flight(bench: Bench) -> str:
         # What is left over cannot be taken away: the start fails. The script, which gives it a
         # moment, may miss that on a busy machine, but not each time.
         device.run(f"ls {LOG}/*.xz")
-        started = [device.status(f"/{SERVICE} start; until ! pidof vandis-moraine; do :; done")[0]
-                   for _ in range(10)]
+        start = f"/{SERVICE} start; status=$?; {UNTIL_ENDED}; (exit $status)"
+        started = [device.status(start)[0] for _ in range(10)]
         check(1 in started, f"starts of the daemon on a read-only /perm: statuses {started}")
         device.cut()
     with bench.boot() as device:
@@ -78,7 +79,7 @@ def _boot(bench: Bench, prepare: str = "") -> contextlib.AbstractContextManager[
 
 
 def _wait_until_ended(device: Device) -> None:
-    device.wait_for("! pidof vandis-moraine")
+    device.run(UNTIL_ENDED)
 
 
 def _check_nothing_lost(bench: Bench) -> None:

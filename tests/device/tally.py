@@ -1,6 +1,7 @@
 """What power cuts have done."""
 from __future__ import annotations
 
+import collections
 import dataclasses
 
 from tests.device import lines
@@ -12,6 +13,7 @@ class Tally:
     archived again, and nothing is lost by that."""
 
     cuts: int = 0
+    moments: collections.Counter[str] = dataclasses.field(default_factory=collections.Counter)
     half_done: int = 0  # cuts that were found to have interrupted something
     with_losses: int = 0  # cuts
     synced: int = 0  # lines
@@ -42,8 +44,9 @@ class Tally:
         return self.lost + self.empty + self.corrupt + self.refused + self.unhealed
 
     def __str__(self) -> str:
-        return (f"{self.cuts} cuts, {self.half_done} of them amid something, "
-                f"{self.with_losses} with losses\n"
+        moments = "".join(f"  {count:4} {name}\n" for name, count in sorted(self.moments.items()))
+        return (f"{self.cuts} cuts, {self.half_done} of them found to have interrupted something, "
+                f"{self.with_losses} with losses:\n{moments}"
                 f"{self.synced} lines synced, {self.lost} lost, {self.duplicated} duplicated\n"
                 f"{self.empty} archive files empty, {self.corrupt} corrupt\n"
                 f"{self.refused} starts refused, {self.unhealed} leftovers not healed")

@@ -36,7 +36,7 @@ for leftover in "$log"/*.xz "$log"/*.tmp; do
 	[ ! -e "$leftover" ] || stat -c '@leftover %i %Z %n' "$leftover"
 done
 rm -f "$log/incoming"
-nice -n -20 /root/watch "$log" "$log/archive" &
+nice -n -20 /root/watch "$log" "$log/archive"
 tell_daemon_lines &
 for file in /root/rotations/*; do
 	[ ! -e "$file" ] || add "$file" "${file##*/}"

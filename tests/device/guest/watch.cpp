@@ -1,5 +1,6 @@
 // Tells at once, one line each, what happens to the names in some folders: "@event m archive/NAME".
 // The letters: n created, w closed after writing, m moved in, y moved out, d deleted.
+// It returns when it watches, and does so in the background.
 //
 // The console is slow. Where there are too many events to tell them all, the variables NTH and
 // LETTER name the one that is told.
@@ -57,8 +58,7 @@ int main(int argc, char** argv) {
         }
         folders[watch] = basename(argv[i]);
     }
-    std::puts("@watching");
-    (void)std::fflush(stdout);
+    if (fork() != 0) return 0;  // Who called goes on when nothing is missed any more.
 
     alignas(inotify_event) char events[16384];
     for (ssize_t size = 0; (size = read(queue, events, sizeof events)) > 0;) {
