@@ -207,16 +207,19 @@ TEST_F(ArchiveSafetyTest, LinesWrittenBetweenCompressionAndRemovalAreArchived) {
 
 // A file that got other lines of the same length is known by its time.
 TEST_F(ArchiveSafetyTest, LinesThatReplaceOthersAreArchived) {
-    constexpr timespec Before{.tv_sec = 1'000'000'000, .tv_nsec = 100'000'000};
-    for (const char* after : {"@1000000000.2", "@1000000001.1"}) {
-        SCOPED_TRACE(after);
-        std::filesystem::remove(archive / ArchFn(7));
-        std::filesystem::remove("/stand-in/once");
-        rotate.archDirSize = 0;
-        WriteFile(rotation, "old\n");
-        const timespec times[]{Before, Before};
+    const auto write = [this](const std::string& text, timespec time) {
+        WriteFile(rotation, text);
+        const timespec times[]{time, time};
         ASSERT_EQ(utimensat(AT_FDCWD, rotation.c_str(), times, 0), 0);
-        StandIn("xz", Compress + OnlyOnce + "echo new > \"$2\"; touch -d " + after + " \"$2\"");
+    };
+    constexpr timespec Before{.tv_sec = 1'000'000'000, .tv_nsec = 100'000'000};
+    for (const timespec after :
+         {timespec{Before.tv_sec, 200'000'000}, timespec{Before.tv_sec + 1, Before.tv_nsec}}) {
+        SCOPED_TRACE(after.tv_sec);
+        std::filesystem::remove(archive / ArchFn(7));
+        rotate.archDirSize = 0;
+        write("old\n", Before);
+        OnNthCall("fsync", 1, [&] { write("new\n", after); });
         EXPECT_SUCCESS(rotate.Archive(rotation));
         ExpectOnlyArchived("new\n");
     }
