@@ -6,9 +6,11 @@ log=/perm/logs/syslog
 # shellcheck source=/dev/null
 [ ! -e /root/settings ] || . /root/settings
 
-tell_daemon_lines() {
+tell_log_lines() {
 	tail -n 0 -F "$log/messages.txt" | while read -r line; do
-		case "$line" in *vandis-moraine:*) echo "@log ${line#*vandis-moraine: }";; esac
+		case "$line" in
+			*vandis-moraine:*|*watch:*) echo "@log ${line#*vandis-moraine: }";;
+		esac
 	done
 }
 
@@ -37,7 +39,7 @@ for leftover in "$log"/*.xz "$log"/*.tmp; do
 done
 rm -f "$log/incoming"
 nice -n -20 /root/watch "$log" "$log/archive"
-tell_daemon_lines &
+tell_log_lines &
 for file in /root/rotations/*; do
 	[ ! -e "$file" ] || add "$file" "${file##*/}"
 done

@@ -5,6 +5,7 @@
 // The console is slow. Where there are too many events to tell them all, the variables NTH and
 // LETTER name the one that is told.
 #include <sys/inotify.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -40,7 +41,10 @@ void Tell(const char* folder, const inotify_event& event) {
         char line[512];
         const int size =
             std::snprintf(line, sizeof line, "@event %c %s/%s\n", letter, folder, event.name);
-        if (write(STDOUT_FILENO, line, static_cast<std::size_t>(size)) != size) _exit(1);
+        if (write(STDOUT_FILENO, line, static_cast<std::size_t>(size)) != size) {
+            syslog(LOG_ERR, "cannot tell %s/%s: %m", folder, event.name);
+            _exit(1);
+        }
     }
 }
 
@@ -68,5 +72,6 @@ int main(int argc, char** argv) {
             at += sizeof event + event.len;
         }
     }
+    syslog(LOG_ERR, "cannot read events: %m");
     return 1;
 }
