@@ -1,18 +1,23 @@
 #!/bin/sh
-# Prints what the daemon takes on a device: ./device --new-disk --run rig/emulator/measure.sh
+# Prints what the product takes on a device: ./device --new-disk --run rig/emulator/measure.sh
 log=/perm/logs/syslog
 service=/etc/init.d/S90vandis-moraine
 pid_file=/var/run/vandis-moraine.pid
 
-now() {
+uptime() {
 	cut -d ' ' -f 1 /proc/uptime
 }
 
-# 200 KiB of log lines; $1: another one each time
+# One line of the result: what, how much
+result() {
+	printf '%-48s %s\n' "$1:" "$2"
+}
+
+# A MiB of log lines, as many as syslogd puts into a rotation; $1: other ones each time
 rotation() {
 	awk -v seed="$1" 'BEGIN {
 		srand(seed)
-		while (size < 200 * 1024) {
+		while (size < 1024 * 1024) {
 			line = sprintf("Jan  1 00:%02d:%02d device daemon.info pump: pressure %d kPa flow %d l/h",
 				n / 60 % 60, n++ % 60, 90 + rand() * 40, rand() * 1000)
 			print line
@@ -21,28 +26,50 @@ rotation() {
 	}'
 }
 
+archived_in() {
+	sed -n "s/.*Archived '[^']*\.$1' to .* in \(.*\) seconds\.$/\1/p" "$log/messages.txt"
+}
+
+wait_for_rotation_to_go() {
+	while [ -e "$log/messages.txt.$1" ]; do
+		usleep 50000
+	done
+}
+
+ready=$(uptime)
+echo "Measuring (about 50 seconds)"
+rotation 0 >/tmp/messages.txt.0
+mv /tmp/messages.txt.0 "$log"
+wait_for_rotation_to_go 0
+first=$(uptime)
+pid=$(cat "$pid_file")
+grep -q '^VmRSS:' "/proc/$pid/status" || exit 1
+resident=$(sed -n 's/^VmRSS:[^0-9]*//p' "/proc/$pid/status")
+
+for number in 0 1; do
+	rotation "$number" >"/tmp/messages.txt.$number"
+	mv "/tmp/messages.txt.$number" "$log"
+done
+settings=$(tr '\0' '\n' <"/proc/$pid/environ" | sed -n 's/^XZ_DEFAULTS=//p')
+XZ_DEFAULTS=$settings command time -v xz --stdout "$log/messages.txt.0" 2>/tmp/usage >/dev/null
+wait_for_rotation_to_go 1
+wait_for_rotation_to_go 0
+
 "$service" stop >/dev/null
-before=$(now)
+before=$(uptime)
 start-stop-daemon --start --background --make-pidfile --pidfile "$pid_file" \
 	--exec /usr/sbin/vandis-moraine
 until tail -n 1 "$log/messages.txt" | grep -q 'vandis-moraine running'; do
 	usleep 10000
 done
-echo "$before $(now)" | awk '{ printf "start-up until the daemon runs:   %.2f s\n", $2 - $1 }'
-"$service" stop >/dev/null
+started=$(uptime)
 
-for number in 0 1 2; do
-	rotation "$number" >"$log/messages.txt.$number"
+result 'power on until all services are up' "$ready s"
+result 'power on until the first rotation is archived' "$first s"
+result 'start of the daemon until it runs' "$(echo "$started $before" | awk '{ printf "%.2f s", $1 - $2 }')"
+for number in 1 0; do
+	result 'archiving a rotation of 1 MiB' "$(archived_in "$number" | tail -n 1) s"
 done
-"$service" start >/dev/null
-pid=$(cat "$pid_file")
-settings=$(tr '\0' '\n' <"/proc/$pid/environ" | sed -n 's/^XZ_DEFAULTS=//p')
-XZ_DEFAULTS=$settings command time -v xz --stdout "$log/messages.txt.0" 2>/tmp/usage >/dev/null
-while ls "$log"/messages.txt.? >/dev/null 2>&1; do
-	sleep 1
-done
-sleep 1
-sed -n 's/^VmHWM:[^0-9]*\(.*\)/memory of the daemon, at most:    \1/p' "/proc/$pid/status"
-sed -n 's/.*Maximum resident.*: \(.*\)/memory of xz, at most:            \1 kB/p' /tmp/usage
-sed -n "s/.*Archived '.*\.[012]' to .* in \(.*\) seconds\.$/archiving a rotation of 200 KiB:  \1 s/p" \
-	"$log/messages.txt"
+result 'resident memory of the daemon (VmRSS)' "$resident"
+result 'resident memory of xz, at most' "$(sed -n 's/.*Maximum resident.*: //p' /tmp/usage) kB"
+result 'size of the daemon' "$(wc -c </usr/sbin/vandis-moraine) bytes"
