@@ -7,10 +7,11 @@ import shutil
 from pathlib import Path
 
 from rig.emulator import image as images
+from rig.emulator.product import BuildError
 
 NAME = "aarch64-without-syncs"
 SYNCS = (
-    (r"Futils::Sync\(compressed\) \|\| ", ""),
+    (r"Futils::Sync\(Compressed\(\)\) \|\| ", ""),
     (r"\n *if \(Futils::Sync\(Moraine::ArchPathAbs\)\) return Outcome::Failed;", ""),
 )
 
@@ -28,9 +29,9 @@ def _take_syncs_out(file: Path) -> None:
     for pattern, replacement in SYNCS:
         text, count = re.subn(pattern, replacement, text)
         if count != 1:
-            raise RuntimeError(f"{pattern!r} matches {count} times in rotate/archive.cpp; "
+            raise BuildError(f"{pattern!r} matches {count} times in rotate/archive.cpp; "
                                "tests/device/without_syncs.py has to follow what it says now")
     if "Sync(" in text:
-        raise RuntimeError("rotate/archive.cpp syncs at more places than "
+        raise BuildError("rotate/archive.cpp syncs at more places than "
                            "tests/device/without_syncs.py knows of")
     file.write_text(text)
