@@ -24,12 +24,13 @@ def run(command: Sequence[str], log: Path, **environment: str) -> None:
 
 def install(source: Path, build: Path, root: Path) -> None:
     """Builds the project in the folder `source` as its preset for the device says, in the folder
-    `build`, and makes `root` hold just what `cmake --install` gives a device."""
+    `build`, and makes `root` hold just what `cmake --install` gives a device with BusyBox init."""
     build.mkdir(parents=True, exist_ok=True)
     log = build / "device.log"
     log.unlink(missing_ok=True)
     run(["cmake", "-S", str(source), "--preset", "aarch64", "-B", str(build)], log)
     run(["cmake", "--build", str(build)], log)
     shutil.rmtree(root, ignore_errors=True)
-    run(["cmake", "--install", str(build), "--prefix", "/usr", "--strip",
-         "--component", "daemon"], log, DESTDIR=str(root))
+    for component in ("daemon", "sysv"):
+        run(["cmake", "--install", str(build), "--prefix", "/usr", "--strip",
+             "--component", component], log, DESTDIR=str(root))
