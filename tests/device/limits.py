@@ -20,7 +20,7 @@ ROTATION_LINES = 2000
 
 
 def _big_file_size(count: int) -> int:
-    return (SIZE_LIMIT - 4096) // count // 4 * 4
+    return (SIZE_LIMIT - 1024) // count // 4 * 4
 
 
 def files_below_size_limit(count: int) -> prepared.Files:
