@@ -6,9 +6,9 @@
 #include <functional>
 #include <utility>
 
+#include "tests/support/mounts.h"
+#include "tests/support/ordinary_rights.h"
 #include "tests/unit/futils/fixture.h"
-#include "tests/unit/futils/mounts.h"
-#include "tests/unit/futils/ordinary_rights.h"
 
 namespace fs = std::filesystem;
 

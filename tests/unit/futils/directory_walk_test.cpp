@@ -6,8 +6,8 @@
 
 #include <cerrno>
 
+#include "tests/support/ordinary_rights.h"
 #include "tests/unit/futils/fixture.h"
-#include "tests/unit/futils/ordinary_rights.h"
 
 namespace fs = std::filesystem;
 

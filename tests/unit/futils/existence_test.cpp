@@ -4,8 +4,8 @@
 
 #include <functional>
 
+#include "tests/support/ordinary_rights.h"
 #include "tests/unit/futils/fixture.h"
-#include "tests/unit/futils/ordinary_rights.h"
 
 namespace fs = std::filesystem;
 

@@ -15,7 +15,7 @@
 #include "tests/support/faults.h"
 #include "tests/support/files.h"
 #include "tests/support/log_sink.h"
-#include "tests/unit/futils/reason.h"
+#include "tests/support/reason.h"
 
 struct CloseStream {
     void operator()(std::FILE* stream) const { (void)std::fclose(stream); }

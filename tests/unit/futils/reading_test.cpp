@@ -7,9 +7,9 @@
 #include <new>
 #include <vector>
 
+#include "tests/support/memory.h"
+#include "tests/support/ordinary_rights.h"
 #include "tests/unit/futils/fixture.h"
-#include "tests/unit/futils/ordinary_rights.h"
-#include "tests/unit/futils/scarce_memory.h"
 
 namespace fs = std::filesystem;
 

@@ -1,9 +1,9 @@
 // Futils::Rename and Futils::Remove.
 #include <cerrno>
 
+#include "tests/support/mounts.h"
+#include "tests/support/ordinary_rights.h"
 #include "tests/unit/futils/fixture.h"
-#include "tests/unit/futils/mounts.h"
-#include "tests/unit/futils/ordinary_rights.h"
 
 namespace fs = std::filesystem;
 

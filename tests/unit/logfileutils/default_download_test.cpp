@@ -1,5 +1,5 @@
 // The default download: the live log, and what fits of the archive; and cleaning up after it.
-#include "tests/unit/futils/ordinary_rights.h"
+#include "tests/support/ordinary_rights.h"
 #include "tests/unit/logfileutils/download_fixture.h"
 
 namespace fs = std::filesystem;

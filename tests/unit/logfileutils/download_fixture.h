@@ -7,7 +7,7 @@
 #include <sstream>
 #include <utility>
 
-#include "tests/unit/futils/mounts.h"
+#include "tests/support/mounts.h"
 #include "tests/unit/logfileutils/fixture.h"
 
 class DownloadTest : public CatalogueTest {

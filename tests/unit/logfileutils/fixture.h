@@ -14,7 +14,7 @@
 #include "tests/support/faults.h"
 #include "tests/support/files.h"
 #include "tests/support/log_sink.h"
-#include "tests/unit/futils/reason.h"
+#include "tests/support/reason.h"
 #include "util/format.h"
 
 struct Catalogue : LogFileUtils {

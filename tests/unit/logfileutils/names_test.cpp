@@ -1,7 +1,7 @@
 // The grammar of file names: what is an archive file, what a rotation, and of which boot.
 #include <algorithm>
 
-#include "tests/unit/futils/scarce_memory.h"
+#include "tests/support/memory.h"
 #include "tests/unit/logfileutils/fixture.h"
 
 namespace {

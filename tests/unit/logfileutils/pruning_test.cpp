@@ -1,7 +1,7 @@
 // LogFileUtils::DeleteArchiveFiles.
 #include <cerrno>
 
-#include "tests/unit/futils/mounts.h"
+#include "tests/support/mounts.h"
 #include "tests/unit/logfileutils/fixture.h"
 
 namespace fs = std::filesystem;

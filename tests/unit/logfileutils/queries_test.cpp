@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-#include "tests/unit/futils/ordinary_rights.h"
+#include "tests/support/ordinary_rights.h"
 #include "tests/unit/logfileutils/fixture.h"
 
 namespace fs = std::filesystem;

@@ -2,8 +2,8 @@
 #include <cerrno>
 #include <csignal>
 
-#include "tests/unit/futils/mounts.h"
-#include "tests/unit/futils/ordinary_rights.h"
+#include "tests/support/mounts.h"
+#include "tests/support/ordinary_rights.h"
 #include "tests/unit/logfileutils/fixture.h"
 
 namespace fs = std::filesystem;

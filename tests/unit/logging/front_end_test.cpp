@@ -4,7 +4,7 @@
 #include <cstdarg>
 #include <string>
 
-#include "tests/unit/logging/allocations.h"
+#include "tests/support/memory.h"
 #include "tests/unit/logging/logging_test.h"
 
 using namespace std::string_literals;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "tests/support/files.h"
-#include "tests/unit/futils/scarce_memory.h"
+#include "tests/support/memory.h"
 #include "util/util.h"
 
 using namespace std::string_literals;

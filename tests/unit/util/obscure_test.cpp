@@ -9,7 +9,7 @@
 
 #include "tests/support/faults.h"
 #include "tests/support/files.h"
-#include "tests/unit/futils/scarce_memory.h"
+#include "tests/support/memory.h"
 #include "util/util.h"
 
 namespace fs = std::filesystem;

@@ -1,11 +1,14 @@
-#include "tests/unit/logging/allocations.h"
+#include "tests/support/memory.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
 thread_local int allocations = 0;
+thread_local std::size_t largestBlock = SIZE_MAX;
+thread_local int grantedBlocks = 0;
 
 }  // namespace
 
@@ -13,8 +16,19 @@ int Allocations() {
     return allocations;
 }
 
+ScarceMemory::ScarceMemory(std::size_t largest, int granted) {
+    largestBlock = largest;
+    grantedBlocks = granted;
+}
+
+ScarceMemory::~ScarceMemory() {
+    largestBlock = SIZE_MAX;
+}
+
 void* operator new(std::size_t size) {
     ++allocations;
+    const bool isLarge = size > largestBlock;
+    if (isLarge && grantedBlocks-- <= 0) throw std::bad_alloc();
     void* const block = std::malloc(size == 0 ? 1 : size);
     if (block == nullptr) throw std::bad_alloc();
     return block;

@@ -1,4 +1,0 @@
-// How often the calling thread has asked `new` for memory.
-#pragma once
-
-int Allocations();
