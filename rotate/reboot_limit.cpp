@@ -51,7 +51,8 @@ bool Rotate::CheckReboots() {
     const BootNumbers numbers = ReadBootNumbers();
     if (numbers.min == 0 && numbers.max == 0) return false;
 
-    if (numbers.min == 1 && numbers.max >= BootNumbers::Max) {
+    if (numbers.min == 1) {
+        if (numbers.max < BootNumbers::Max) return false;  // Nothing to delete or to renumber.
         const Gap gap = FindGap(numbers.used);
         if (gap.size != 0) return LowerBootNumbers(gap.numberBehind, gap.size);
         Log::Info("Log archive contains too many reboots.  Oldest %u will be deleted.",
