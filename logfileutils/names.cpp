@@ -40,7 +40,8 @@ bool IsExtension(const std::string& field, const std::filesystem::path& extensio
 bool LogFileUtils::IsArchiveFileName(const std::string& name) {
     std::vector<std::string> fields;
     if (SliceName(fields, name) || fields.size() < 2) return false;
-    return fields.front() == Moraine::SyslogFn && IsExtension(fields.back(), Moraine::XzExt);
+    return fields.front() == Moraine::SyslogFn.native() &&
+           IsExtension(fields.back(), Moraine::XzExt);
 }
 
 bool LogFileUtils::GetFnBootNum(const std::string& name, unsigned short& bootNum) {
@@ -64,7 +65,7 @@ bool LogFileUtils::GetFnBootNum(const std::string& name, unsigned short& bootNum
 bool LogFileUtils::IsSyslogRotFn(const std::string& name) {
     std::vector<std::string> fields;
     if (SliceName(fields, name) || fields.size() < 2) return false;
-    if (fields.front() != Moraine::SyslogFn) return false;
+    if (fields.front() != Moraine::SyslogFn.native()) return false;
     if (IsExtension(fields.back(), Moraine::TxtExt)) return false;
     return IsExtension(fields[fields.size() - 2], Moraine::TxtExt);
 }

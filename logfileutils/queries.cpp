@@ -10,6 +10,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// The name without its last extension, as std::filesystem's stem tells it in many times the time.
+std::string Stem(const std::string& name) {
+    const std::size_t dot = name.rfind('.');
+    return dot == 0 ? name : name.substr(0, dot);
+}
+
 // Counts the files of `dir` whose names `accepts`. Returns true on failure, with `count` 0.
 bool CountFiles(unsigned short& count, const fs::path& dir, bool (*accepts)(const std::string&)) {
     count = 0;
@@ -51,7 +57,7 @@ BootNumbers ReadBootNumbers() {
     DirectoryWalk walk(Moraine::ArchPathAbs);
     while (walk.Next()) {
         unsigned short number = 0;
-        (void)LogFileUtils::GetFnBootNum(fs::path(walk.Name()).stem(), number);  // 0: foreign
+        (void)LogFileUtils::GetFnBootNum(Stem(walk.Name()), number);  // 0: foreign
         if (number > found.max) found.max = number;
         if (number < found.min) found.min = number;
         if (number <= BootNumbers::Max) found.used.set(number);
