@@ -14,18 +14,17 @@ constexpr unsigned long MaxLiveLogSize = 10UL * 1024 * 1024;
 }  // namespace
 
 bool Rotate::CheckLogs() {
-    static const std::filesystem::path MaxPfe =
-        Moraine::SyslogPfe.native() + Moraine::MaxSyslogExt.native();
+    static const std::string MaxPfe = Moraine::SyslogPfe.native() + Moraine::MaxSyslogExt.native();
     if (Futils::FileExists(MaxPfe)) return ArchiveMaxSyslogdPfn(MaxPfe);
 
     // A listing or a size that cannot be had skips the cycle; the next one tries again.
     std::set<std::string> files;
-    if (Futils::GetFilesInDir(files, Moraine::SyslogPathAbs)) return false;
+    if (Futils::GetFilesInDir(files, Moraine::SyslogPathAbs.native())) return false;
     const std::string rotation = GetLastSyslogdRotation(files);
     if (!rotation.empty()) return ArchiveListed(Moraine::SyslogPathAbs / rotation);
 
     unsigned long size = 0;
-    if (Futils::GetFileSize(size, Moraine::SyslogPfe)) return false;
+    if (Futils::GetFileSize(size, Moraine::SyslogPfe.native())) return false;
     return size > MaxLiveLogSize && Archive(Moraine::SyslogPfe);
 }
 
