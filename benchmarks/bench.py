@@ -1,0 +1,175 @@
+"""Measures what the daemon costs, beside its peers. See ./bench."""
+from __future__ import annotations
+
+import argparse
+import dataclasses
+import json
+import os
+import platform
+import re
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+from typing import Any, Callable, Mapping
+
+ROOT = Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "rig"))
+
+import archiving
+import device
+import footprint
+import idle
+import load
+import plot
+import report
+import scale
+from measure import Row
+
+# What runs in a device of its own, by name.
+INSIDE: Mapping[str, Callable[..., dict]] = {
+    "archiving": archiving.measure,
+    "idle": idle.measure,
+    "scale": scale.measure,
+    "load": load.measure,
+    "flood": load.flood,
+}
+SECTIONS = ("footprint", "idle", "archiving", "scale", "load")
+
+
+@dataclasses.dataclass
+class Builds:
+    """The folders of the presets."""
+
+    static: Path = ROOT / "build/release-static"
+    dynamic: Path = ROOT / "build/release"
+    arm_static: Path = ROOT / "build/aarch64-static"
+    arm_dynamic: Path = ROOT / "build/aarch64"
+    busybox: Path = ROOT / "build/busybox/busybox"
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(prog="./bench", description=__doc__)
+    parser.add_argument("sections", nargs="*", metavar="SECTION", help=", ".join(SECTIONS))
+    parser.add_argument("--quick", action="store_true", help="small sizes and few rounds")
+    parser.add_argument("--output", type=Path, default=ROOT / "build/bench",
+                        help="folder for results.json, .txt and .svg")
+    parser.add_argument("--only-check-arguments", action="store_true", help=argparse.SUPPRESS)
+    parser.add_argument("--inside", help=argparse.SUPPRESS)
+    arguments = parser.parse_args()
+    unknown = set(arguments.sections) - set(SECTIONS)
+    if unknown and not arguments.inside:
+        parser.error(f"no such section: {', '.join(unknown)} (there are {', '.join(SECTIONS)})")
+    return arguments
+
+
+class Device:
+    """Runs one of `INSIDE` in a private device, at once; `result` waits for it."""
+
+    def __init__(self, builds: Builds, work: str, disk: Path | None = None,
+                 daemon: Path | None = None, **arguments: Any) -> None:
+        if work in ("archiving", "scale"):
+            arguments["disk"] = str(disk) if disk else None
+        tools = builds.static / "benchmarks"
+        placed = {"/usr/sbin/engine": tools / "engine", "/usr/sbin/floor": tools / "floor",
+                  "/usr/sbin/logrotate": Path("/usr/sbin/logrotate")}
+        if daemon:
+            placed["/usr/sbin/vandis-moraine"] = daemon
+        argv = ["python3", "-B", str(Path(__file__).resolve()), "--inside",
+                json.dumps([work, arguments])]
+        self._process = subprocess.Popen(
+            device.command(builds.static, builds.busybox, argv, placed=placed,
+                           options=[f"--bind-rw={disk}"] if disk else []),
+            stdout=subprocess.PIPE, text=True, env={**os.environ, "XZ_DEFAULTS": xz_defaults()})
+        self._work = work
+
+    def result(self) -> dict:
+        output, _ = self._process.communicate()
+        if self._process.returncode != 0:
+            sys.exit(f"bench: {self._work} failed")
+        return json.loads(output)
+
+
+def xz_defaults() -> str:
+    """As the daemon's init script sets them."""
+    script = (ROOT / "init/S90vandis-moraine").read_text()
+    return re.findall(r'^XZ_DEFAULTS="(.*)"', script, re.M)[0]
+
+
+def run_inside(order: str) -> None:
+    work, arguments = json.loads(order)
+    if arguments.get("disk"):
+        arguments["disk"] = Path(arguments["disk"])
+    result = INSIDE[work](**arguments)
+    result["rows"] = [dataclasses.asdict(row) for row in result.get("rows", [])]
+    json.dump(result, sys.stdout)
+
+
+def machine() -> str:
+    models = re.findall(r"^model name\s*: (.*)", Path("/proc/cpuinfo").read_text(), re.M)
+    return (f"{len(os.sched_getaffinity(0))} x {models[0] if models else platform.machine()}, "
+            f"Linux {platform.release()}")
+
+
+def measure(sections: list[str], quick: bool, disk: Path, builds: Builds) -> dict:
+    results: dict[str, Any] = {"machine": machine(), "quick": quick, "rows": []}
+
+    def add(result: dict) -> dict:
+        results["rows"] += result.pop("rows")
+        return result
+
+    if "footprint" in sections:
+        done = footprint.measure([
+            (footprint.NATIVE, "dynamic", builds.dynamic / "vandis-moraine"),
+            (footprint.NATIVE, "static", builds.static / "vandis-moraine"),
+            ("aarch64", "dynamic", builds.arm_dynamic / "vandis-moraine"),
+            ("aarch64", "static", builds.arm_static / "vandis-moraine")])
+        results["rows"] += [dataclasses.asdict(row) for row in done["rows"]]
+        results["footprint"] = done["table"]
+    if "idle" in sections:
+        devices = [Device(builds, "idle", quick=quick, own_name="static", with_peers=True),
+                   Device(builds, "idle", quick=quick, own_name="dynamic", with_peers=False,
+                          daemon=builds.dynamic / "vandis-moraine")]
+        idlers: dict[str, dict] = {}
+        for done in [add(each.result()) for each in devices]:
+            idlers.update(done.pop("idlers"))
+            results.update(done)
+        results["idlers"] = idlers
+    for section in ("archiving", "scale"):
+        for place in (None, disk):
+            if section in sections and not (quick and place):
+                add(Device(builds, section, place, quick=quick).result())
+    if "load" in sections:
+        results["load"] = add(Device(builds, "load", quick=quick).result())["table"]
+        if not quick:
+            floods = [Device(builds, "flood", factor=factor, duration=130) for factor in (0.9, 2)]
+            results["floods"] = [add(each.result()) for each in floods]
+    return results
+
+
+def main() -> int:
+    arguments = parse_arguments()
+    if arguments.only_check_arguments:
+        return 0
+    if arguments.inside:
+        run_inside(arguments.inside)
+        return 0
+
+    output = arguments.output.resolve()
+    disk = output / "disk"
+    shutil.rmtree(disk, ignore_errors=True)
+    disk.mkdir(parents=True)
+    results = measure(arguments.sections or list(SECTIONS), arguments.quick, disk, Builds())
+    shutil.rmtree(disk)
+
+    rows = [Row(**row) for row in results["rows"]]
+    text = report.text(results, rows)
+    (output / "results.json").write_text(json.dumps(results, indent=1) + "\n")
+    (output / "results.txt").write_text(text)
+    (output / "results.svg").write_text(plot.draw(results, rows))
+    print(f"\n{text}\nAll samples, and a plot: {output}/results.json, results.svg")
+    return 1 if any(row.is_met is False and not row.is_timed for row in rows) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

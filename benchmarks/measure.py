@@ -1,0 +1,103 @@
+"""Measuring side by side: what a piece of work costs, and what several of them cost in turns."""
+from __future__ import annotations
+
+import dataclasses
+import json
+import statistics
+import subprocess
+import sys
+import time
+from typing import Callable, Mapping, Sequence
+
+
+@dataclasses.dataclass(frozen=True)
+class Cost:
+    seconds: float
+    processor_seconds: float  # of the processes that it ran, too
+    allocations: int = 0
+    peak_kib: int = 0
+
+
+def run_tool(*command: str) -> Cost:
+    """What `engine` or `floor` says that its work cost."""
+    done = subprocess.run(command, stdout=subprocess.PIPE, text=True)
+    if done.returncode != 0:
+        raise RuntimeError(f"{' '.join(command)} failed")
+    return Cost(**json.loads(done.stdout.splitlines()[-1]))
+
+
+class Progress:
+    """Says on standard error what is being measured: on a terminal in one line, else every now and
+    then."""
+
+    def __init__(self, title: str) -> None:
+        self._title = title
+        self._start = time.monotonic()
+        self._last = float("-inf")
+        self._is_live = sys.stderr.isatty()
+
+    def say(self, text: str) -> None:
+        now = time.monotonic()
+        if not self._is_live and now - self._last < 10:
+            return
+        self._last = now
+        line = f"{self._title}: {text} ({now - self._start:.0f} s)"
+        print(f"\r\033[K{line}" if self._is_live else line, end="" if self._is_live else "\n",
+              file=sys.stderr, flush=True)
+
+    def done(self) -> None:
+        if self._is_live:
+            print("\r\033[K", end="", file=sys.stderr, flush=True)
+
+
+def in_turns(rounds: int, works: Mapping[str, Callable[[], Cost]],
+             say: Callable[[str], None]) -> dict[str, list[Cost]]:
+    """Every work once a round, each round beginning with another: a machine that slows down meets
+    all of them alike."""
+    costs: dict[str, list[Cost]] = {name: [] for name in works}
+    names = list(works)
+    for number in range(rounds):
+        say(f"round {number + 1} of {rounds}")
+        first = number % len(names)
+        for name in names[first:] + names[:first]:
+            costs[name].append(works[name]())
+    return costs
+
+
+@dataclasses.dataclass
+class Row:
+    """One line of the table: samples of ours and of a peer, in the order in which they were taken,
+    and what the comparison should come to."""
+
+    section: str
+    what: str
+    unit: str  # "s", "KiB", "B", "calls" ...
+    ours: Sequence[float]
+    peer_name: str = ""
+    peer: Sequence[float] = ()
+    comparison: str = "value"  # or "ratio", "difference"
+    goal: float | None = None  # at most this
+
+    def figures(self) -> list[float]:
+        """The samples of the comparison: round by round where both were measured in turns."""
+        if self.comparison == "value":
+            return list(self.ours)
+        pairs = list(zip(self.ours, self.peer))
+        if len(self.ours) != len(self.peer):
+            pairs = [(statistics.median(self.ours), statistics.median(self.peer))]
+        if self.comparison == "difference":
+            return [ours - peer for ours, peer in pairs]
+        return [ours / peer for ours, peer in pairs]
+
+    @property
+    def figure(self) -> float:
+        return statistics.median(self.figures())
+
+    @property
+    def is_timed(self) -> bool:
+        """Then other work on the machine has a part in it."""
+        return self.unit == "s"
+
+    @property
+    def is_met(self) -> bool | None:
+        return None if self.goal is None else self.figure <= self.goal
