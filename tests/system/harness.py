@@ -300,7 +300,9 @@ class DeviceCase(unittest.TestCase):
 
     def remount(self, options: str) -> None:
         """Changes the /perm of this test."""
-        subprocess.run(["mount", "-o", f"remount,{options}", "/perm"], check=True)
+        # With the source, too: else mount(8) repeats the options that it finds, among them owners
+        # that an ordinary user's device does not know.
+        subprocess.run(["mount", "-o", f"remount,{options}", "tmpfs", "/perm"], check=True)
 
     def wait_until(self, condition: Callable[[], object], what: str) -> None:
         if not device.wait_until(lambda: bool(condition()), limit):
