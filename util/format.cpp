@@ -23,16 +23,16 @@ struct SiPrefix {
 
 // The divisors are powers of ten as repeated scaling produces them: the last place of some is off
 // by one, and the numbers that were ever printed with them depend on it.
-constexpr std::array<SiPrefix, 10> SiPrefixes{{{1e-12, "f"},
-                                               {1e-9, "n"},
-                                               {1.0000000000000002e-06, "u"},
-                                               {0.0010000000000000002, "m"},
-                                               {1, " "},
-                                               {1000.0000000000002, "k"},
-                                               {1000000.0000000002, "M"},
-                                               {1000000000.0000002, "G"},
-                                               {1000000000000.0002, "T"},
-                                               {1000000000000000.2, "P"}}};
+constexpr SiPrefix SiPrefixes[]{{1e-12, "f"},
+                                {1e-9, "n"},
+                                {1.0000000000000002e-06, "u"},
+                                {0.0010000000000000002, "m"},
+                                {1, " "},
+                                {1000.0000000000002, "k"},
+                                {1000000.0000000002, "M"},
+                                {1000000000.0000002, "G"},
+                                {1000000000000.0002, "T"},
+                                {1000000000000000.2, "P"}};
 
 std::tm LocalTime() {
     const std::time_t now = std::time(nullptr);
@@ -89,7 +89,7 @@ std::string FormatSi(double value, const std::string& unit) {
     if (magnitude > 9.99999e17) return Format("%11.3e %s", magnitude, unit.c_str());
 
     std::size_t i = 0;
-    while (i + 1 < SiPrefixes.size() && magnitude / SiPrefixes[i].divisor > 999.999) ++i;
+    while (i + 1 < std::size(SiPrefixes) && magnitude / SiPrefixes[i].divisor > 999.999) ++i;
     return Format("%8.3f %s%s", sign * magnitude / SiPrefixes[i].divisor, SiPrefixes[i].letter,
                   unit.c_str());
 }
