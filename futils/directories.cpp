@@ -1,11 +1,27 @@
 // Creating, measuring and listing directories.
 #include <exception>
+#include <utility>
 
 #include "futils/directory_walk.h"
 #include "futils/futils.h"
 #include "logging/logging.h"
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// Inserts `name`, in the memory of one of the `used` ones as long as there are any.
+void Insert(std::set<std::string>& names, const char* name, std::set<std::string>& used) {
+    if (used.empty()) {
+        names.emplace(name);
+        return;
+    }
+    auto node = used.extract(used.begin());
+    node.value() = name;
+    names.insert(std::move(node));
+}
+
+}  // namespace
 
 bool Futils::CreateDir(const std::string& dir) {
     if (PathExists(dir)) return false;
@@ -33,7 +49,7 @@ bool Futils::CreatePath(const std::string& dir) {
 bool Futils::GetDirSize(const fs::path& dir, unsigned long& size) {
     size = 0;
     try {
-        DirectoryWalk walk(dir);
+        DirectoryWalk walk(dir.c_str());
         while (walk.Next()) size += walk.RegularFileSize().value_or(0);
     } catch (const std::exception& e) {
         size = 0;
@@ -44,11 +60,11 @@ bool Futils::GetDirSize(const fs::path& dir, unsigned long& size) {
 }
 
 bool Futils::GetFilesInDir(std::set<std::string>& files, const std::string& dir) {
-    files.clear();
+    std::set<std::string> used = std::exchange(files, {});
     try {
-        DirectoryWalk walk(dir);
+        DirectoryWalk walk(dir.c_str());
         while (walk.Next()) {
-            if (walk.IsRegularFile()) files.emplace(walk.Name());
+            if (walk.IsRegularFile()) Insert(files, walk.Name(), used);
         }
     } catch (const std::exception& e) {
         Log::Error("Exception in GetFilesInDir(%s): %s", dir.c_str(), e.what());

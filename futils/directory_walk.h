@@ -1,24 +1,28 @@
-// One pass over a directory, by the C library's own calls: a listing already tells the kind of most
-// entries, and sizes are asked relative to the open directory. An idle check cycle costs two system
-// calls less than with std::filesystem's iterator, and a large archive is measured in less time.
+// One pass over a directory, by the system calls themselves: a listing already tells the kind of
+// most entries, sizes are asked relative to the open directory, and no memory is allocated. An idle
+// check cycle costs three system calls less than with std::filesystem's iterator, and a large
+// archive is measured in less time.
 #pragma once
 
 #include <dirent.h>
 
-#include <memory>
+#include <cstddef>
 #include <optional>
-#include <string>
 
 class DirectoryWalk {
 public:
-    // Raises std::filesystem::filesystem_error if the directory cannot be opened.
-    explicit DirectoryWalk(std::string dir);
+    // Keeps `dir` as it is given. Raises std::filesystem::filesystem_error if the directory cannot
+    // be opened.
+    explicit DirectoryWalk(const char* dir);
+    DirectoryWalk(const DirectoryWalk&) = delete;
+    DirectoryWalk& operator=(const DirectoryWalk&) = delete;
+    ~DirectoryWalk();
 
     // Steps to the next entry, "." and ".." left out, in the file system's order. Returns false
     // behind the last one. Raises filesystem_error if the directory cannot be read.
     [[nodiscard]] bool Next();
 
-    // The bare name of the entry.
+    // The bare name of the entry, until the next step.
     [[nodiscard]] const char* Name() const { return entry->d_name; }
 
     // True for a regular file or a link to one. Raises filesystem_error if that cannot be told.
@@ -29,13 +33,14 @@ public:
     [[nodiscard]] std::optional<unsigned long> RegularFileSize() const;
 
 private:
-    struct CloseStream {
-        void operator()(DIR* stream) const { (void)closedir(stream); }
-    };
-
+    // Reads entries into the buffer. Returns false if there are no more.
+    bool Fill();
     [[noreturn]] void Raise(const char* what) const;
 
-    std::string dir;
-    std::unique_ptr<DIR, CloseStream> stream;
+    const char* const dir;
+    const int fd;
     const dirent* entry = nullptr;
+    std::size_t next = 0;               // in the buffer
+    std::size_t filled = 0;             // bytes of it
+    alignas(dirent) char buffer[4096];  // entries as the kernel gives them
 };

@@ -6,11 +6,38 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <system_error>
 
 #include "futils/futils.h"
 #include "logging/logging.h"
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// Two looks at a file, links followed. They raise what std::filesystem's raise, but unless they
+// fail they need no memory: an idle check cycle is made of them.
+
+[[noreturn]] void Raise(const char* what, const std::string& path, int error) {
+    throw fs::filesystem_error(what, path, {error, std::generic_category()});
+}
+
+// The kind and rights of what the path leads to; 0, which is no kind, if that is nothing.
+mode_t ModeOf(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0) return status.st_mode;
+    if (errno == ENOENT || errno == ENOTDIR) return 0;
+    Raise("status", path, errno);
+}
+
+unsigned long SizeOf(const std::string& pfn) {
+    struct stat status {};
+    if (stat(pfn.c_str(), &status) != 0) Raise("cannot get file size", pfn, errno);
+    if (S_ISREG(status.st_mode)) return static_cast<unsigned long>(status.st_size);
+    Raise("cannot get file size", pfn, S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP);
+}
+
+}  // namespace
 
 bool Futils::Rename(const fs::path& from, const fs::path& to) {
     try {
@@ -44,8 +71,7 @@ bool Futils::Sync(const fs::path& pfn) {
 
 bool Futils::PathExists(const std::string& path) {
     try {
-        const fs::directory_entry entry(path);
-        return entry.exists() && entry.is_directory();
+        return S_ISDIR(ModeOf(path));
     } catch (const std::exception& e) {
         Log::Debug("PathExists(%s) exception: %s", path.c_str(), e.what());
     }
@@ -54,8 +80,7 @@ bool Futils::PathExists(const std::string& path) {
 
 bool Futils::FileExists(const std::string& pfn) {
     try {
-        const fs::directory_entry entry(pfn);
-        return entry.exists() && entry.is_regular_file();
+        return S_ISREG(ModeOf(pfn));
     } catch (const std::exception& e) {
         Log::Debug("FileExists(%s) exception: %s", pfn.c_str(), e.what());
     }
@@ -75,7 +100,7 @@ bool Futils::CopyFile(const std::string& from, const std::string& to) {
 bool Futils::GetFileSize(unsigned long& size, const std::string& pfn) {
     size = 0;
     try {
-        size = fs::file_size(pfn);
+        size = SizeOf(pfn);
     } catch (const std::exception& e) {
         Log::Error("GetFileSize(%s) exception: %s", pfn.c_str(), e.what());
         return true;

@@ -73,8 +73,10 @@ namespace Futils {
 // Returns true on failure, with `size` 0. Logs an Error line then.
 [[nodiscard]] bool GetDirSize(const std::filesystem::path& dir, unsigned long& size);
 
-// The bare names of all regular files in a directory, links to such included, not recursively.
-// Returns true on failure, with the names found until then. Logs an Error line then.
+// The bare names of all regular files in a directory, links to such included, not recursively. What
+// `files` held before goes, but its memory is used again: listings of short names into the same set
+// need none of their own. Returns true on failure, with the names found until then. Logs an Error
+// line then.
 [[nodiscard]] bool GetFilesInDir(std::set<std::string>& files, const std::string& dir);
 
 // Reads the whole file behind a stream that stands at its start. Returns true on failure, with

@@ -54,7 +54,7 @@ bool LogFileUtils::GetSyslogStats(SyslogStats_s& stats) const {
 
 BootNumbers ReadBootNumbers() {
     BootNumbers found;
-    DirectoryWalk walk(Moraine::ArchPathAbs);
+    DirectoryWalk walk(Moraine::ArchPathAbs.c_str());
     while (walk.Next()) {
         unsigned short number = 0;
         (void)LogFileUtils::GetFnBootNum(Stem(walk.Name()), number);  // 0: foreign

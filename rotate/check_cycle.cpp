@@ -18,9 +18,8 @@ bool Rotate::CheckLogs() {
     if (Futils::FileExists(MaxPfe)) return ArchiveMaxSyslogdPfn(MaxPfe);
 
     // A listing or a size that cannot be had skips the cycle; the next one tries again.
-    std::set<std::string> files;
-    if (Futils::GetFilesInDir(files, Moraine::SyslogPathAbs.native())) return false;
-    const std::string rotation = GetLastSyslogdRotation(files);
+    if (Futils::GetFilesInDir(syslogFiles, Moraine::SyslogPathAbs.native())) return false;
+    const std::string rotation = GetLastSyslogdRotation(syslogFiles);
     if (!rotation.empty()) return ArchiveListed(Moraine::SyslogPathAbs / rotation);
 
     unsigned long size = 0;

@@ -90,6 +90,9 @@ protected:
 
     unsigned int bootNum = 0;       // of this run; in the name of each new archive file
     unsigned long archDirSize = 0;  // bytes in the archive directory; kept up by arithmetic
+
+    // The check cycle's last listing. The next one takes over its memory.
+    std::set<std::string> syslogFiles;
 };
 
 // The time since the device started, as a date and time counted from 1970-01-01:

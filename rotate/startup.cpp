@@ -37,7 +37,7 @@ bool Rotate::SetBootNum() {
 bool Rotate::CleanUpTempFiles() {
     // Listed first: archiving makes and removes files in the directory that is walked.
     std::vector<fs::path> entries;
-    DirectoryWalk walk(Moraine::SyslogPathAbs);
+    DirectoryWalk walk(Moraine::SyslogPathAbs.c_str());
     while (walk.Next()) entries.push_back(Moraine::SyslogPathAbs / walk.Name());
     for (const fs::path& pfn : entries) {
         if (pfn.extension() == Moraine::XzExt && Futils::Remove(pfn)) return true;

@@ -1,7 +1,7 @@
 #include "tests/support/faults.h"
 
-#include <dirent.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -211,14 +211,19 @@ int statvfs(const char* path, struct statvfs* status) noexcept {
     return result;
 }
 
-DIR* opendir(const char* path) {
-    static auto* const real = Real<DIR*(const char*)>("opendir");
-    return MustFail("opendir") ? nullptr : real(path);
+int close(int fd) {
+    static auto* const real = Real<int(int)>("close");
+    return MustFail("close") ? -1 : real(fd);
 }
 
-int closedir(DIR* stream) {
-    static auto* const real = Real<int(DIR*)>("closedir");
-    return MustFail("closedir") ? -1 : real(stream);
+int open(const char* path, int flags, ...) {
+    static auto* const real = Real<int(const char*, int, ...)>("open");
+    if ((flags & O_DIRECTORY) != 0 && MustFail("open")) return -1;
+    std::va_list args;
+    va_start(args, flags);
+    const auto mode = va_arg(args, mode_t);
+    va_end(args);
+    return real(path, flags, mode);
 }
 
 int nanosleep(const timespec* interval, timespec* rest) {

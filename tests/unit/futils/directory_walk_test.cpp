@@ -3,8 +3,11 @@
 
 #include <dlfcn.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include <cerrno>
+#include <cstdarg>
+#include <optional>
 
 #include "tests/support/ordinary_rights.h"
 #include "tests/unit/futils/fixture.h"
@@ -14,20 +17,51 @@ namespace fs = std::filesystem;
 namespace {
 
 bool kindsAreHidden = false;
-int readableEntries = -1;  // before one failure; -1: all
+std::optional<int> readableEntries;  // before one failure; unset: all
+
+// The length of the first `count` entries of a listing, or of all.
+long LengthOf(const char* entries, long length, int count) {
+    long end = 0;
+    for (; end < length && count > 0; --count) {
+        end += reinterpret_cast<const dirent*>(entries + end)->d_reclen;
+    }
+    return end;
+}
+
+void HideKinds(char* entries, long length) {
+    for (long place = 0; place < length;) {
+        auto* const entry = reinterpret_cast<dirent*>(entries + place);
+        entry->d_type = DT_UNKNOWN;
+        place += entry->d_reclen;
+    }
+}
 
 }  // namespace
 
 // A file system need not tell an entry's kind, and a medium can fail halfway.
-extern "C" dirent* readdir(DIR* stream) {
-    static auto* const real = reinterpret_cast<dirent* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir"));
-    if (readableEntries >= 0 && readableEntries-- == 0) {
+extern "C" long syscall(long number, ...) noexcept {
+    static auto* const real = reinterpret_cast<long (*)(long, ...)>(dlsym(RTLD_NEXT, "syscall"));
+    std::va_list args;
+    va_start(args, number);
+    long values[6];
+    for (long& value : values) value = va_arg(args, long);
+    va_end(args);
+    const auto [first, second, third, fourth, fifth, sixth] = values;
+    if (number != SYS_getdents64) return real(number, first, second, third, fourth, fifth, sixth);
+
+    if (readableEntries == 0) {
+        readableEntries.reset();
         errno = EIO;
-        return nullptr;
+        return -1;
     }
-    dirent* const entry = real(stream);
-    if (entry != nullptr && kindsAreHidden) entry->d_type = DT_UNKNOWN;
-    return entry;
+    auto* const entries = reinterpret_cast<char*>(second);
+    long length = real(number, first, second, third);
+    if (length > 0 && kindsAreHidden) HideKinds(entries, length);
+    if (length > 0 && readableEntries) {
+        length = LengthOf(entries, length, *readableEntries);
+        readableEntries = 0;
+    }
+    return length;
 }
 
 namespace {
@@ -36,7 +70,7 @@ class DirectoryWalkTest : public FutilsTest {
 protected:
     ~DirectoryWalkTest() override {
         kindsAreHidden = false;
-        readableEntries = -1;
+        readableEntries.reset();
     }
 
     // Lets the walk step to the entry of that name.
@@ -55,7 +89,7 @@ TEST_F(DirectoryWalkTest, MeetsEveryEntryOnceButNeitherItselfNorItsParent) {
     WriteFile(folder / ".hidden");
     WriteFile(folder / "...");
     std::multiset<std::string> names;
-    DirectoryWalk walk(folder);
+    DirectoryWalk walk(folder.c_str());
     while (walk.Next()) names.insert(walk.Name());
     EXPECT_EQ(names, (std::multiset<std::string>{"...", ".hidden", "dangling", "dir", "file"}));
     EXPECT_FALSE(walk.Next());
@@ -74,7 +108,7 @@ TEST_F(DirectoryWalkTest, TellsRegularFilesWhetherTheListingDoesOrNot) {
         SCOPED_TRACE(hidden);
         kindsAreHidden = hidden;
         std::set<std::string> regular;
-        DirectoryWalk walk(folder);
+        DirectoryWalk walk(folder.c_str());
         while (walk.Next()) {
             EXPECT_EQ(walk.RegularFileSize().has_value(), walk.IsRegularFile()) << walk.Name();
             if (!walk.IsRegularFile()) continue;
@@ -89,7 +123,8 @@ TEST_F(DirectoryWalkTest, WhatTheListingTellsIsNotAskedAgain) {
     fs::create_directories(folder / "listed only" / "dir");
     fs::permissions(folder / "listed only", fs::perms::owner_read);
     const OrdinaryRights ordinary;
-    DirectoryWalk walk(folder / "listed only");
+    const fs::path dir = folder / "listed only";
+    DirectoryWalk walk(dir.c_str());
     StepTo(walk, "dir");
     EXPECT_FALSE(walk.IsRegularFile());
     EXPECT_EQ(walk.RegularFileSize(), std::nullopt);
@@ -97,7 +132,7 @@ TEST_F(DirectoryWalkTest, WhatTheListingTellsIsNotAskedAgain) {
 
 TEST_F(DirectoryWalkTest, AFileThatWentAwaySinceItWasListedHasNoSize) {
     WriteFile(folder / "file", "123");
-    DirectoryWalk walk(folder);
+    DirectoryWalk walk(folder.c_str());
     StepTo(walk, "file");
     fs::remove(folder / "file");
     EXPECT_EQ(walk.RegularFileSize(), std::nullopt);
@@ -106,20 +141,40 @@ TEST_F(DirectoryWalkTest, AFileThatWentAwaySinceItWasListedHasNoSize) {
 TEST_F(DirectoryWalkTest, AFolderThatIsRenamedMeanwhileIsWalkedOn) {
     const fs::path dir = folder / "dir";
     WriteFile(dir / "file", "123");
-    DirectoryWalk walk(dir);
+    DirectoryWalk walk(dir.c_str());
     StepTo(walk, "file");
     fs::rename(dir, folder / "new name");
     EXPECT_EQ(walk.RegularFileSize(), 3U);
 }
 
+TEST_F(DirectoryWalkTest, AFolderThatIsRemovedMeanwhileIsAtItsEnd) {
+    const fs::path dir = folder / "dir";
+    fs::create_directory(dir);
+    DirectoryWalk walk(dir.c_str());
+    fs::remove(dir);
+    EXPECT_FALSE(walk.Next());
+}
+
+TEST_F(DirectoryWalkTest, AListingThatComesInManyPiecesIsWhole) {
+    std::set<std::string> expected;
+    for (int i = 0; i < 2000; ++i) {
+        const std::string name = std::to_string(i) + std::string(i % 200, '.');
+        WriteFile(folder / name);
+        expected.insert(name);
+    }
+    std::set<std::string> names;
+    EXPECT_SUCCESS(Futils::GetFilesInDir(names, folder));
+    EXPECT_EQ(names, expected);
+}
+
 TEST_F(DirectoryWalkTest, LeavesNothingOpen) {
     WriteFile(folder / "file");
-    { DirectoryWalk notWalked(folder); }
+    { DirectoryWalk notWalked(folder.c_str()); }
     {
-        DirectoryWalk walk(folder);
+        DirectoryWalk walk(folder.c_str());
         while (walk.Next()) (void)walk.RegularFileSize();
     }
-    EXPECT_THROW(DirectoryWalk(folder / "missing"), fs::filesystem_error);
+    EXPECT_THROW(DirectoryWalk("/perm/futils/missing"), fs::filesystem_error);
     ExpectNothingOpen();
 }
 

@@ -80,7 +80,7 @@ TEST_F(ArchiveSafetyTest, ARotationUnderWayLosesNothing) {
 }
 
 TEST_F(ArchiveSafetyTest, ARotationBehindTheListingLosesNothing) {
-    OnNthCall("closedir", 1, [this] { std::filesystem::rename(rotation, nextRotation); });
+    OnNthCall("close", 1, [this] { std::filesystem::rename(rotation, nextRotation); });
     EXPECT_SUCCESS(rotate.CheckLogs());
     ExpectNoTrace({{"messages.txt.1", "old\n"}});
     EXPECT_THAT(log.Take(), IsEmpty());

@@ -1,4 +1,5 @@
 // The check cycle: at most one file is archived, the one whose turn it is.
+#include "tests/support/memory.h"
 #include "tests/unit/rotate/engine.h"
 
 namespace {
@@ -43,6 +44,15 @@ TEST_F(CheckLogsTest, WithoutASyslogDirectoryNothingHappens) {
     EXPECT_THAT(log.Take(),
                 ElementsAre(Line(LOG_ERR, StartsWith("Exception in GetFilesInDir(/perm/logs/syslog"
                                                      "): "))));
+}
+
+TEST_F(CheckLogsTest, AnIdleCycleAllocatesNothingAfterTheFirst) {
+    WriteFile(liveLog, "a line\n");
+    WriteFile(syslogDir / "notes");
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    const int before = Allocations();
+    for (int i = 0; i < 3; ++i) EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_EQ(Allocations(), before);
 }
 
 TEST_F(CheckLogsTest, ALiveLogOfTenMebibytesIsLeftAlone) {

@@ -146,7 +146,7 @@ INSTANTIATE_TEST_SUITE_P(
                     1},
         FailingStep{
             "Measurement",
-            [] { Faults::Fail("opendir", EIO, 4); },
+            [] { Faults::Fail("open", EIO, 4); },
             {Line(LOG_INFO, StartsWith("Archived ")),
              Line(LOG_ERR, StartsWith("GetDirSize failure on /perm/logs/syslog/archive: "))},
             true,
@@ -176,7 +176,7 @@ TEST_F(StartupTest, WithTooSmallAFileSystemMakesNoArchive) {
 
 TEST_F(StartupTest, AnArchiveThatCannotBeReadIsAnException) {
     for (const int query : {1, 2}) {
-        Faults::Fail("opendir", EIO, query);
+        Faults::Fail("open", EIO, query);
         EXPECT_THROW((void)rotate.Init(), std::filesystem::filesystem_error);
         EXPECT_EQ(rotate.bootNum, 0U);
     }
@@ -207,7 +207,7 @@ TEST_F(BootNumTest, IsOneAboveTheHighestInTheArchive) {
 
 TEST_F(BootNumTest, StaysAsItWasIfTheArchiveCannotBeRead) {
     rotate.bootNum = 5;
-    Faults::Fail("opendir", EIO);
+    Faults::Fail("open", EIO);
     EXPECT_THROW((void)rotate.SetBootNum(), std::filesystem::filesystem_error);
     EXPECT_EQ(rotate.bootNum, 5U);
 }
@@ -337,7 +337,7 @@ TEST_F(LeftoverTest, TheFirstFailureEndsTheCleanUp) {
 }
 
 TEST_F(LeftoverTest, ASyslogDirectoryThatCannotBeReadIsAnException) {
-    Faults::Fail("opendir", EIO);
+    Faults::Fail("open", EIO);
     EXPECT_THROW((void)rotate.CleanUpTempFiles(), std::filesystem::filesystem_error);
 }
 
