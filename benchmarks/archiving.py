@@ -132,7 +132,7 @@ def measure(quick: bool, disk: Path | None) -> dict:
         rounds = {KIB: 7, 200 * KIB: 7, 10 * MIB: 1}
     if disk:
         where, floor = use_disk(disk), "keep"
-        rounds = {200 * KIB: 40, 10 * MIB: 3}
+        rounds = {200 * KIB: 40, 10 * MIB: 5}
     rows = [row for size, count in rounds.items()
             for row in measure_size(size, count, where, floor)]
     return {"rows": rows}

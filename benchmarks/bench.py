@@ -41,10 +41,10 @@ SECTIONS = ("footprint", "idle", "archiving", "scale", "load")
 class Builds:
     """The folders of the presets."""
 
-    static: Path = ROOT / "build/release-static"
-    dynamic: Path = ROOT / "build/release"
-    arm_static: Path = ROOT / "build/aarch64-static"
-    arm_dynamic: Path = ROOT / "build/aarch64"
+    static: Path = ROOT / "build/release"
+    dynamic: Path = ROOT / "build/release-dynamic"
+    arm_static: Path = ROOT / "build/aarch64"
+    arm_dynamic: Path = ROOT / "build/aarch64-dynamic"
     busybox: Path = ROOT / "build/busybox/busybox"
 
 

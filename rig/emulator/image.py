@@ -10,7 +10,7 @@ import lzma
 import re
 import subprocess
 from pathlib import Path
-from typing import Callable, Iterator
+from typing import Callable, Iterator, Sequence
 
 from rig.emulator import cpio, product
 from rig.emulator.packages import Packages
@@ -97,7 +97,8 @@ def _write_root(root: cpio.Writer, installed: Path) -> None:
     for program in programs:
         root.file(f"usr/bin/{program.name}", program.read_bytes(), 0o755)
     root.link("bin/tar", "../usr/bin/tar")  # or BusyBox would put its own there
-    _write_libraries(root, [*programs, *installed.rglob("sbin/*")])
+    for path, content in libraries([*programs, *installed.rglob("sbin/*")]).items():
+        root.file(path, content, 0o755)
 
     for module in MODULES:
         for file in (FOLDER / "kernel").rglob(f"{module}.ko*"):
@@ -107,18 +108,19 @@ def _write_root(root: cpio.Writer, installed: Path) -> None:
     root.end()
 
 
-def _write_libraries(root: cpio.Writer, programs: list[Path]) -> None:
-    """The libraries that the programs need, and that those need, and the loader."""
-    written: set[str] = set()
+def libraries(programs: Sequence[Path]) -> dict[str, bytes]:
+    """The libraries that the programs need, and that those need, and the loader: by their paths in
+    the device."""
+    found: dict[str, bytes] = {}
     unseen = list(programs)
     while unseen:
         for name in _needed(unseen.pop()):
-            if name in written:
-                continue
-            library = _library(name)
-            root.file(f"lib/{name}", library.read_bytes(), 0o755)
-            written.add(name)
-            unseen.append(library)
+            path = f"lib/{name}"
+            if path not in found:
+                library = _library(name)
+                found[path] = library.read_bytes()
+                unseen.append(library)
+    return found
 
 
 def _needed(file: Path) -> Iterator[str]:

@@ -45,6 +45,7 @@ def build() -> list[Path]:
 def run(bench: Bench) -> str:
     programs = build()
     files = {f"root/tests/{program.name}": program.read_bytes() for program in programs}
+    files |= images.libraries(programs)
     files["root/script"] = (GUEST / "unit-tests.sh").read_bytes()
     files["root/build-folder"] = f"{BUILD}\n".encode()
     with bench.power_on(files, with_disk=False, memory_mib=MEMORY_MIB) as device:
