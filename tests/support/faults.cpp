@@ -221,7 +221,8 @@ int open(const char* path, int flags, ...) {
     if ((flags & O_DIRECTORY) != 0 && MustFail("open")) return -1;
     std::va_list args;
     va_start(args, flags);
-    const auto mode = va_arg(args, mode_t);
+    const bool hasMode = (flags & O_CREAT) != 0;
+    const mode_t mode = hasMode ? va_arg(args, mode_t) : 0;
     va_end(args);
     return real(path, flags, mode);
 }

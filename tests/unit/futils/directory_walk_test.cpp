@@ -38,8 +38,9 @@ void HideKinds(char* entries, long length) {
 
 }  // namespace
 
-// A file system need not tell an entry's kind, and a medium can fail halfway.
-extern "C" long syscall(long number, ...) noexcept {
+// A file system need not tell an entry's kind, and a medium can fail halfway. As the C library's
+// own it takes all the arguments that there may be, so that the sanitizer must not look.
+extern "C" [[gnu::no_sanitize_address]] long syscall(long number, ...) noexcept {
     static auto* const real = reinterpret_cast<long (*)(long, ...)>(dlsym(RTLD_NEXT, "syscall"));
     std::va_list args;
     va_start(args, number);
