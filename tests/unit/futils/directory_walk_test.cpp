@@ -168,6 +168,14 @@ TEST_F(DirectoryWalkTest, AListingThatComesInManyPiecesIsWhole) {
     EXPECT_EQ(names, expected);
 }
 
+TEST_F(DirectoryWalkTest, DescriptorZeroIsAsGoodAsAny) {
+    WriteFile(folder / "file", "123");
+    const FreeDescriptorZero zero;
+    DirectoryWalk walk(folder.c_str());
+    StepTo(walk, "file");
+    EXPECT_EQ(walk.RegularFileSize(), 3U);
+}
+
 TEST_F(DirectoryWalkTest, LeavesNothingOpen) {
     WriteFile(folder / "file");
     { DirectoryWalk notWalked(folder.c_str()); }

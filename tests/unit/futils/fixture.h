@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -21,6 +22,21 @@ struct CloseStream {
     void operator()(std::FILE* stream) const { (void)std::fclose(stream); }
 };
 using Stream = std::unique_ptr<std::FILE, CloseStream>;
+
+// While it lives, descriptor 0 is the next one that is given out.
+class FreeDescriptorZero {
+public:
+    FreeDescriptorZero() { (void)close(0); }
+    FreeDescriptorZero(const FreeDescriptorZero&) = delete;
+    FreeDescriptorZero& operator=(const FreeDescriptorZero&) = delete;
+    ~FreeDescriptorZero() {
+        (void)dup2(standardInput, 0);
+        (void)close(standardInput);
+    }
+
+private:
+    const int standardInput = dup(0);
+};
 
 class FutilsTest : public testing::Test {
 protected:

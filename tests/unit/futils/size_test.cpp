@@ -93,16 +93,12 @@ TEST_F(StreamSizeTest, IsThatOfTheWholeFileWhereverTheStreamStands) {
 // A daemon's standard input may be closed: then a file can get descriptor 0.
 TEST_F(StreamSizeTest, DescriptorZeroIsAsGoodAsAny) {
     WriteFile(folder / "file", "123");
-    const int standardInput = dup(0);
-    ASSERT_EQ(close(0), 0);
-    Stream stream(std::fopen((folder / "file").c_str(), "rb"));
+    const FreeDescriptorZero zero;
+    const Stream stream(std::fopen((folder / "file").c_str(), "rb"));
     ASSERT_EQ(fileno(stream.get()), 0);
     unsigned long size = Untouched;
     EXPECT_SUCCESS(Futils::GetFileSize(size, stream.get()));
     EXPECT_EQ(size, 3U);
-    stream.reset();
-    ASSERT_EQ(dup2(standardInput, 0), 0);
-    (void)close(standardInput);
 }
 
 TEST_F(StreamSizeTest, OfANullStreamIsASilentFailureThatLeavesTheSizeAlone) {

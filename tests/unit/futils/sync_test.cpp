@@ -38,14 +38,11 @@ TEST_F(SyncTest, SyncsJustTheFileOrFolderThatIsNamed) {
 // A daemon's standard input may be closed: then a file can get descriptor 0.
 TEST_F(SyncTest, DescriptorZeroIsAsGoodAsAny) {
     WriteFile(folder / "a", "1");
-    const int standardInput = dup(0);
-    ASSERT_EQ(close(0), 0);
+    const FreeDescriptorZero zero;
     errno = ENOENT;
     EXPECT_SUCCESS(Futils::Sync(folder / "a"));
     EXPECT_EQ(Faults::TakeCalls(), Calls{"fsync /perm/futils/a"});
     ExpectNothingOpen();
-    ASSERT_EQ(dup2(standardInput, 0), 0);
-    (void)close(standardInput);
 }
 
 TEST_F(SyncTest, WhatDoesNotExistHasNothingToLose) {
