@@ -61,10 +61,15 @@ bool Futils::GetDirSize(const fs::path& dir, unsigned long& size) {
 
 bool Futils::GetFilesInDir(std::set<std::string>& files, const std::string& dir) {
     std::set<std::string> used = std::exchange(files, {});
+    return VisitFilesInDir(dir, [&](const char* name) { Insert(files, name, used); });
+}
+
+bool Futils::VisitFilesInDir(const std::string& dir,
+                             const std::function<void(const char* name)>& visit) {
     try {
         DirectoryWalk walk(dir.c_str());
         while (walk.Next()) {
-            if (walk.IsRegularFile()) Insert(files, walk.Name(), used);
+            if (walk.IsRegularFile()) visit(walk.Name());
         }
     } catch (const std::exception& e) {
         Log::Error("Exception in GetFilesInDir(%s): %s", dir.c_str(), e.what());

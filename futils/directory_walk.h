@@ -11,7 +11,7 @@
 
 class DirectoryWalk {
 public:
-    // Keeps `dir` as it is given. Raises std::filesystem::filesystem_error if the directory cannot
+    // `dir` must outlive the walk. Raises std::filesystem::filesystem_error if the directory cannot
     // be opened.
     explicit DirectoryWalk(const char* dir);
     DirectoryWalk(const DirectoryWalk&) = delete;

@@ -15,8 +15,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Two looks at a file, links followed. They raise what std::filesystem's raise, but unless they
-// fail they need no memory: an idle check cycle is made of them.
+// Two looks at a file, links followed. They raise filesystem_error as std::filesystem's own do, but
+// unless they fail they need no memory: an idle check cycle is made of them.
 
 [[noreturn]] void Raise(const char* what, const std::string& path, int error) {
     throw fs::filesystem_error(what, path, {error, std::generic_category()});

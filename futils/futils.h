@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -78,6 +79,11 @@ namespace Futils {
 // need none of their own. Returns true on failure, with the names found until then. Logs an Error
 // line then.
 [[nodiscard]] bool GetFilesInDir(std::set<std::string>& files, const std::string& dir);
+
+// Calls `visit` with each of these names, in the file system's order, as long as it does not throw.
+// Fails and logs as GetFilesInDir does.
+[[nodiscard]] bool VisitFilesInDir(const std::string& dir,
+                                   const std::function<void(const char* name)>& visit);
 
 // Reads the whole file behind a stream that stands at its start. Returns true on failure, with
 // `data` empty. Logs an Error line then.

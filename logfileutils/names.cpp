@@ -24,11 +24,8 @@
 
 namespace {
 
-// Of the name at hand. They keep their memory for the next name.
-thread_local std::vector<std::string> fields;
-
-// Cuts a name into `fields`. Returns true on failure. Logs an Error line then.
-bool SliceName(const std::string& name) {
+// Cuts a name into its fields. Returns true on failure. Logs an Error line then.
+bool SliceName(std::vector<std::string>& fields, const std::string& name) {
     if (!Util::Slice(fields, name, '.')) return false;
     Log::Error("Slice() failure on %s.", name.c_str());
     return true;
@@ -41,14 +38,16 @@ bool IsExtension(const std::string& field, const std::filesystem::path& extensio
 }  // namespace
 
 bool LogFileUtils::IsArchiveFileName(const std::string& name) {
-    if (SliceName(name) || fields.size() < 2) return false;
+    std::vector<std::string> fields;
+    if (SliceName(fields, name) || fields.size() < 2) return false;
     return fields.front() == Moraine::SyslogFn.native() &&
            IsExtension(fields.back(), Moraine::XzExt);
 }
 
 bool LogFileUtils::GetFnBootNum(const std::string& name, unsigned short& bootNum) {
     bootNum = 0;
-    if (SliceName(name)) return true;
+    std::vector<std::string> fields;
+    if (SliceName(fields, name)) return true;
     if (fields.size() < 2) {
         Log::Error("%s is not a logging archive file.", name.c_str());
         return false;
@@ -64,7 +63,12 @@ bool LogFileUtils::GetFnBootNum(const std::string& name, unsigned short& bootNum
 }
 
 bool LogFileUtils::IsSyslogRotFn(const std::string& name) {
-    if (SliceName(name) || fields.size() < 2) return false;
+    // The live log and strangers, all that an idle check cycle meets, are told without any memory.
+    if (Util::EndsWith(name, Moraine::TxtExt.native())) return false;
+    if (!Util::BeginsWith(name, Moraine::SyslogFn.native())) return false;
+
+    std::vector<std::string> fields;
+    if (SliceName(fields, name) || fields.size() < 2) return false;
     if (fields.front() != Moraine::SyslogFn.native()) return false;
     if (IsExtension(fields.back(), Moraine::TxtExt)) return false;
     return IsExtension(fields[fields.size() - 2], Moraine::TxtExt);

@@ -19,11 +19,11 @@ std::string Stem(const std::string& name) {
 // Counts the files of `dir` whose names `accepts`. Returns true on failure, with `count` 0.
 bool CountFiles(unsigned short& count, const fs::path& dir, bool (*accepts)(const std::string&)) {
     count = 0;
-    std::set<std::string> names;
-    if (Futils::GetFilesInDir(names, dir)) return true;
-    for (const std::string& name : names) {
-        if (accepts(name)) ++count;
+    unsigned short accepted = 0;
+    if (Futils::VisitFilesInDir(dir, [&](const char* name) { accepted += accepts(name); })) {
+        return true;
     }
+    count = accepted;
     return false;
 }
 

@@ -25,8 +25,19 @@ ScarceMemory::~ScarceMemory() {
     largestBlock = SIZE_MAX;
 }
 
-void* operator new(std::size_t size) {
+#ifndef __SANITIZE_ADDRESS__  // which has a malloc of its own
+extern "C" void* __libc_malloc(std::size_t size);
+
+extern "C" void* malloc(std::size_t size) {
     ++allocations;
+    return __libc_malloc(size);
+}
+#endif
+
+void* operator new(std::size_t size) {
+#ifdef __SANITIZE_ADDRESS__
+    ++allocations;
+#endif
     const bool isLarge = size > largestBlock;
     if (isLarge && grantedBlocks-- <= 0) throw std::bad_alloc();
     void* const block = std::malloc(size == 0 ? 1 : size);

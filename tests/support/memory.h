@@ -1,9 +1,9 @@
-// The memory that a test program's `new` gives, in the calling thread.
+// The memory that a test program takes, in the calling thread.
 #pragma once
 
 #include <cstddef>
 
-// How often `new` was asked.
+// How often malloc was called, by `new` or else; under the address sanitizer, by `new` alone.
 int Allocations();
 
 // While one of these exists, `new` throws std::bad_alloc for a block larger than `largest` bytes,

@@ -113,12 +113,13 @@ TEST_F(FrontEndTest, AMessageIsOneEntryWhateverItHolds) {
 // A line comes out when memory has run out, too.
 TEST_F(FrontEndTest, AllocatesNothing) {
     const std::string message = NumberedText(300);
+    Log::Error("The C library reads its time zone for the first entry.");
     const int before = Allocations();
     Log::Error("%s", message.c_str());
     Log::Error("%ls", Unencodable);
     Log::Debug("%s", message.c_str());
     EXPECT_EQ(Allocations(), before);
-    EXPECT_EQ(log.Take().size(), 2U);
+    EXPECT_EQ(log.Take().size(), 3U);
 }
 
 [[gnu::format(printf, 1, 2)]] std::string Formatted(const char* format, ...) {

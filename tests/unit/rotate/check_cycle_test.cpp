@@ -22,6 +22,12 @@ protected:
         for (const std::string& name : names) WriteFile(syslogDir / name, name);
     }
 
+    void ExpectNoAllocations() {
+        const int before = Allocations();
+        for (int i = 0; i < 5; ++i) EXPECT_SUCCESS(rotate.CheckLogs());
+        EXPECT_EQ(Allocations(), before);
+    }
+
     // What was archived so far, oldest first.
     Texts ArchivedTexts() const {
         Texts texts;
@@ -50,9 +56,18 @@ TEST_F(CheckLogsTest, AnIdleCycleAllocatesNothingAfterTheFirst) {
     WriteFile(liveLog, "a line\n");
     WriteFile(syslogDir / "notes");
     EXPECT_SUCCESS(rotate.CheckLogs());
-    const int before = Allocations();
-    for (int i = 0; i < 3; ++i) EXPECT_SUCCESS(rotate.CheckLogs());
-    EXPECT_EQ(Allocations(), before);
+    ExpectNoAllocations();
+}
+
+// As long as it is the same names, their memory has room for them after some cycles.
+TEST_F(CheckLogsTest, NorDoesOneWithLongNames) {
+    WriteFile(liveLog, "a line\n");
+    for (const char* name : {"some-application-with-a-long-name.log", "notes",
+                             "another-application-with-a-longer-name.log"}) {
+        WriteFile(syslogDir / name);
+    }
+    for (int i = 0; i < 10; ++i) EXPECT_SUCCESS(rotate.CheckLogs());
+    ExpectNoAllocations();
 }
 
 TEST_F(CheckLogsTest, ALiveLogOfTenMebibytesIsLeftAlone) {
