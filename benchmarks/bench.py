@@ -8,6 +8,7 @@ import os
 import platform
 import re
 import shutil
+import statistics
 import subprocess
 import sys
 from pathlib import Path
@@ -45,6 +46,7 @@ class Builds:
     dynamic: Path = ROOT / "build/release-dynamic"
     arm_static: Path = ROOT / "build/aarch64"
     arm_dynamic: Path = ROOT / "build/aarch64-dynamic"
+    fast_sleep: Path = ROOT / "build/release-dynamic/tests/system/libfast_sleep.so"
     busybox: Path = ROOT / "build/busybox/busybox"
 
 
@@ -75,6 +77,7 @@ class Device:
                   "/usr/sbin/logrotate": Path("/usr/sbin/logrotate")}
         if daemon:
             placed["/usr/sbin/vandis-moraine"] = daemon
+            placed[idle.FAST_SLEEP] = builds.fast_sleep
         argv = ["python3", "-B", str(Path(__file__).resolve()), "--inside",
                 json.dumps([work, arguments])]
         self._process = subprocess.Popen(
@@ -111,6 +114,31 @@ def machine() -> str:
             f"Linux {platform.release()}")
 
 
+def add_idle(results: dict[str, Any], quick: bool, builds: Builds) -> None:
+    """Several starts of the daemon and of its peers, at the same time."""
+    starts = 1 if quick else 3
+    devices = [Device(builds, "idle", quick=quick, own_name="static", with_peers=True,
+                      with_cycle=number == 0) for number in range(starts)]
+    devices += [Device(builds, "idle", daemon=builds.dynamic / "vandis-moraine", quick=quick,
+                       own_name="dynamic", with_peers=False, with_cycle=number == 0)
+                for number in range(starts)]
+    rows: dict[tuple[str, str], dict] = {}
+    idlers: dict[str, list[dict]] = {}
+    for device_result in [each.result() for each in devices]:
+        for row in device_result.pop("rows"):
+            first = rows.setdefault((row["what"], row["peer_name"]), row)
+            if first is not row:
+                first["ours"] += row["ours"]
+                first["peer"] += row["peer"]
+        for name, figures in device_result.pop("idlers").items():
+            idlers.setdefault(name, []).append(figures)
+        results.update(device_result)
+    results["rows"] += rows.values()
+    results["idlers"] = {
+        name: {field: statistics.median(figures[field] for figures in samples)
+               for field in samples[0]} for name, samples in idlers.items()}
+
+
 def measure(sections: list[str], quick: bool, disk: Path, builds: Builds) -> dict:
     results: dict[str, Any] = {"machine": machine(), "quick": quick, "rows": []}
 
@@ -127,14 +155,7 @@ def measure(sections: list[str], quick: bool, disk: Path, builds: Builds) -> dic
         results["rows"] += [dataclasses.asdict(row) for row in done["rows"]]
         results["footprint"] = done["table"]
     if "idle" in sections:
-        devices = [Device(builds, "idle", quick=quick, own_name="static", with_peers=True),
-                   Device(builds, "idle", quick=quick, own_name="dynamic", with_peers=False,
-                          daemon=builds.dynamic / "vandis-moraine")]
-        idlers: dict[str, dict] = {}
-        for done in [add(each.result()) for each in devices]:
-            idlers.update(done.pop("idlers"))
-            results.update(done)
-        results["idlers"] = idlers
+        add_idle(results, quick, builds)
     for section in ("archiving", "scale"):
         for place in (None, disk):
             if section in sections and not (quick and place):

@@ -8,7 +8,7 @@ import time
 from pathlib import Path
 
 import device
-from measure import Progress, run_tool
+from measure import Progress, Row, run_tool
 from scenery import write_log_text
 
 CYCLE_SECONDS = 10
@@ -81,5 +81,12 @@ def flood(factor: float, duration: float) -> dict:
     device.syslogd.stop()
     progress.done()
     verdict = device.judge(lines.written, [file.read() for file in device.log_files()])
-    return {"factor": factor, "bytes_per_second": rate, "waiting": waiting,
-            "lines_written": lines.written, "lines_lost": verdict.lost_lines}
+    result = {"factor": factor, "bytes_per_second": rate, "waiting": waiting,
+              "lines_written": lines.written, "lines_lost": verdict.lost_lines, "rows": []}
+    if factor < 1:  # It has to drain: then never more than the next two wait.
+        name = f"{factor:.0%} of the sustained rate"
+        most = max(number for _, number in waiting)
+        result["rows"] = [
+            Row("load", f"{name}: lines lost", "", [verdict.lost_lines], goal=0),
+            Row("load", f"{name}: rotations waiting", "", [most], goal=2)]
+    return result

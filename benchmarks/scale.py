@@ -5,16 +5,17 @@ from __future__ import annotations
 import re
 import subprocess
 from pathlib import Path
-from typing import Callable
+from typing import Callable, Mapping
 
 import device
 from measure import Cost, Progress, Row, in_turns, run_tool
 from scenery import LIMIT, Archive, use_disk
 
-FIND = ("floor", "run", "find", str(device.ARCHIVE), "-type", "f", "-printf", "%f %s\n", "-fprint",
-        "/dev/null")
+FIND = ("floor", "run", "find", str(device.ARCHIVE), "-type", "f", "-fprintf", "/dev/null",
+        "%f %s\n")
 PRUNED_BOOTS = 100
 PACKED_FILES = 10
+LINEAR = 1.2  # at most as many times as long takes a file of an archive of five or ten times as many
 
 
 def sum_of(*costs: Cost) -> Cost:
@@ -111,18 +112,33 @@ def count_calls(operation: str) -> int:
 
 
 def calls_per_file(progress: Progress) -> list[Row]:
-    """From the difference between two archives, so that the calls of any start do not count."""
+    """From the difference between two archives, so that the calls of any start do not count. The
+    goals: a file's size costs a call, its new name another, and the listing hardly any."""
     few, many = 1_000, 10_000
+    goals = {"start": 1.1, "stats": 1.1, "renumber": 2.1}
     calls: dict[str, list[int]] = {}
     for count in (few, many):
         scene = Scene(count)
-        for operation in ("start", "stats", "renumber"):
+        for operation in goals:
             progress.say(f"system calls of {operation}, {count} files")
             if operation == "renumber":
                 scene.raise_boots()
             calls.setdefault(operation, []).append(count_calls(operation))
-    return [Row("scale", f"{operation}: calls a file", "calls", [(after - before) / (many - few)])
+    return [Row("scale", f"{operation}: calls a file", "calls", [(after - before) / (many - few)],
+                goal=goals[operation])
             for operation, (before, after) in calls.items()]
+
+
+def growth(times: Mapping[str, Mapping[int, list[float]]]) -> list[Row]:
+    """What a file costs in the largest archive, beside what it costs in the next smaller one."""
+    rows = []
+    for name, by_count in times.items():
+        fewer, more = sorted(by_count)[-2:]
+        per_file = {count: [seconds / count for seconds in by_count[count]]
+                    for count in (fewer, more)}
+        rows.append(Row("scale", f"{name}, a file of {more}", "s", per_file[more], f"of {fewer}",
+                        per_file[fewer], "ratio", LINEAR))
+    return rows
 
 
 def measure(quick: bool, disk: Path | None) -> dict:
@@ -134,6 +150,7 @@ def measure(quick: bool, disk: Path | None) -> dict:
     if disk:
         rounds = {10_000: 3}
     rows = []
+    times: dict[str, dict[int, list[float]]] = {}
     for count, number in rounds.items():
         progress.say(f"making {count} files")
         for name, (ours, floor) in Scene(count).works().items():
@@ -145,7 +162,8 @@ def measure(quick: bool, disk: Path | None) -> dict:
             ] for who in ("ours", "floor"))
             rows.append(Row("scale", f"{name}, {count} files, {where}", "s", ours_times, "floor",
                             floor_times, "ratio", 1.5))
+            times.setdefault(name, {})[count] = ours_times
     if not disk:
-        rows += calls_per_file(progress)
+        rows += growth(times) + calls_per_file(progress)
     progress.done()
     return {"rows": rows}
