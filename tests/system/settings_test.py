@@ -1,0 +1,59 @@
+"""The init scripts refuse settings that would leave the device without its log, and name them."""
+from __future__ import annotations
+
+import subprocess
+from pathlib import Path
+
+import harness
+from harness import DeviceCase, device
+
+
+class SettingsCase(DeviceCase):
+
+    def setUp(self) -> None:
+        super().setUp()
+        for service in (device.syslogd, device.daemon):
+            self.addCleanup(self.end, service)
+
+    def end(self, service: device.Service) -> None:
+        self.set(service, "")
+        service.stop()
+
+    def set(self, service: device.Service, line: str) -> None:
+        name = Path(service.script).name[len("S01"):]
+        Path(f"/etc/default/{name}").write_text(f"{line}\n")
+
+    def assert_accepted(self, service: device.Service, line: str) -> None:
+        with self.subTest(line):
+            self.set(service, line)
+            service.start()
+            self.assertIsNotNone(service.pid)
+            service.stop()
+
+    def assert_refused(self, service: device.Service, line: str, text: str) -> None:
+        with self.subTest(line):
+            self.set(service, line)
+            done = subprocess.run([service.script, "start"], stdout=subprocess.PIPE, text=True)
+            self.assertEqual((done.returncode, done.stdout), (1, text))
+            self.assertIsNone(service.pid)
+
+
+class Syslogd(SettingsCase):
+
+    def check(self, name: str, last: int, refused: list[str]) -> None:
+        for value in ("1", str(last)):
+            self.assert_accepted(device.syslogd, f"{name}={value}")
+        for value in refused:
+            self.assert_refused(
+                device.syslogd, f"{name}={value}",
+                f"/etc/default/syslogd-moraine: {name}={value}, but it must be 1 to {last}\n")
+
+    def test_rotation_size(self) -> None:
+        self.check("ROTATION_KB", 10239, ["", "abc", "0", "-1", "1k", "10240", "11000", "100000"])
+
+    def test_rotations(self) -> None:
+        self.check("ROTATIONS", 10, ["", "abc", "0", "-1", "11", "100"])
+
+
+if __name__ == "__main__":
+    harness.main()
