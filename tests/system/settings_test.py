@@ -55,5 +55,24 @@ class Syslogd(SettingsCase):
         self.check("ROTATIONS", 10, ["", "abc", "0", "-1", "11", "100"])
 
 
+class Daemon(SettingsCase):
+
+    def test_niceness(self) -> None:
+        device.syslogd.start()
+        for value in ("0", "9", "10", "19"):
+            self.assert_accepted(device.daemon, f"NICE_LEVEL={value}")
+        for value in ("", "x", "-", "20", "-21", "100", "1.5"):
+            self.assert_refused(
+                device.daemon, f"NICE_LEVEL={value}",
+                f"/etc/default/vandis-moraine: NICE_LEVEL={value}, but it must be -20 to 19\n")
+
+    def test_negative_niceness(self) -> None:
+        # Not by a start: an ordinary user's device may not have it.
+        for value in ("-1", "-9", "-10", "-20"):
+            with self.subTest(value):
+                self.set(device.daemon, f"NICE_LEVEL={value}")
+                device.daemon.stop()
+
+
 if __name__ == "__main__":
     harness.main()
