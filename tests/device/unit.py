@@ -28,7 +28,7 @@ def build() -> list[Path]:
     log = BUILD / "device.log"
     log.unlink(missing_ok=True)
     config = GOOGLETEST / "usr/lib/aarch64-linux-gnu/cmake/GTest"
-    product.run(["cmake", "-S", str(images.ROOT), "--preset", "aarch64", "-B", str(BUILD),
+    product.run(["cmake", "-S", str(images.ROOT), "--preset", "aarch64-dynamic", "-B", str(BUILD),
                  "-D", "MORAINE_TESTS=ON", "-D", f"GTest_DIR={config}",
                  "-D", "CMAKE_COMPILE_WARNING_AS_ERROR=OFF",
                  "-D", "CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST"], log)
