@@ -38,7 +38,11 @@ def parse() -> argparse.Namespace:
     parser.add_argument("--new-disk", action="store_true", help="begin with an empty disk")
     parser.add_argument("--build-only", action="store_true",
                         help="fetch and build what is needed, and no more")
-    return parser.parse_args()
+    options = parser.parse_args()
+    # Before anything is built, or the disk made anew.
+    if options.run and not options.run.is_file():
+        parser.error(f"--run: there is no file {options.run}")
+    return options
 
 
 def shell(image: images.Image, disk: Path) -> int:
