@@ -72,6 +72,10 @@ private:
 };
 
 bool Rotate::Archiving::Run() {
+    if (source.IsTaken()) {
+        Log::Info("'%s' is being archived by another process.", pfn.c_str());
+        return false;
+    }
     const std::string tmpPfe = pfn + Moraine::TmpExt.native();
     // Taking the live log would replace one whose archiving was interrupted. That one goes first.
     if (IsLiveLog() && Futils::FileExists(tmpPfe)) return rotate.Archive(tmpPfe);

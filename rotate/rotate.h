@@ -26,7 +26,8 @@ public:
     [[nodiscard]] bool SetBootNum();
 
     // Deletes compressed leftovers (.xz) from the syslog directory and archives interrupted ones
-    // (.tmp). Raises filesystem_error if the directory cannot be read.
+    // (.tmp), but for those that another process works on. Raises filesystem_error if the directory
+    // cannot be read.
     [[nodiscard]] bool CleanUpTempFiles();
 
     // -- The check cycle (check_cycle.cpp).
@@ -48,9 +49,9 @@ public:
     //
     // The file is removed only after the archive file and its name are safe on disk, and only if
     // its path still names the very file that was compressed, unchanged. If syslogd moved it
-    // meanwhile, or if it does not stop changing, it stays for a later cycle, with an Info line,
-    // and that is no failure. On failure the file stays, where it is or under its ".tmp" name, and
-    // what xz made may lie beside it.
+    // meanwhile, if it does not stop changing, or if another process archives it, it stays for a
+    // later cycle, with an Info line, and that is no failure. On failure the file stays, where it
+    // is or under its ".tmp" name, and what xz made may lie beside it.
     [[nodiscard]] bool Archive(const std::string& pfn);
 
     // The bare name that an archive file made now gets; empty if the clock cannot be read.

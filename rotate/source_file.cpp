@@ -1,6 +1,7 @@
 #include "rotate/source_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -24,7 +25,9 @@ bool SameFile(const struct stat& a, const struct stat& b) {
 SourceFile::SourceFile(std::filesystem::path path)
     : pfn(std::move(path)),
       fd(open(pfn.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)),
-      openError(fd < 0 ? errno : 0) {}
+      openError(fd < 0 ? errno : 0),
+      // Where the file system knows no locks, it is nobody's.
+      isTaken(fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {}
 
 SourceFile::~SourceFile() {
     if (fd >= 0) (void)close(fd);  // Nothing was written through it.

@@ -1,6 +1,7 @@
 // The identity of a file while its path may come to name another one: syslogd renames its rotations
 // at any moment, and may go on writing to a file that was renamed under it. The open descriptor
-// holds on to the very file that is archived.
+// holds on to the very file that is archived, and locks it for as long: two daemons would take each
+// other's half-compressed copies for their own.
 #pragma once
 
 #include <sys/stat.h>
@@ -10,7 +11,7 @@
 
 class SourceFile {
 public:
-    // Opens the file at `pfn`. Never blocks, and logs nothing.
+    // Opens and locks the file at `pfn`. Never blocks, and logs nothing.
     explicit SourceFile(std::filesystem::path pfn);
     SourceFile(const SourceFile&) = delete;
     SourceFile& operator=(const SourceFile&) = delete;
@@ -22,6 +23,9 @@ public:
 
     // 0, or the errno with which opening failed.
     int OpenError() const { return openError; }
+
+    // True if another process archives it.
+    bool IsTaken() const { return isTaken; }
 
     // Takes the present content as the one that Look compares with.
     void Mark();
@@ -41,5 +45,6 @@ private:
     std::filesystem::path pfn;
     int fd;
     int openError;
+    bool isTaken;
     struct stat marked {};
 };

@@ -6,8 +6,20 @@
 #include "futils/futils.h"
 #include "logging/logging.h"
 #include "rotate/rotate.h"
+#include "rotate/source_file.h"
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// True for a compressed file that nobody is making any more.
+bool IsLeftover(const fs::path& pfn) {
+    if (pfn.extension() != Moraine::XzExt) return false;
+    const SourceFile source(fs::path(pfn).replace_extension());
+    return !source.IsTaken();
+}
+
+}  // namespace
 
 bool Rotate::Init() {
     if (!Futils::PathExists(Moraine::SyslogPathAbs)) {
@@ -40,7 +52,7 @@ bool Rotate::CleanUpTempFiles() {
     DirectoryWalk walk(Moraine::SyslogPathAbs.c_str());
     while (walk.Next()) entries.push_back(Moraine::SyslogPathAbs / walk.Name());
     for (const fs::path& pfn : entries) {
-        if (pfn.extension() == Moraine::XzExt && Futils::Remove(pfn)) return true;
+        if (IsLeftover(pfn) && Futils::Remove(pfn)) return true;
         if (pfn.extension() == Moraine::TmpExt && Archive(pfn)) return true;
     }
     return false;

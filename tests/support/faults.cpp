@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -155,6 +156,11 @@ int fsync(int fd) {
     static auto* const real = Real<int(int)>("fsync");
     calls.push_back("fsync " + PathOf(fd));
     return MustFail("fsync") ? -1 : real(fd);
+}
+
+int flock(int fd, int operation) noexcept {
+    static auto* const real = Real<int(int, int)>("flock");
+    return MustFail("flock") ? -1 : real(fd, operation);
 }
 
 int rename(const char* from, const char* to) noexcept {

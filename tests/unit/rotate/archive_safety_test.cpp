@@ -1,6 +1,7 @@
 // Nothing is lost while syslogd works in the same directory: only the very file that was compressed
 // goes, unchanged, and only what is in the archive for good.
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -97,6 +98,38 @@ TEST_F(ArchiveSafetyTest, ARotationBeforeTheNameIsFreeLosesNothing) {
     EXPECT_DIR(archive, {{ArchFn(7), "taken"}});
     EXPECT_EQ(log.Take(), LogLines{LeftLine("moved")});
     EXPECT_EQ(TakeCallsOf("system"), Texts{});
+}
+
+// Whoever asks the daemon of a running device for --help has started a second one.
+TEST_F(ArchiveSafetyTest, AFileThatAnotherDaemonArchivesIsLeftToIt) {
+    const int theirs = open(rotation.c_str(), O_RDONLY);
+    ASSERT_EQ(flock(theirs, LOCK_EX | LOCK_NB), 0);
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    ExpectNoTrace({{"messages.txt.0", "old\n"}});
+    EXPECT_EQ(TakeCallsOf("system"), Texts{});
+    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO,
+                                     "'/perm/logs/syslog/messages.txt.0' is being "
+                                     "archived by another process."}}));
+    (void)close(theirs);
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "old\n"}}));
+}
+
+TEST_F(ArchiveSafetyTest, AFileSystemWithoutLocksIsNoObstacle) {
+    Faults::Fail("flock", ENOLCK);
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "old\n"}}));
+}
+
+// As long as one archives, nobody else does.
+TEST_F(ArchiveSafetyTest, TheFileIsLockedWhileItIsCompressed) {
+    OnNthCall("system", 1, [this] {
+        const int theirs = open(rotation.c_str(), O_RDONLY);
+        EXPECT_NE(flock(theirs, LOCK_EX | LOCK_NB), 0);
+        (void)close(theirs);
+    });
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "old\n"}}));
 }
 
 TEST_F(ArchiveSafetyTest, ARotationWithNothingToFollowLosesNothing) {

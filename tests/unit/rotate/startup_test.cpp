@@ -1,5 +1,8 @@
 // Start-up: its steps and their order, the boot number, and what an interrupted run left.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <functional>
 
@@ -252,6 +255,20 @@ TEST_F(LeftoverTest, CompressedOnesAreDeletedAndOthersKept) {
     EXPECT_EQ(ReadDir(syslogDir), kept);
     EXPECT_DIR(archive, {});
     EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+TEST_F(LeftoverTest, WhatAnotherDaemonIsMakingIsKept) {
+    const std::filesystem::path rotation = syslogDir / "messages.txt.0";
+    const Dir files{{"archive/", ""}, {"messages.txt.0", "old\n"}, {"messages.txt.0.xz", "half"}};
+    WriteFile(rotation, "old\n");
+    WriteFile(syslogDir / "messages.txt.0.xz", "half");
+    const int theirs = open(rotation.c_str(), O_RDONLY);
+    ASSERT_EQ(flock(theirs, LOCK_EX | LOCK_NB), 0);
+    EXPECT_SUCCESS(rotate.CleanUpTempFiles());
+    EXPECT_EQ(ReadDir(syslogDir), files);
+    (void)close(theirs);
+    EXPECT_SUCCESS(rotate.CleanUpTempFiles());
+    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt.0", "old\n"}});
 }
 
 TEST_F(LeftoverTest, ATakenLogIsArchivedUnderTheNewBootNumber) {
