@@ -26,7 +26,7 @@ ERRNOS = {
     "getdents64": "EIO ENOMEM", "newfstatat": FILE, "fstat": FILE, "statx": FILE,
     "statfs": FILE + " EINTR", "lseek": "EINVAL", "ioctl": "EIO",
     "rename": CHANGE, "unlink": CHANGE, "rmdir": CHANGE, "mkdir": CHANGE, "fchmod": CHANGE,
-    "fsync": "EIO ENOSPC EROFS EINTR", "flock": "ENOLCK EWOULDBLOCK",
+    "fsync": "EIO ENOSPC EROFS EINTR", "flock": "ENOLCK EAGAIN",
     "clone3": "EAGAIN ENOMEM", "vfork": "EAGAIN ENOMEM", "wait4": "EINTR ECHILD",
     "kill": "EPERM ESRCH", "clock_nanosleep": "EINTR EINVAL",
     "rt_sigaction": "", "rt_sigprocmask": "",
