@@ -5,7 +5,6 @@ from __future__ import annotations
 import os
 import re
 import signal
-import subprocess
 import sys
 from pathlib import Path
 from typing import NoReturn
@@ -119,14 +118,13 @@ class Flooded(RealSyslogdCase):
 
     def test_live_log_above_10_mib(self) -> None:
         """A live log that syslogd does not rotate is taken while syslogd writes to it."""
+        device.set_rotation_size(1 << 20)
         # A hole takes xz so little time that syslogd has not yet opened its new file.
         with LIVE_LOG.open("wb") as live_log:
             live_log.truncate((10 << 20) - 10000)
             live_log.seek(0, os.SEEK_END)
             live_log.write(b"\n")
-        # Without its script, which refuses such sizes.
-        subprocess.run(["/sbin/syslogd", "-O", str(LIVE_LOG), "-s", "0"], check=True)
-        self.wait_until(lambda: device.syslogd.pid is not None, "syslogd runs")
+        device.syslogd.start()
         device.daemon.start()
         flood = device.Flood(rate=2000)
         self.addCleanup(flood.stop)

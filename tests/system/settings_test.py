@@ -40,19 +40,34 @@ class SettingsCase(DeviceCase):
 
 class Syslogd(SettingsCase):
 
-    def check(self, name: str, last: int, refused: list[str]) -> None:
-        for value in ("1", str(last)):
+    def check(self, name: str, accepted: list[str], refused: list[str], allowed: str) -> None:
+        for value in accepted:
             self.assert_accepted(device.syslogd, f"{name}={value}")
         for value in refused:
             self.assert_refused(
                 device.syslogd, f"{name}={value}",
-                f"/etc/default/syslogd-moraine: {name}={value}, but it must be 1 to {last}\n")
+                f"/etc/default/syslogd-moraine: {name}={value}, but it must be {allowed}\n")
 
     def test_rotation_size(self) -> None:
-        self.check("ROTATION_KB", 10239, ["", "abc", "0", "-1", "1k", "10240", "11000", "100000"])
+        self.check("ROTATION_KB", ["1", "1048576"], ["", "abc", "0", "-1", "1k"],
+                   "a number above 0")
 
     def test_rotations(self) -> None:
-        self.check("ROTATIONS", 10, ["", "abc", "0", "-1", "11", "100"])
+        self.check("ROTATIONS", ["1", "10"], ["", "abc", "0", "-1", "11", "100"], "1 to 10")
+
+    def test_what_runs_can_be_stopped_but_not_started_anew(self) -> None:
+        for service, wrong in ((device.syslogd, "ROTATIONS=x"), (device.daemon, "NICE_LEVEL=x")):
+            with self.subTest(wrong):
+                device.syslogd.start()
+                self.set(service, "")
+                service.start()
+                self.set(service, wrong)
+                self.assertEqual(subprocess.run([service.script, "restart"],
+                                                stdout=subprocess.DEVNULL).returncode, 1)
+                self.assertIsNotNone(service.pid)
+                service.stop()
+                self.assertIsNone(service.pid)
+                self.set(service, "")
 
 
 class Daemon(SettingsCase):
@@ -67,10 +82,13 @@ class Daemon(SettingsCase):
                 f"/etc/default/vandis-moraine: NICE_LEVEL={value}, but it must be -20 to 19\n")
 
     def test_negative_niceness(self) -> None:
-        # Not by a start: an ordinary user's device may not have it.
+        # An ordinary user's device may not have it: start-stop-daemon says so then, not the script.
         for value in ("-1", "-9", "-10", "-20"):
             with self.subTest(value):
                 self.set(device.daemon, f"NICE_LEVEL={value}")
+                done = subprocess.run([device.daemon.script, "start"], stdout=subprocess.PIPE,
+                                      text=True)
+                self.assertTrue(done.stdout.startswith("Starting vandis-moraine: "), done.stdout)
                 device.daemon.stop()
 
 
