@@ -9,18 +9,19 @@ import signal
 import time
 from pathlib import Path
 
-import device
-from measure import Cost, Progress, Row, in_turns, run_tool
-from scenery import LogSocket, use_disk, write_log_text
+from benchmarks.measure import Cost, Progress, Row, in_turns, run_tool
+from benchmarks.scenery import use_disk, write_log_text
+from tests.harness.log_socket import LogSocket
+from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SYSLOG
 
-ROTATION = device.LIVE_LOG.with_suffix(".txt.0")
+ROTATION = LIVE_LOG.with_suffix(".txt.0")
 KIB, MIB = 1 << 10, 1 << 20
 SETTLE_SECONDS = 0.05  # before each work, so that all begin on an idle processor
 
 # The same job: the live log goes, compressed, into the archive.
-LOGROTATE_SETTINGS = f"""{device.LIVE_LOG} {{
+LOGROTATE_SETTINGS = f"""{LIVE_LOG} {{
     rotate 1000
-    olddir {device.ARCHIVE}
+    olddir {ARCHIVE}
     compress
     compresscmd /usr/bin/xz
     compressext .xz
@@ -42,6 +43,16 @@ def processor_seconds(usage: resource.struct_rusage) -> float:
     return usage.ru_utime + usage.ru_stime
 
 
+def arrival(log: LogSocket, text: str) -> float:
+    """Waits for a line with `text`. Returns the time of its arrival."""
+    ends = ("exiting with code", "will now exit")
+    entry = log.wait_for_entry(lambda entry: entry.line is not None and any(
+        wanted in entry.line.text for wanted in (text, *ends)), timeout=600)
+    if entry is None or entry.line is None or text not in entry.line.text:
+        raise RuntimeError(f"no line '{text}', but {entry}")
+    return entry.time
+
+
 class Place:
     """The folders of the log, with one text to be archived in them again and again."""
 
@@ -52,8 +63,8 @@ class Place:
         self._logrotate_settings.write_text(LOGROTATE_SETTINGS)
 
     def _put(self, path: Path) -> None:
-        shutil.rmtree(device.SYSLOG, ignore_errors=True)
-        device.ARCHIVE.mkdir(parents=True)
+        shutil.rmtree(SYSLOG, ignore_errors=True)
+        ARCHIVE.mkdir(parents=True)
         shutil.copyfile(self._text, path)
         os.sync()  # or the writing of the copy would be paid by whoever syncs first
         time.sleep(SETTLE_SECONDS)
@@ -63,7 +74,7 @@ class Place:
         return run_tool("floor", self._floor, str(ROTATION))
 
     def by_logrotate(self) -> Cost:
-        self._put(device.LIVE_LOG)
+        self._put(LIVE_LOG)
         cost = run_process("/usr/sbin/logrotate", "--force", "--state", "/tmp/logrotate.state",
                            str(self._logrotate_settings))
         self._check()
@@ -72,13 +83,13 @@ class Place:
     def by_daemon(self) -> Cost:
         self._put(ROTATION)
         log = LogSocket()
-        pid = os.posix_spawn("/usr/sbin/vandis-moraine", ["vandis-moraine"], os.environ)
+        pid = os.posix_spawn(DAEMON, ["vandis-moraine"], os.environ)
         try:
-            log.wait_for("running.")
+            arrival(log, "running.")
             time.sleep(SETTLE_SECONDS)  # it sleeps now
             start = time.perf_counter()
             os.kill(pid, signal.SIGTERM)
-            seconds = log.wait_for("Archived") - start
+            seconds = arrival(log, "Archived") - start
         finally:
             _, _, usage = os.wait4(pid, 0)
             log.close()
@@ -87,7 +98,7 @@ class Place:
 
     @staticmethod
     def _check() -> None:
-        if not any(device.ARCHIVE.glob("*.xz")):
+        if not any(ARCHIVE.glob("*.xz")):
             raise RuntimeError("nothing was archived")
 
 

@@ -16,7 +16,7 @@ namespace {
 constexpr const char* Usage =
     "Usage: engine OPERATION [COUNT]\n"
     "\n"
-    "Runs an operation of the library once, inside a private device, and prints what it cost.\n"
+    "Runs an operation of the library once, inside a sandbox, and prints what it cost.\n"
     "\n"
     "  start           start-up, as the daemon does it\n"
     "  cycles COUNT    that many check cycles after a first one, without the sleep between them\n"

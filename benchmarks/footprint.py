@@ -9,7 +9,7 @@ import tempfile
 from pathlib import Path
 from typing import Sequence
 
-from measure import Row
+from benchmarks.measure import Row
 
 NATIVE = platform.machine().replace("_", "-")
 KIB = 1024

@@ -9,10 +9,11 @@ import subprocess
 import time
 from pathlib import Path
 
-import device
-from measure import Progress, Row, run_tool
+from benchmarks.measure import Progress, Row, run_tool
+from tests.harness import services
+from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SYSLOG
+from tests.harness.waiting import wait_until
 
-DAEMON = "/usr/sbin/vandis-moraine"
 CYCLE_SECONDS = 10
 TRACED_CYCLES = 50
 FAST_SLEEP = "/usr/sbin/libfast_sleep.so"  # shortens the sleep of a daemon that it is preloaded to
@@ -67,19 +68,19 @@ def watch(own_name: str, with_peers: bool, window: int) -> tuple[dict[str, dict]
     progress = Progress(f"idle, {own_name}")
     keepers = [LogKeeper("svlogd", "svlogd", "/tmp/svlogd"),
                LogKeeper("s6-log", "s6-log", "t", "/tmp/s6-log")] if with_peers else []
-    device.LIVE_LOG.with_suffix(".txt.0").write_text("a line\n" * 1000)
+    LIVE_LOG.with_suffix(".txt.0").write_text("a line\n" * 1000)
     daemon = subprocess.Popen([DAEMON])
     ours = Idler(own_name, daemon.pid)
     progress.say("start-up and one file to archive")
     time.sleep(2)
     page_faults = ours.page_faults()
-    if not device.wait_until(lambda: any(device.ARCHIVE.glob("*.xz")), 60):
+    if not wait_until(lambda: any(ARCHIVE.glob("*.xz")), 60):
         raise RuntimeError("the daemon archives nothing")
     time.sleep(2)
 
     idlers = [ours]
     if with_peers:
-        pid = device.syslogd.pid
+        pid = services.syslogd.pid
         assert pid
         idlers += [*(keeper.idler for keeper in keepers), Idler("BusyBox syslogd", pid)]
     before = {idler.name: idler.clocks() for idler in idlers}
@@ -133,7 +134,7 @@ def trace_cycles() -> list[list[str]]:
     def names() -> list[str]:
         return re.findall(r"^(\w+)\(", trace.read_text() if trace.exists() else "", re.M)
 
-    if not device.wait_until(lambda: names().count("clock_nanosleep") > TRACED_CYCLES + 1, 60):
+    if not wait_until(lambda: names().count("clock_nanosleep") > TRACED_CYCLES + 1, 60):
         raise RuntimeError("the daemon does not cycle under strace")
     children = Path(f"/proc/{tracer.pid}/task/{tracer.pid}/children").read_text()
     os.kill(int(children), signal.SIGTERM)
@@ -171,8 +172,8 @@ def count_cycle() -> tuple[list[Row], list[str]]:
 def measure(quick: bool, own_name: str, with_peers: bool, with_cycle: bool) -> dict:
     """`with_cycle`: the cost of a single cycle, too: its calls where peers are beside it, else its
     time with a shortened sleep."""
-    device.SYSLOG.mkdir(parents=True)
-    device.syslogd.start()
+    SYSLOG.mkdir(parents=True)
+    services.syslogd.start()
     window = CYCLE_SECONDS * (1 if quick else 3)
     figures, page_faults = watch(own_name, with_peers, window)
     result: dict = {"idlers": figures, "window": window}
@@ -188,5 +189,5 @@ def measure(quick: bool, own_name: str, with_peers: bool, with_cycle: bool) -> d
         rows += counts
     elif with_cycle:
         rows.append(shortened_cycles(own_name))
-    device.syslogd.stop()
+    services.syslogd.stop()
     return {**result, "rows": rows}

@@ -7,9 +7,11 @@ import statistics
 import time
 from pathlib import Path
 
-import device
-from measure import Progress, Row, run_tool
-from scenery import write_log_text
+from benchmarks.measure import Progress, Row, run_tool
+from benchmarks.scenery import write_log_text
+from tests.harness import numbered, services
+from tests.harness.paths import LIVE_LOG, SYSLOG
+from tests.harness.waiting import wait_until
 
 CYCLE_SECONDS = 10
 SIZES_KIB = (128, 256, 600, 1024, 2048, 4096, 8192)
@@ -47,40 +49,40 @@ def measure(quick: bool) -> dict:
 def bytes_per_line() -> float:
     """Of a flood's line in the log, with what syslogd puts before it."""
     count = 200  # too few for a rotation
-    flood = device.Flood(1000, limit=count)
-    device.syslogd.start()
+    flood = numbered.Flood(1000, limit=count)
+    services.syslogd.start()
     flood.start()
     flood.join()
-    if not device.wait_until(lambda: device.has_logged(count), 10):
+    if not wait_until(lambda: numbered.has_logged(count), 10):
         raise RuntimeError("syslogd has not logged the flood")
-    device.syslogd.stop()
-    size = device.LIVE_LOG.stat().st_size
-    device.LIVE_LOG.unlink()
+    services.syslogd.stop()
+    size = LIVE_LOG.stat().st_size
+    LIVE_LOG.unlink()
     return size / count
 
 
 def flood(factor: float, duration: float) -> dict:
     """A flood of `factor` times the sustained rate, and the rotations that wait meanwhile."""
     progress = Progress(f"a flood of {factor:.0%} of the sustained rate")
-    device.set_rotation_size(RUN_SIZE_KIB)
+    services.set_rotation_size(RUN_SIZE_KIB)
     rate = factor * sustained_rate(RUN_SIZE_KIB, xz_seconds(RUN_SIZE_KIB))
     line_size = bytes_per_line()
-    device.syslogd.start()
-    device.daemon.start()
-    lines, waiting = device.Flood(rate / line_size), []
+    services.syslogd.start()
+    services.daemon.start()
+    lines, waiting = numbered.Flood(rate / line_size), []
     start = time.monotonic()
     lines.start()
     while (elapsed := time.monotonic() - start) < duration:
-        names = {path.name for path in device.SYSLOG.glob("messages.txt.[0-9]")}
+        names = {path.name for path in SYSLOG.glob("messages.txt.[0-9]")}
         waiting.append((round(elapsed, 1), len(names)))
         progress.say(f"{elapsed:.0f} of {duration:.0f} s, {len(names)} rotations waiting")
         time.sleep(0.5)
     lines.stop()
-    device.wait_until(lambda: device.has_logged(lines.written), 10)
-    device.daemon.stop()
-    device.syslogd.stop()
+    wait_until(lambda: numbered.has_logged(lines.written), 10)
+    services.daemon.stop()
+    services.syslogd.stop()
     progress.done()
-    verdict = device.judge(lines.written, [file.read() for file in device.log_files()])
+    verdict = numbered.judge(lines.written, [file.read() for file in numbered.log_files()])
     result = {"factor": factor, "bytes_per_second": rate, "waiting": waiting,
               "lines_written": lines.written, "lines_lost": verdict.lost_lines, "rows": []}
     if factor < 1:  # It has to drain: then never more than the next two wait.

@@ -7,7 +7,7 @@ import re
 import statistics
 from typing import Any, Callable, Mapping, Sequence
 
-from measure import Row
+from benchmarks.measure import Row
 
 WIDTH = 960
 MARGIN = 24

@@ -4,7 +4,7 @@ from __future__ import annotations
 import statistics
 from typing import Any, Iterable, Mapping, Sequence
 
-from measure import Row
+from benchmarks.measure import Row
 
 UNITS = {"s": ((1, "s"), (1e-3, "ms"), (1e-6, "us")),
          "B": ((2**20, "MiB"), (2**10, "KiB"), (1, "B"))}

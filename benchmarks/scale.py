@@ -7,11 +7,11 @@ import subprocess
 from pathlib import Path
 from typing import Callable, Mapping
 
-import device
-from measure import Cost, Progress, Row, in_turns, run_tool
-from scenery import LIMIT, Archive, use_disk
+from benchmarks.measure import Cost, Progress, Row, in_turns, run_tool
+from benchmarks.scenery import LIMIT, Archive, use_disk
+from tests.harness.paths import ARCHIVE
 
-FIND = ("floor", "run", "find", str(device.ARCHIVE), "-type", "f", "-fprintf", "/dev/null",
+FIND = ("floor", "run", "find", str(ARCHIVE), "-type", "f", "-fprintf", "/dev/null",
         "%f %s\n")
 PRUNED_BOOTS = 100
 PACKED_FILES = 10
@@ -56,7 +56,7 @@ class Scene:
 
     @staticmethod
     def raise_boots() -> Cost:
-        return run_tool("floor", "rename", str(device.ARCHIVE))
+        return run_tool("floor", "rename", str(ARCHIVE))
 
     def prune(self) -> Cost:
         cost = run_tool("engine", "prune", str(PRUNED_BOOTS))
@@ -70,7 +70,7 @@ class Scene:
         name = "messages.999.last.txt.xz"
         self._archive.make(name, LIMIT - self._archive.size * len(self._archive.names))
         cost = run_tool("engine", "limit")
-        (device.ARCHIVE / name).unlink()
+        (ARCHIVE / name).unlink()
         self._archive.refill()
         return cost
 
@@ -79,7 +79,7 @@ class Scene:
         return self._unlink(len(self._archive.names) // 10 + 1)
 
     def _unlink(self, count: int) -> Cost:
-        cost = sum_of(self.find(), run_tool("floor", "unlink", str(device.ARCHIVE), str(count)))
+        cost = sum_of(self.find(), run_tool("floor", "unlink", str(ARCHIVE), str(count)))
         self._archive.refill()
         return cost
 
@@ -94,7 +94,7 @@ class Scene:
         script = ["cd /tmp"]
         for name in reversed(self._archive.names[-PACKED_FILES:]):
             how = "--create" if len(script) == 1 else "--append"
-            script += [f"cp {device.ARCHIVE}/{name} .", f"tar {how} --file syslog.tar {name}",
+            script += [f"cp {ARCHIVE}/{name} .", f"tar {how} --file syslog.tar {name}",
                        f"rm {name}"]
         cost = sum_of(self.find(), run_tool("floor", "run", "sh", "-ec", "\n".join(script)))
         Path("/tmp/syslog.tar").unlink()

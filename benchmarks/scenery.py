@@ -4,13 +4,13 @@ from __future__ import annotations
 import os
 import random
 import shutil
-import socket
 import subprocess
 import time
 from pathlib import Path
 from typing import Iterable, Iterator
 
-import device
+from tests.harness.paths import ARCHIVE
+
 
 LIMIT = 1 << 30  # of the archive, in bytes
 BOOTS = 990  # leaves room below 999 for a renumbering upwards
@@ -66,30 +66,6 @@ def use_disk(folder: Path) -> str:
     return done.stdout.strip().replace("ext2/ext3", "ext4")
 
 
-class LogSocket:
-    """/dev/log, read by the benchmark instead of a syslogd."""
-
-    def __init__(self) -> None:
-        Path("/dev/log").unlink(missing_ok=True)
-        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self._socket.bind("/dev/log")
-        self._socket.settimeout(600)
-
-    def wait_for(self, text: str) -> float:
-        """Reads lines up to one with `text`. Returns the time of its arrival."""
-        while True:
-            line = self._socket.recv(4096).decode(errors="replace")
-            now = time.perf_counter()
-            if text in line:
-                return now
-            if "exiting with code" in line or "will now exit" in line:
-                raise RuntimeError(f"the daemon ended, before '{text}': {line.strip()}")
-
-    def close(self) -> None:
-        self._socket.close()
-        Path("/dev/log").unlink()
-
-
 class Archive:
     """An archive of `count` files of `BOOTS` boots, just below the size limit. The files have no
     content: nothing here reads any."""
@@ -97,8 +73,8 @@ class Archive:
     def __init__(self, count: int) -> None:
         self.size = LIMIT // count
         self.names = list(self._make_names(count))
-        shutil.rmtree(device.ARCHIVE, ignore_errors=True)
-        device.ARCHIVE.mkdir(parents=True)
+        shutil.rmtree(ARCHIVE, ignore_errors=True)
+        ARCHIVE.mkdir(parents=True)
         self.refill()
 
     @staticmethod
@@ -110,12 +86,12 @@ class Archive:
 
     def refill(self, names: Iterable[str] | None = None) -> None:
         """Makes again what of `names` (all of them) is not there."""
-        present = set(os.listdir(device.ARCHIVE))
+        present = set(os.listdir(ARCHIVE))
         for name in self.names if names is None else names:
             if name not in present:
                 self.make(name, self.size)
 
     @staticmethod
     def make(name: str, size: int) -> None:
-        with (device.ARCHIVE / name).open("wb") as file:
+        with (ARCHIVE / name).open("wb") as file:
             file.truncate(size)

@@ -1,16 +1,21 @@
-"""Floods the system log of a private device and shows what becomes of it. See ./run."""
+"""Floods the system log of a sandbox and shows what becomes of it. See ./run."""
 from __future__ import annotations
 
 import argparse
 import os
+import re
 import shutil
 import signal
 import sys
 import threading
 import time
 from pathlib import Path
+from typing import BinaryIO, Iterable
 
-import device
+from tests.harness import numbered, sandbox, services
+from tests.harness.numbered import LogFile, Verdict, log_files
+from tests.harness.paths import BUSYBOX, ROOT
+from tests.harness.waiting import wait_until
 
 RED, GREEN, CYAN = "1;31", "1;32", "36"
 
@@ -21,9 +26,9 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--rate", type=positive, default=1000, help="lines per second (1000)")
     parser.add_argument("--rotation-size", type=positive, default=600, metavar="KIB",
                         help="size at which syslogd rotates its file, in KiB (600)")
-    parser.add_argument("--build", type=Path, default=device.ROOT / "build/release",
+    parser.add_argument("--build", type=Path, default=ROOT / "build/release",
                         help="folder in which the daemon was built")
-    parser.add_argument("--busybox", type=Path, default=device.ROOT / "build/busybox/busybox")
+    parser.add_argument("--busybox", type=Path, default=BUSYBOX)
     parser.add_argument("--only-check-arguments", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
     return parser.parse_args()
@@ -73,9 +78,9 @@ class Overview:
         self._text_sizes: dict[Path, int] = {}
 
     def describe(self) -> str:
-        counts = dict.fromkeys(device.PLACES, 0)
+        counts = dict.fromkeys(numbered.PLACES, 0)
         logged = kept = 0
-        for file in device.log_files():
+        for file in log_files():
             try:
                 size = file.path.stat().st_size
                 logged += self._text_size(file, size)
@@ -86,12 +91,48 @@ class Overview:
         return (f"{human(logged)} logged, {human(kept)} on disk | {counts['rotations']} waiting, "
                 f"{counts['archive']} archived")
 
-    def _text_size(self, file: device.LogFile, size: int) -> int:
+    def _text_size(self, file: LogFile, size: int) -> int:
         if file.place != "archive":
             return 0 if file.path.suffix == ".xz" else size
         if file.path not in self._text_sizes:
             self._text_sizes[file.path] = file.read().text_size
         return self._text_sizes[file.path]
+
+
+class DaemonLines:
+    """The daemon's own lines of the log as they come, through all rotations."""
+
+    PATTERN = re.compile(rb"^\w+ +\d+ (\S+) \S+ \S+ vandis-moraine: *(.*)\n")
+
+    def __init__(self) -> None:
+        self._files: dict[int, BinaryIO] = {}  # by inode, which stays when syslogd renames them
+
+    def poll(self) -> list[str]:
+        present = set()
+        for log in log_files():
+            if log.place not in ("rotations", "live log"):
+                continue
+            try:
+                file = log.path.open("rb")
+            except FileNotFoundError:
+                continue
+            inode = os.fstat(file.fileno()).st_ino
+            present.add(inode)
+            if self._files.setdefault(inode, file) is not file:
+                file.close()
+        lines = [line for file in self._files.values() for line in self._read(file)]
+        for inode in self._files.keys() - present:
+            self._files.pop(inode).close()
+        return lines
+
+    def _read(self, file: BinaryIO) -> Iterable[str]:
+        for line in file:
+            match = self.PATTERN.match(line)
+            if match:
+                yield b" ".join(match.groups()).decode(errors="replace")
+            elif not line.endswith(b"\n"):
+                file.seek(-len(line), os.SEEK_CUR)  # still being written
+                break
 
 
 def demonstrate(arguments: argparse.Namespace, screen: Screen) -> int:
@@ -100,8 +141,8 @@ def demonstrate(arguments: argparse.Namespace, screen: Screen) -> int:
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: enough.set())
 
-    lines, overview = device.DaemonLines(), Overview()
-    flood = device.Flood(arguments.rate)
+    lines, overview = DaemonLines(), Overview()
+    flood = numbered.Flood(arguments.rate)
     start = time.monotonic()
 
     def show() -> None:
@@ -110,26 +151,26 @@ def demonstrate(arguments: argparse.Namespace, screen: Screen) -> int:
         screen.status(f"{time.monotonic() - start:3.0f} s | {flood.written} lines | "
                       f"{overview.describe()}")
 
-    device.set_rotation_size(arguments.rotation_size)
-    device.syslogd.start()
+    services.set_rotation_size(arguments.rotation_size)
+    services.syslogd.start()
     try:
-        device.daemon.start()
+        services.daemon.start()
         flood.start()
         while time.monotonic() - start < arguments.duration and not enough.wait(0.5):
             show()
         flood.stop()
-        device.wait_until(lambda: device.has_logged(flood.written), 10)
-        if device.daemon.pid is None:
+        wait_until(lambda: numbered.has_logged(flood.written), 10)
+        if services.daemon.pid is None:
             raise RuntimeError("the daemon has ended by itself")
         screen.line(f"Stopping the daemon after {flood.written} lines.")
-        device.daemon.stop()
+        services.daemon.stop()
     finally:
         show()
-        device.syslogd.stop()
+        services.syslogd.stop()
     return flood.written
 
 
-def print_archive(files: list[device.LogFile], screen: Screen) -> None:
+def print_archive(files: list[LogFile], screen: Screen) -> None:
     screen.line(f"\n{'':42}{'size':>10}{'text':>10}{'ratio':>7}{'lines':>9}  numbers")
     for file in files:
         numbers = file.numbers
@@ -140,7 +181,7 @@ def print_archive(files: list[device.LogFile], screen: Screen) -> None:
     screen.line("")
 
 
-def print_verdict(verdict: device.Verdict, screen: Screen) -> None:
+def print_verdict(verdict: Verdict, screen: Screen) -> None:
     for first, last in verdict.lost[:10]:
         screen.line(f"lost: {first} to {last}")
     if verdict.lost:
@@ -154,9 +195,9 @@ def main() -> int:
     if arguments.only_check_arguments:
         return 0
     if not arguments.inside:
-        argv = ["python3", str(Path(__file__).resolve()), "--inside", *sys.argv[1:]]
-        line = device.command(arguments.build.resolve(), arguments.busybox.resolve(), argv)
-        os.execv(line[0], line)
+        argv = sandbox.python("rig.demo", "--inside", *sys.argv[1:])
+        sandbox.enter(sandbox.command(arguments.build.resolve(), argv,
+                                      busybox=arguments.busybox.resolve()))
 
     screen = Screen()
     try:
@@ -164,9 +205,9 @@ def main() -> int:
     except RuntimeError as error:
         screen.line(f"demo: {error}", RED)
         return 1
-    files = [file.read() for file in device.log_files()]
+    files = [file.read() for file in log_files()]
     print_archive(files, screen)
-    verdict = device.judge(written, files)
+    verdict = numbered.judge(written, files)
     print_verdict(verdict, screen)
     return 1 if verdict.lost else 0
 

@@ -2,18 +2,18 @@
 from __future__ import annotations
 
 from tests.device import limits, lines, prepared
-from tests.device.bench import LOG, Bench, Device, check
+from tests.device.fixture import LOG, Fixture, Device, check
 
 LINES_PER_BOOT = 1500
 # Small rotations, so that few lines make several.
 SETTINGS = {"etc/default/syslogd-moraine": b"ROTATION_KB=64\n"}
 
 
-def clean_boots(bench: Bench, boots: int = 3) -> str:
-    bench.make_disk()
+def clean_boots(fixture: Fixture, boots: int = 3) -> str:
+    fixture.make_disk()
     for boot in range(1, boots + 1):
-        _boot_and_log(bench, boot)
-        found = bench.look()
+        _boot_and_log(fixture, boot)
+        found = fixture.look()
         check(max(limits.boot_numbers(found), default=0) == boot,
               f"boot {boot} archived as boot {limits.boot_numbers(found)[-1:]}")
         check(found.daemon_lines.count("vandis-moraine exiting with code: 0") == boot,
@@ -23,12 +23,12 @@ def clean_boots(bench: Bench, boots: int = 3) -> str:
     return f"{boots} boots, {boots * LINES_PER_BOOT} lines, each kept once"
 
 
-def past_the_last_boot_number(bench: Bench) -> str:
+def past_the_last_boot_number(fixture: Fixture) -> str:
     last = limits.MAX_BOOT - 2
-    bench.make_disk(prepared.boots(1, last))
+    fixture.make_disk(prepared.boots(1, last))
     for boot in range(3):
-        _boot_and_log(bench, boot + 1)
-    found = bench.look()
+        _boot_and_log(fixture, boot + 1)
+    found = fixture.look()
     _check_each_line_once(found, 3 * LINES_PER_BOOT)
     # The third of these boots found all numbers in use.
     deleted = limits.BOOTS_DELETED_AT_ONCE
@@ -41,11 +41,11 @@ def past_the_last_boot_number(bench: Bench) -> str:
     return f"boot numbers 998, 999, then {deleted} boots deleted and the rest renumbered"
 
 
-def past_the_size_limit(bench: Bench) -> str:
+def past_the_size_limit(fixture: Fixture) -> str:
     count = 97
-    bench.make_disk(limits.files_below_size_limit(count))
-    _boot_and_log(bench, 1)
-    found = bench.look()
+    fixture.make_disk(limits.files_below_size_limit(count))
+    _boot_and_log(fixture, 1)
+    found = fixture.look()
     _check_each_line_once(found, LINES_PER_BOOT)
     deleted = limits.files_to_delete(count)
     check(prepared.kept_lines(found) == [
@@ -55,10 +55,10 @@ def past_the_size_limit(bench: Bench) -> str:
     return f"the {deleted} oldest of {count} files deleted"
 
 
-def _boot_and_log(bench: Bench, boot: int) -> None:
+def _boot_and_log(fixture: Fixture, boot: int) -> None:
     """The shutdown, too, archives a rotation."""
-    text = lines.messages((boot - 1) * LINES_PER_BOOT + 1, LINES_PER_BOOT, bench.random)
-    with bench.boot({**SETTINGS, "root/lines": text}) as device:
+    text = lines.messages((boot - 1) * LINES_PER_BOOT + 1, LINES_PER_BOOT, fixture.random)
+    with fixture.boot({**SETTINGS, "root/lines": text}) as device:
         device.run("logger -t pump </root/lines")
         device.wait_for(f"ls {LOG}/messages.txt.0 || ls {LOG}/archive/*:*")
         wait_until_running(device)

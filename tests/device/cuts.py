@@ -11,7 +11,7 @@ from typing import Mapping
 
 from rig.emulator.emulator import EmulatorError
 from tests.device import lines
-from tests.device.bench import BOOT_TIMEOUT, CYCLE_TIMEOUT, GUEST, Bench, Device, watcher
+from tests.device.fixture import BOOT_TIMEOUT, CYCLE_TIMEOUT, GUEST, Fixture, Device, watcher
 from tests.device.tally import Tally
 
 ROTATION_LINES = (400, 2500)  # about 40 to 240 KiB
@@ -44,9 +44,9 @@ MOMENTS = (
 class Chain:
     """Power cuts, one after the other, on one disk that is never shut down."""
 
-    def __init__(self, bench: Bench, cuts: int) -> None:
-        self.bench = bench
-        self.random = bench.random
+    def __init__(self, fixture: Fixture, cuts: int) -> None:
+        self.fixture = fixture
+        self.random = fixture.random
         self.cuts = cuts
         self.mount_options = self.random.choice(MOUNT_OPTIONS)
         self.tally = Tally()
@@ -56,7 +56,7 @@ class Chain:
         self._damaged: set[str] = set()
 
     def run(self) -> Tally:
-        self.bench.make_disk()
+        self.fixture.make_disk()
         for _ in range(self.cuts):
             self._cut()
         with self._power_on({}) as device:
@@ -105,10 +105,10 @@ class Chain:
 
     def _power_on(self, rotations: Mapping[str, bytes]) -> contextlib.AbstractContextManager[Device]:
         files = {f"root/rotations/{name}": text for name, text in rotations.items()}
-        return self.bench.power_on(service(files), mount_options=self.mount_options)
+        return self.fixture.power_on(service(files), mount_options=self.mount_options)
 
     def _judge(self, what: str) -> lines.Found:
-        found = self.bench.look()
+        found = self.fixture.look()
         lost = self._synced - set(found.lines) - self._lost
         empty = set(found.empty) - self._damaged
         corrupt = set(found.corrupt) - self._damaged

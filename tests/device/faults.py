@@ -6,7 +6,7 @@ import contextlib
 import re
 
 from tests.device import lines
-from tests.device.bench import LOG, Bench, Device, check
+from tests.device.fixture import LOG, Fixture, Device, check
 
 ROTATION_LINES = 2000
 SERVICE = "etc/init.d/S90vandis-moraine"
@@ -25,36 +25,36 @@ dd if=/dev/zero of=/perm/filler bs=4k 2>/dev/null
 """
 
 
-def full_disk(bench: Bench) -> str:
-    with _boot(bench, FILL) as device:
+def full_disk(fixture: Fixture) -> str:
+    with _boot(fixture, FILL) as device:
         _wait_until_ended(device)
         check(device.run(f"ls {LOG}").count(".xz") == 0, "a compressed file is left over")
         device.run("rm /perm/filler*")
         device.run(f"/{SERVICE} start")
         device.wait_for(f"ls {LOG}/archive/*.xz && [ ! -e {LOG}/messages.txt.0 ]")
         device.power_off()
-    _check_nothing_lost(bench)
+    _check_nothing_lost(fixture)
     return "the daemon ended, and went on when there was room again"
 
 
-def read_only_in_flight(bench: Bench) -> str:
-    with _boot(bench) as device:
+def read_only_in_flight(fixture: Fixture) -> str:
+    with _boot(fixture) as device:
         device.wait_for(f"[ -e {LOG}/messages.txt.0.xz ]")
         device.run("echo u >/proc/sysrq-trigger")
         _wait_until_ended(device)
         device.run(f"ls {LOG}/*.xz")  # what is left over cannot be taken away
         _check_start_fails(device)
         device.cut()
-    with bench.boot() as device:
+    with fixture.boot() as device:
         device.wait_for(f"ls {LOG}/archive/*.xz && [ ! -e {LOG}/messages.txt.0 ]")
         device.power_off()
     check(not device.failed_services(), str(device.failed_services()))
-    _check_nothing_lost(bench)
+    _check_nothing_lost(fixture)
     return "the daemon ended, and went on after the next boot"
 
 
-def missing_disk(bench: Bench) -> str:
-    with bench.boot(with_disk=False) as device:
+def missing_disk(fixture: Fixture) -> str:
+    with fixture.boot(with_disk=False) as device:
         failed = device.failed_services()
         check(any(re.search("S01syslogd-moraine start: status 1$", line) for line in failed),
               f"init reports {failed}")
@@ -66,12 +66,12 @@ def missing_disk(bench: Bench) -> str:
     return "syslogd and the daemon refused to start, and wrote nothing"
 
 
-def _boot(bench: Bench, prepare: str = "") -> contextlib.AbstractContextManager[Device]:
+def _boot(fixture: Fixture, prepare: str = "") -> contextlib.AbstractContextManager[Device]:
     """A device with a rotation that waits to be archived."""
-    bench.make_disk()
+    fixture.make_disk()
     script = f'#!/bin/sh\n[ "$1" = start ] || exit 0\n{ADD_ROTATION}\nsync\n{prepare}\ntrue\n'
-    return bench.boot({PREPARE: script.encode(),
-                       "root/rotation": lines.logged(1, ROTATION_LINES, bench.random)})
+    return fixture.boot({PREPARE: script.encode(),
+                       "root/rotation": lines.logged(1, ROTATION_LINES, fixture.random)})
 
 
 def _check_start_fails(device: Device) -> None:
@@ -86,8 +86,8 @@ def _wait_until_ended(device: Device) -> None:
     device.run(UNTIL_ENDED)
 
 
-def _check_nothing_lost(bench: Bench) -> None:
-    found = bench.look()
+def _check_nothing_lost(fixture: Fixture) -> None:
+    found = fixture.look()
     lost = set(range(1, ROTATION_LINES + 1)) - set(found.lines)
     check(not lost, f"lost lines {lines.ranges(lost)}")
     check(not found.empty + found.corrupt, f"damaged: {found.empty + found.corrupt}")

@@ -6,7 +6,7 @@ import collections
 import dataclasses
 
 from tests.device import cuts, lines, prepared
-from tests.device.bench import BOOT_TIMEOUT, CYCLE_TIMEOUT, Bench
+from tests.device.fixture import BOOT_TIMEOUT, CYCLE_TIMEOUT, Fixture
 from tests.device.tally import Tally
 
 SIZE_LIMIT = 1 << 30
@@ -68,16 +68,16 @@ def works() -> list[Work]:
 class Interruption:
     """One power cut amid such a work, and the next start, which finishes it."""
 
-    def __init__(self, bench: Bench, work: Work) -> None:
-        self.bench = bench
+    def __init__(self, fixture: Fixture, work: Work) -> None:
+        self.fixture = fixture
         self.work = work
-        self.step = bench.random.randint(1, work.steps)
+        self.step = fixture.random.randint(1, work.steps)
         self.tally = Tally(cuts=1, moments=collections.Counter([work.name]),
                            synced=len(work.files) + work.rotations * ROTATION_LINES)
 
     def run(self) -> Tally:
-        self.bench.make_disk(self.work.files)
-        with self.bench.power_on(self._service()) as device:
+        self.fixture.make_disk(self.work.files)
+        with self.fixture.power_on(self._service()) as device:
             device.expect("@prepared", BOOT_TIMEOUT)
             device.expect(f"@event {self.work.event} ", CYCLE_TIMEOUT)
             device.cut()
@@ -86,7 +86,7 @@ class Interruption:
         is_half_renumbered = not _is_without_gap(found)
         self.tally.half_done = is_half_renumbered or 0 < deleted < self.work.deleted
 
-        with self.bench.power_on(cuts.service({})) as device:
+        with self.fixture.power_on(cuts.service({})) as device:
             cuts.check_start(device, self.tally)
             device.run("sync")
         # Half renumbered, it looks as if all numbers were in use. Nothing more may go.
@@ -101,13 +101,13 @@ class Interruption:
         # Without a sync now and then, the disk would be found as if the work had not begun.
         settings = f"export NTH={self.step} LETTER={self.work.event} SYNC_ALL_THE_TIME=yes\n"
         rotations = {f"root/rotations/{number}": lines.logged(
-            number * ROTATION_LINES + 1, ROTATION_LINES, self.bench.random)
+            number * ROTATION_LINES + 1, ROTATION_LINES, self.fixture.random)
             for number in range(self.work.rotations)}
         return cuts.service({"root/settings": settings.encode(), **rotations})
 
     def _judge(self, after: str, may_be_deleted: int) -> lines.Found:
         """Only the oldest files may be gone, and the others stand in their order."""
-        found = self.bench.look()
+        found = self.fixture.look()
         before = self._prepared_lines()
         kept = prepared.kept_lines(found)
         wanted = set(before[may_be_deleted:])

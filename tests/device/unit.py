@@ -8,7 +8,7 @@ from pathlib import Path
 from rig.emulator import image as images
 from rig.emulator import product
 from rig.emulator.packages import ARCHITECTURE, Packages
-from tests.device.bench import GUEST, Bench, check
+from tests.device.fixture import GUEST, Fixture, check
 
 BUILD = images.ROOT / "build/aarch64-tests"
 GOOGLETEST = images.FOLDER / "googletest"
@@ -42,13 +42,13 @@ def build() -> list[Path]:
     return [stripped / program.name for program in programs]
 
 
-def run(bench: Bench) -> str:
+def run(fixture: Fixture) -> str:
     programs = build()
     files = {f"root/tests/{program.name}": program.read_bytes() for program in programs}
     files |= images.libraries(programs)
     files["root/script"] = (GUEST / "unit-tests.sh").read_bytes()
     files["root/build-folder"] = f"{BUILD}\n".encode()
-    with bench.power_on(files, with_disk=False, memory_mib=MEMORY_MIB) as device:
+    with fixture.power_on(files, with_disk=False, memory_mib=MEMORY_MIB) as device:
         device.wait_until_off(TIMEOUT)
     console = "\n".join(device.lines)
     check("@device status 0" in device.lines, f"unit tests failed:\n{console}")

@@ -3,11 +3,11 @@ power cuts have to lose lines; else they would not prove anything."""
 from __future__ import annotations
 
 import re
-import shutil
 from pathlib import Path
 
 from rig.emulator import image as images
 from rig.emulator.product import BuildError
+from tests.harness.tree import Tree
 
 NAME = "aarch64-without-syncs"
 SYNCS = (
@@ -18,8 +18,7 @@ SYNCS = (
 
 def make_image() -> images.Image:
     copy = images.FOLDER / "source-without-syncs"
-    shutil.rmtree(copy, ignore_errors=True)
-    shutil.copytree(images.ROOT, copy, ignore=shutil.ignore_patterns("build", ".git"))
+    Tree(copy)
     _take_syncs_out(copy / "rotate/archive.cpp")
     return images.make(copy, NAME)
 

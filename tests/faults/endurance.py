@@ -11,12 +11,12 @@ import time
 from pathlib import Path
 from typing import Callable
 
-import device
-import judge
-import program
-import scenes
-from inject import Fault, Laboratory, Result
-from program import DAEMON, STOP_SIGNALS, End
+from tests.faults import judge, program, scenes
+from tests.faults.inject import Fault, Laboratory, Result
+from tests.faults.program import STOP_SIGNALS, End
+from tests.harness import log_socket, numbered
+from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SYSLOG
+from tests.harness.waiting import wait_until
 
 STORMS = 150
 STAND_INS = Path(__file__).resolve().parent / "stand-ins"
@@ -98,8 +98,8 @@ class RotatingLog:
             self._write()
             for number in range(8, -1, -1):
                 with contextlib.suppress(FileNotFoundError):
-                    os.rename(f"{device.LIVE_LOG}.{number}", f"{device.LIVE_LOG}.{number + 1}")
-            device.LIVE_LOG.rename(f"{device.LIVE_LOG}.0")
+                    os.rename(f"{LIVE_LOG}.{number}", f"{LIVE_LOG}.{number + 1}")
+            LIVE_LOG.rename(f"{LIVE_LOG}.0")
         self._wait_until_taken()
 
     def grow(self) -> None:
@@ -111,21 +111,21 @@ class RotatingLog:
     def _write(self, hole: int = 0) -> None:
         """The next lines, all at once: the live log is never seen half written."""
         first, self.written = self.written + 1, self.written + scenes.LINES_PER_FILE
-        beside = device.SYSLOG / "next"
+        beside = SYSLOG / "next"
         with beside.open("wb") as file:
             file.write(scenes.text(first, self.written))
             if hole:
                 file.seek(hole)
                 file.write(b"\n")
-        beside.rename(device.LIVE_LOG)
+        beside.rename(LIVE_LOG)
 
     def _wait_until_taken(self) -> None:
         def is_taken() -> bool:
             waits = (log.place in ("rotations", "leftovers") and log.path.suffix != ".xz"
-                     for log in device.log_files())
-            is_long = device.LIVE_LOG.exists() and device.LIVE_LOG.stat().st_size > 10 * scenes.MIB
+                     for log in numbered.log_files())
+            is_long = LIVE_LOG.exists() and LIVE_LOG.stat().st_size > 10 * scenes.MIB
             return self._is_over() or not (is_long or any(waits))
-        if not device.wait_until(is_taken, program.HANG_SECONDS):
+        if not wait_until(is_taken, program.HANG_SECONDS):
             raise TimeoutError("the daemon does not archive")
 
 
@@ -152,7 +152,7 @@ class Holdings:
 def long_life(laboratory: Laboratory, fault: Fault) -> Result:
     """Traffic of each kind, and an archive that is always full, through ten thousand cycles."""
     scenes.clean_device(laboratory.syslogd)
-    device.ARCHIVE.mkdir(parents=True)
+    ARCHIVE.mkdir(parents=True)
     for minute in range(SIZE_LIMIT_FILES):
         scenes.filler(1, FILE_SIZE, minute)
     process = laboratory.runner.start(
@@ -197,7 +197,7 @@ class Pauses:
         if state == "T":
             self.holdings.append(Holdings.of(self._process.pid))
             os.kill(self._process.pid, signal.SIGCONT)
-            device.wait_until(lambda: not self._is_stopped(), program.HANG_SECONDS)
+            wait_until(lambda: not self._is_stopped(), program.HANG_SECONDS)
         return False
 
     def _is_stopped(self) -> bool:
@@ -214,7 +214,7 @@ XZ_CAME_UPON_A_GAP = "Unable to 'xz -fk "
 
 
 def judge_log_of_long_life(end: End) -> list[str]:
-    unexpected = [line.text for line in end.lines if line.level <= program.WARNING
+    unexpected = [line.text for line in end.lines if line.severity <= log_socket.WARNING
                   and not line.text.startswith((judge.SYSLOGD_STOPPED, judge.NO_LIVE_LOG,
                                                  XZ_CAME_UPON_A_GAP))]
     return [f"it logged '{text}'" for text in unexpected[:10]]
@@ -222,14 +222,14 @@ def judge_log_of_long_life(end: End) -> list[str]:
 
 def judge_tail(written: int) -> list[str]:
     """The size limit takes the oldest lines; all behind them are there."""
-    files = device.log_files()
+    files = numbered.log_files()
     problems = judge.judge_by_xz([file.path for file in files if file.place == "archive"])
     for file in files:
         # Not by Python's decompressor, which does not know that zeros may follow.
         command = ["xz", "-dc", "--"] if file.path.suffix == ".xz" else ["cat", "--"]
         text = subprocess.run([*command, str(file.path)], stdout=subprocess.PIPE).stdout
-        file.numbers.extend(int(number) for number in device.LINE_PATTERN.findall(text))
-    lost = device.judge(written, files).lost
+        file.numbers.extend(int(number) for number in numbered.LINE_PATTERN.findall(text))
+    lost = numbered.judge(written, files).lost
     if lost and (len(lost) > 1 or lost[0][0] != 1):
         problems.append(f"lines {lost} are lost")
     return problems
@@ -243,7 +243,7 @@ BOOTS_BEFORE, STARTS = 990, 30
 def boot_chain(laboratory: Laboratory, fault: Fault) -> Result:
     """Start after start archives one file, until boot numbers have passed 999."""
     scenes.clean_device(laboratory.syslogd)
-    device.ARCHIVE.mkdir(parents=True)
+    ARCHIVE.mkdir(parents=True)
     on = scenes.Contents()
     for boot in range(1, BOOTS_BEFORE + 1):
         on.archived(boot, lines=1)
@@ -251,9 +251,9 @@ def boot_chain(laboratory: Laboratory, fault: Fault) -> Result:
     boots = []
     for _ in range(STARTS):
         on.log("messages.txt.0")
-        before = {path.name for path in device.ARCHIVE.iterdir()}
+        before = {path.name for path in ARCHIVE.iterdir()}
         end = laboratory.runner.run(DAEMON)
-        made = {path.name for path in device.ARCHIVE.iterdir()} - before
+        made = {path.name for path in ARCHIVE.iterdir()} - before
         newest = max(made)
         boots.append(int(newest.split(".")[1]))
         problems += judge.judge_clean_end(end)

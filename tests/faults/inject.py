@@ -10,11 +10,11 @@ import dataclasses
 import re
 from typing import Iterable
 
-import judge
-import program
-from program import STOP_SIGNALS, Call, End, Runner
-from scenes import (CYCLE, CYCLE_AND_END, LOADING, SCENES, START_UP, SYSLOG_CALLS, WHOLE, Scene,
-                    StandInSyslogd, clean_device)
+from tests.faults import judge, program
+from tests.faults.program import STOP_SIGNALS, Call, End, Runner
+from tests.faults.scenes import (CYCLE, CYCLE_AND_END, LOADING, SCENES, START_UP, SYSLOG_CALLS,
+                                 WHOLE, Scene, StandInSyslogd, clean_device)
+from tests.harness.paths import DAEMON
 
 # What each call can fail with. A call that cannot fail, but has an effect, is a place to be killed.
 FILE = "EIO EACCES ENOMEM"
@@ -190,7 +190,7 @@ class Laboratory:
             problems = judge.judge_early_death(end)
         else:
             problems = judge.judge_end(end) + judge.judge_syslogd(end)
-        if end.calls and scene.program == program.DAEMON:
+        if end.calls and scene.program == DAEMON:
             problems += judge.judge_order(end)
             if fault.kind in STOP_SIGNALS and end.status >= 0:
                 problems += judge.judge_signals(end)

@@ -12,13 +12,12 @@ import subprocess
 import tarfile
 from pathlib import Path
 
-import device
-import program
-import scenes
-from program import End
-from scenes import Sources
-
-NAME = "vandis-moraine"
+from tests.faults import program, scenes
+from tests.faults.program import End
+from tests.faults.scenes import Sources
+from tests.harness import log_socket, numbered
+from tests.harness.daemon import NAME
+from tests.harness.paths import ARCHIVE, LIVE_LOG
 
 # Exit status, and the last line. Why a run failed stands in the lines before.
 ENDS = {
@@ -54,7 +53,7 @@ def judge_end(end: End) -> list[str]:
         return problems
     caught = caught_signals(end)
     by_signal = {15: 0}.get(caught[-1], caught[-1]) if caught else None
-    has_reason = any(line.level <= program.WARNING for line in end.lines[:-1])
+    has_reason = any(line.severity <= log_socket.WARNING for line in end.lines[:-1])
     if end.status != by_signal and not (end.status == 1 and has_reason):
         problems.append(f"status {end.status} without a reason in the log")
     return problems
@@ -89,7 +88,7 @@ def judge_signals(end: End) -> list[str]:
 
 
 # What is logged at Error, or above, though nothing has failed.
-NO_LIVE_LOG = f"GetFileSize({device.LIVE_LOG}) exception: "
+NO_LIVE_LOG = f"GetFileSize({LIVE_LOG}) exception: "
 SYSLOGD_STOPPED = "Syslog had to be stopped to deal with its last possible rotation."
 
 
@@ -98,26 +97,26 @@ def judge_clean_end(end: End) -> list[str]:
     problems = judge_end(end)
     if end.status != 0:
         problems.append(f"status {end.status} instead of 0")
-    problems += [f"it logged '{line.text}'" for line in end.lines if line.level <= program.ERROR
+    problems += [f"it logged '{line.text}'" for line in end.lines if line.severity <= log_socket.ERROR
                  and not line.text.startswith((NO_LIVE_LOG, SYSLOGD_STOPPED))]
     return problems
 
 
 def judge_lines(sources: Sources) -> list[str]:
-    files = [file for file in device.log_files() if counts(file)]
+    files = [file for file in numbered.log_files() if counts(file)]
     problems = []
     for file in files:
         if file.read().damaged:
             problems.append(f"{file.path} is damaged")
     problems += judge_by_xz([file.path for file in files if file.place == "archive"])
-    verdict = device.judge(sources.written, files)
+    verdict = numbered.judge(sources.written, files)
     for first, last in verdict.lost:
         if not (first in sources.may_go and last in sources.may_go):
             problems.append(f"lines {first} to {last} are lost ({verdict})")
     return problems
 
 
-def counts(file: device.LogFile) -> bool:
+def counts(file: numbered.LogFile) -> bool:
     """Whether what is in it is safe: a compressed copy beside the log goes at the next start."""
     if file.place == "leftovers":
         return file.path.suffix == ".tmp"
@@ -133,12 +132,12 @@ def judge_by_xz(archive: list[Path]) -> list[str]:
 
 def judge_healed() -> list[str]:
     """After the last clean start."""
-    problems = [f"{file.path} is still there" for file in device.log_files()
+    problems = [f"{file.path} is still there" for file in numbered.log_files()
                 if file.place == "leftovers"]
-    size = sum(path.stat().st_size for path in device.ARCHIVE.iterdir())
+    size = sum(path.stat().st_size for path in ARCHIVE.iterdir())
     if size >= scenes.SIZE_LIMIT:
         problems.append(f"the archive has {size} bytes")
-    boots = [int(path.name.split(".")[1]) for path in device.ARCHIVE.iterdir()]
+    boots = [int(path.name.split(".")[1]) for path in ARCHIVE.iterdir()]
     if max(boots, default=0) > 999:
         problems.append(f"the archive has boot number {max(boots)}")
     return problems
@@ -162,7 +161,7 @@ def judge_order(end: End) -> list[str]:
             synced.clear()  # xz writes anew
         elif sync := SYNC.match(call.text):
             synced.add(sync.group("path"))
-            if sync.group("path") == str(device.ARCHIVE):
+            if sync.group("path") == str(ARCHIVE):
                 waiting = dict.fromkeys(waiting, True)
         elif copy := COPY.match(call.text):
             source = copy.group("copy")[:-len(".xz")]
@@ -197,7 +196,7 @@ def judge_download(end: End, *, is_clean: bool) -> list[str]:
     if end.status == NO_MEMORY:
         return problems
     if end.status == FAILED:
-        has_reason = any(line.level <= program.WARNING for line in end.lines)
+        has_reason = any(line.severity <= log_socket.WARNING for line in end.lines)
         return problems + ([] if has_reason else ["it failed without a reason in the log"])
     if end.status < 0:
         return problems + [f"killed by signal {-end.status}, output: {end.output.strip()}"]
@@ -221,9 +220,9 @@ def judge_tar(expected: int) -> list[str]:
     for name, content in contents.items():
         done = subprocess.run(["xz", "-dc"], input=content, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE)
-        source = device.ARCHIVE / name
+        source = ARCHIVE / name
         is_whole = content == source.read_bytes() if source.exists() \
-            else done.stdout == device.LIVE_LOG.read_bytes()
+            else done.stdout == LIVE_LOG.read_bytes()
         if done.returncode != 0 or not is_whole:
             problems.append(f"{name} in {DOWNLOAD} is not what was packed")
     return problems

@@ -1,4 +1,4 @@
-"""Runs the daemon, or the download, once in the private device, on a clock that only sleeping moves
+"""Runs the daemon, or the download, once in the sandbox, on a clock that only sleeping moves
 on, and tells how it ended: exit status, log lines, and if it was traced its system calls.
 """
 from __future__ import annotations
@@ -8,13 +8,12 @@ import dataclasses
 import os
 import re
 import signal
-import socket
 import subprocess
-import threading
 from pathlib import Path
 from typing import Any, Mapping, Sequence
 
-DAEMON = "/usr/sbin/vandis-moraine"
+from tests.harness.log_socket import Entry, Line, LogSocket
+
 DOWNLOAD = "/opt/faults/download"
 PRELOAD = "/opt/faults/preload.so"
 
@@ -26,59 +25,7 @@ OUTPUT = WORK / "output"
 # Nothing that is run here takes more than a few seconds, even on a busy machine.
 HANG_SECONDS = 60
 
-ERROR, WARNING, INFO = 3, 4, 6
 PR_SET_CHILD_SUBREAPER = 36
-
-
-@dataclasses.dataclass(frozen=True)
-class Line:
-    """An entry of the system log."""
-
-    level: int
-    tag: str
-    text: str
-
-    DATAGRAM = re.compile(rb"<(\d+)>\w{3} [ \d]\d \d\d:\d\d:\d\d ([\w-]+): ([^\n\0]*)")
-
-    @classmethod
-    def parse(cls, datagram: bytes) -> Line | None:
-        match = cls.DATAGRAM.fullmatch(datagram)
-        if match is None:
-            return None
-        return cls(int(match.group(1)) & 7, match.group(2).decode(),
-                   match.group(3).decode(errors="replace"))
-
-
-class LogSink(threading.Thread):
-    """The system log's socket. A full one would stop the daemon, so it is read all the time."""
-
-    END = b"all that came before has been read"
-
-    def __init__(self) -> None:
-        super().__init__(daemon=True)
-        Path("/dev/log").unlink(missing_ok=True)
-        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self._socket.bind("/dev/log")
-        self._datagrams: list[bytes] = []
-        self._complete = threading.Event()
-        self.start()
-
-    def run(self) -> None:
-        while True:
-            datagram = self._socket.recv(65536)
-            if datagram == self.END:
-                self._complete.set()
-            else:
-                self._datagrams.append(datagram)
-
-    def take(self) -> list[bytes]:
-        """What came since the last call."""
-        self._complete.clear()
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            sender.sendto(self.END, "/dev/log")
-        self._complete.wait()
-        taken, self._datagrams = self._datagrams, []
-        return taken
 
 
 @dataclasses.dataclass(frozen=True)
@@ -117,7 +64,7 @@ class End:
         return self.lines[-1].text if self.lines else "no line"
 
     def has_logged(self, pattern: str, level: int | None = None) -> bool:
-        return any(re.search(pattern, line.text) and level in (None, line.level)
+        return any(re.search(pattern, line.text) and level in (None, line.severity)
                    for line in self.lines)
 
 
@@ -148,7 +95,7 @@ class Runner:
 
     def __init__(self) -> None:
         WORK.mkdir(parents=True, exist_ok=True)
-        self._sink = LogSink()
+        self._log = LogSocket()
         self._kept: set[int] = set()  # children that stay
         # What a killed daemon leaves running becomes a child of this process, to be waited for.
         ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
@@ -159,7 +106,7 @@ class Runner:
 
     def start(self, program: str, **options: Any) -> subprocess.Popen[bytes]:
         """See `spawn`."""
-        self._sink.take()
+        self._log.take()
         return spawn(program, **options)
 
     def finish(self, process: subprocess.Popen[bytes]) -> End:
@@ -172,10 +119,10 @@ class Runner:
             for pid in (*children(process.pid), process.pid):  # strace would let its child go on
                 os.kill(pid, signal.SIGKILL)
             process.wait()
-        datagrams = self._sink.take()
-        lines = [Line.parse(datagram) for datagram in datagrams]
-        end = End(process.returncode, [line for line in lines if line is not None],
-                  [raw for raw, line in zip(datagrams, lines) if line is None],
+        entries = self._log.take()
+        end = End(process.returncode,
+                  [entry.line for entry in entries if entry.line and is_well_formed(entry)],
+                  [entry.datagram for entry in entries if not is_well_formed(entry)],
                   OUTPUT.read_text(errors="replace"), hung)
         if TRACE.exists():
             read_trace(end)
@@ -195,6 +142,10 @@ class Runner:
                 os.waitpid(pid, 0)
             except ChildProcessError:
                 pass
+
+
+def is_well_formed(entry: Entry) -> bool:
+    return bool(re.fullmatch(r"[\w-]+", entry.tag)) and not re.search(rb"[\n\0]", entry.datagram)
 
 
 def children(pid: int) -> list[int]:

@@ -14,8 +14,9 @@ import sys
 from pathlib import Path
 from typing import Callable
 
-import device
-import program
+from tests.faults import program
+from tests.harness.numbered import LINE
+from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SYSLOG
 
 SYSLOG_PID = Path("/var/run/syslogd.pid")
 SYSLOG_CALLS = Path("/tmp/syslogd-calls")  # written by the stand-in for syslogd's init script
@@ -35,7 +36,7 @@ class Sources:
 
 def text(first: int, last: int) -> bytes:
     """Lines as syslogd writes them."""
-    lines = (device.LINE.format(number, 1, 2, 3, 4) for number in range(first, last + 1))
+    lines = (LINE.format(number, 1, 2, 3, 4) for number in range(first, last + 1))
     return "".join(f"Nov 21 06:00:00 device {line[4:]}\n" for line in lines).encode()
 
 
@@ -51,11 +52,11 @@ class Contents:
 
     def log(self, name: str, lines: int = LINES_PER_FILE) -> None:
         """A file in the log's folder."""
-        (device.SYSLOG / name).write_bytes(self._next_lines(lines))
+        (SYSLOG / name).write_bytes(self._next_lines(lines))
 
     def long_log(self, name: str, size: int) -> None:
         """The same, with lines at both ends and a hole between them."""
-        with (device.SYSLOG / name).open("wb") as file:
+        with (SYSLOG / name).open("wb") as file:
             file.write(self._next_lines(LINES_PER_FILE))
             file.seek(size)
             file.write(b"\n" + self._next_lines(LINES_PER_FILE))
@@ -76,12 +77,12 @@ def compressed(first: int, last: int) -> bytes:
 
 
 def archive_path(boot: int, minute: int) -> Path:
-    return device.ARCHIVE / f"messages.{boot:03}.1970-01-01.00:{minute:02}:00.txt.xz"
+    return ARCHIVE / f"messages.{boot:03}.1970-01-01.00:{minute:02}:00.txt.xz"
 
 
 def broken_copy(name: str) -> None:
     """What an xz that was killed leaves behind."""
-    (device.SYSLOG / name).write_bytes(compressed(1, LINES_PER_FILE)[:50])
+    (SYSLOG / name).write_bytes(compressed(1, LINES_PER_FILE)[:50])
 
 
 def filler(boot: int, size: int, minute: int = 0) -> None:
@@ -102,7 +103,7 @@ class StandInSyslogd:
             "signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGHUP})\n"
             "print('ready', flush=True)\n"
             "while signal.sigwait({signal.SIGHUP}):\n"
-            f"    open('{device.LIVE_LOG}', 'ab').close()\n")
+            f"    open('{LIVE_LOG}', 'ab').close()\n")
 
     def __init__(self) -> None:
         self._process = subprocess.Popen([sys.executable, "-c", self.CODE], stdout=subprocess.PIPE)
@@ -123,7 +124,7 @@ def clean_device(syslogd: StandInSyslogd) -> None:
 def with_log_folders(fill: Callable[[Contents], Sources]) -> Callable[[], Sources]:
     @functools.wraps(fill)
     def prepare() -> Sources:
-        device.ARCHIVE.mkdir(parents=True)
+        ARCHIVE.mkdir(parents=True)
         return fill(Contents())
     return prepare
 
@@ -224,7 +225,7 @@ class Scene:
     about: str
     prepare: Callable[[], Sources]
     part: str
-    program: str = program.DAEMON
+    program: str = DAEMON
     memory: bool = True  # each of its allocations fails once
     signals: bool = False  # stop signals arrive at each of its calls
 

@@ -1,4 +1,4 @@
-"""Runs inside a private device: reads one request per line, a JSON object, and answers each with
+"""Runs inside a sandbox: reads one request per line, a JSON object, and answers each with
 one. See laboratory requests in run."""
 from __future__ import annotations
 
@@ -6,14 +6,11 @@ import dataclasses
 import json
 import sys
 import time
-from pathlib import Path
 from typing import Any
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "rig"))
-
-from endurance import ENDURANCE
-from inject import Fault, Laboratory
-from scenes import SCENES
+from tests.faults.endurance import ENDURANCE
+from tests.faults.inject import Fault, Laboratory
+from tests.faults.scenes import SCENES
 
 
 def answer(laboratory: Laboratory, request: dict[str, Any]) -> Any:

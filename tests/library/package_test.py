@@ -1,7 +1,5 @@
 """The installed library, as a program outside this project uses it: the example is built from the
 installed package, by CMake and by pkg-config, and packs an archive that the daemon itself made.
-
-Usage: package_test.py --build FOLDER --busybox FILE [--flags COMPILER-FLAGS]
 """
 from __future__ import annotations
 
@@ -18,9 +16,9 @@ import tempfile
 import unittest
 from pathlib import Path
 
-ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "rig"))
-import device  # noqa: E402
+from tests.harness import sandbox
+from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, ROOT, SYSLOG
+from tests.harness.waiting import wait_until
 
 EXAMPLE = ROOT / "examples/log-download"
 TAR = Path("/tmp/syslog.tar")
@@ -53,22 +51,22 @@ def build_programs(build: Path, flags: str, folder: Path) -> dict[str, Path]:
 
 def make_archive() -> dict[str, str]:
     """Has the daemon archive three logs. Returns the archive's names with their texts."""
-    device.SYSLOG.mkdir(parents=True)
-    device.LIVE_LOG.write_text(LIVE_TEXT)
+    SYSLOG.mkdir(parents=True)
+    LIVE_LOG.write_text(LIVE_TEXT)
     texts = {name: f"line of {name}\n" * 1000 for name in ("one.tmp", "two.tmp", "messages.txt.0")}
     for name, text in texts.items():
-        (device.SYSLOG / name).write_text(text)
+        (SYSLOG / name).write_text(text)
 
     # It archives the two leftovers at its start and the rotation in the cycle after SIGTERM.
-    daemon = subprocess.Popen(["/usr/sbin/vandis-moraine"])
-    leftovers = [device.SYSLOG / "one.tmp", device.SYSLOG / "two.tmp"]
-    gone = device.wait_until(lambda: not any(path.exists() for path in leftovers), 60)
+    daemon = subprocess.Popen([DAEMON])
+    leftovers = [SYSLOG / "one.tmp", SYSLOG / "two.tmp"]
+    gone = wait_until(lambda: not any(path.exists() for path in leftovers), 60)
     assert gone, "the daemon has not archived what was left over"
     while daemon.poll() is None:  # a signal that comes during start-up is lost
         daemon.send_signal(signal.SIGTERM)
-        device.wait_until(lambda: daemon.poll() is not None, 0.5)
+        wait_until(lambda: daemon.poll() is not None, 0.5)
     assert daemon.returncode == 0, f"the daemon ended with status {daemon.returncode}"
-    archive = {path.name: lzma.open(path, "rt").read() for path in device.ARCHIVE.iterdir()}
+    archive = {path.name: lzma.open(path, "rt").read() for path in ARCHIVE.iterdir()}
     assert sorted(archive.values()) == sorted(texts.values()), "the archive is not what was logged"
     return archive
 
@@ -129,8 +127,8 @@ class LogDownload(unittest.TestCase):
         self.assertFalse(TAR.exists())
 
     def test_says_what_to_do_where_there_is_no_archive(self) -> None:
-        away = device.ARCHIVE.rename("/perm/away")
-        self.addCleanup(away.rename, device.ARCHIVE)
+        away = ARCHIVE.rename("/perm/away")
+        self.addCleanup(away.rename, ARCHIVE)
         self.assertRegex(self.run_example("CMake", "--stats", status=1), "Has the daemon run")
 
     def test_refuses_arguments_that_make_no_sense(self) -> None:
@@ -147,14 +145,14 @@ def main() -> None:
         unittest.main(argv=sys.argv[:1], verbosity=2)
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--build", type=Path, required=True)
-    parser.add_argument("--busybox", type=Path, required=True)
     parser.add_argument("--flags", default="")
     arguments = parser.parse_args()
     with tempfile.TemporaryDirectory() as folder:
         programs = build_programs(arguments.build, arguments.flags, Path(folder))
-        argv = ["/usr/bin/python3", __file__, "--inside", *map(str, programs.values())]
-        line = device.command(arguments.build, arguments.busybox, argv, options=["--bind", folder])
-        sys.exit(subprocess.run(line).returncode)
+        argv = sandbox.python("tests.library.package_test", "--inside",
+                              *map(str, programs.values()))
+        line = sandbox.command(arguments.build, argv, options=["--bind", folder])
+        sys.exit(subprocess.run(line, cwd=ROOT).returncode)
 
 
 if __name__ == "__main__":

@@ -1,10 +1,10 @@
-// Every test program's main: each run has a private device to itself, in which the fixed paths are
+// Every test program's main: each run has a sandbox to itself, in which the fixed paths are
 // real and nothing of the machine can be touched.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "rig/private_device.h"
+#include "tests/harness/sandbox.h"
 #include "tests/support/faults.h"
 
 namespace {
@@ -20,9 +20,9 @@ class ClearFaults : public testing::EmptyTestEventListener {
 int main(int argc, char** argv) {
     const bool onlyLists = argc > 1 && std::strncmp(argv[1], "--gtest_list_tests", 18) == 0;
     if (!onlyLists) {
-        PrivateDevice::Options options;
+        Sandbox::Options options;
         options.writable = {MORAINE_BINARY_DIR};  // for coverage data
-        PrivateDevice::Enter(options);
+        Sandbox::Enter(options);
     }
     testing::InitGoogleTest(&argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new ClearFaults);

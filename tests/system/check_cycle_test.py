@@ -7,10 +7,14 @@ import signal
 import time
 from signal import SIGHUP, SIGINT, SIGTERM
 
-import harness
-from harness import (ARCHIVE_SIZE, EMPTY_ARCHIVE, INITIALIZING, LIVE_LOG, RUNNING, SCRATCH, SYSLOG,
-                     SYSLOGD_PID_FILE, BlackBoxCase, Like, archive, archived, caught, content_of,
-                     error, exiting, info, warning, write, write_sparse, xz_failed)
+from tests.harness import case
+from tests.harness.case import (SYSLOGD_PID_FILE, BlackBoxCase, Gate, archive, content_of, write,
+                                write_sparse)
+from tests.harness.daemon import (ARCHIVE_SIZE, EMPTY_ARCHIVE, INITIALIZING, RUNNING, SCRATCH,
+                                  STAND_INS, STATUS_AFTER, Like, archived, caught, error, exiting,
+                                  info, warning, xz_failed)
+from tests.harness.log_socket import Line
+from tests.harness.paths import LIVE_LOG, SYSLOG
 
 START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
 END = [caught(SIGTERM), exiting(0)]
@@ -21,7 +25,7 @@ MESSAGES_LOST = error("Syslog had to be stopped to deal with its last possible r
                       "Messages were lost.")
 
 
-def script_failed(action: str, wait_status: int) -> harness.Line:
+def script_failed(action: str, wait_status: int) -> Line:
     return error(Like(rf"Unable to '/etc/init\.d/S01syslogd-moraine {action}'\.  "
                       rf"Result: {wait_status}, Error: '[^']*'"))
 
@@ -74,7 +78,7 @@ class LastRotation(BlackBoxCase):
         write("messages.txt.8", "last but one")
         self.calls = SCRATCH / "calls"
 
-    def check(self, lines: list[harness.Line], calls: str, syslog: dict[str, str]) -> None:
+    def check(self, lines: list[Line], calls: str, syslog: dict[str, str]) -> None:
         self.stand_in("xz", f'echo xz >>{self.calls}; exec /usr/bin/xz "$@"')
         self.assertEqual(self.run_once(), [*START, *lines])
         self.assertEqual(self.calls.read_text().split(), calls.split())
@@ -123,7 +127,7 @@ class LastRotation(BlackBoxCase):
             "archive/": ""})
 
     def check_signal_while_syslogd_stops(self, number: signal.Signals) -> None:
-        gate = harness.Gate("stop")
+        gate = Gate("stop")
         self.init_script(f'[ "$1" = start ] || {{ {gate.script}\n}}')
         daemon = self.start(fast_sleep=50)
         self.wait_until(lambda: gate.is_reached, "syslogd is being stopped")
@@ -131,7 +135,7 @@ class LastRotation(BlackBoxCase):
         daemon.signal(number)
         gate.open()
 
-        status = harness.STATUS_AFTER[number]
+        status = STATUS_AFTER[number]
         self.assertEqual(self.wait(daemon), status)
         self.assertEqual(self.log.all(), [*START, caught(number), archived("messages.txt.9"),
                                           MESSAGES_LOST, exiting(status)])
@@ -197,7 +201,7 @@ class LiveLog(BlackBoxCase):
             "/perm/logs/syslog/messages.txt.tmp", 256), exiting(1)])
         self.assertEqual(self.status, 1)
 
-        (harness.STAND_INS / "xz").unlink()
+        (STAND_INS / "xz").unlink()
         write(LIVE_LOG, "new")
         self.assertEqual(self.run_once(), [INITIALIZING, archived("messages.txt.tmp"),
                                            ARCHIVE_SIZE, RUNNING, *END])
@@ -236,7 +240,7 @@ class LiveLog(BlackBoxCase):
         """What syslogd still writes to the renamed live log while xz runs is archived."""
         write_sparse(LIVE_LOG, TEN_MIB + 1)
         daemon = self.start_and_wait()
-        gate = harness.Gate("xz")
+        gate = Gate("xz")
         self.stand_in("xz", f'/usr/bin/xz "$@"\n{gate.script}')
         with LIVE_LOG.open("a") as live_log:  # open, as syslogd has it
             daemon.signal(SIGTERM)
@@ -258,7 +262,7 @@ class PidFile(BlackBoxCase):
         self.sighups = SighupCounter(self)
         self.stand_in("xz", "exit 1")  # only the signal matters
 
-    def check(self, sighups: int, *lines: harness.Line) -> None:
+    def check(self, sighups: int, *lines: Line) -> None:
         """`lines`: besides those of a live log whose compression fails."""
         self.sighups.count = 0
         write_sparse(LIVE_LOG, TEN_MIB + 1)
@@ -326,7 +330,7 @@ class WhileXzRuns(BlackBoxCase):
         LIVE_LOG.rename(SYSLOG / "messages.txt.0")
         write(LIVE_LOG, "third")
 
-    def check_rotation(self, script: str, gate: harness.Gate) -> None:
+    def check_rotation(self, script: str, gate: Gate) -> None:
         write("messages.txt.0", "first")
         write(LIVE_LOG, "second")
         self.stand_in("xz", script)
@@ -345,15 +349,15 @@ class WhileXzRuns(BlackBoxCase):
 
     def test_rotation_before_xz_reads(self) -> None:
         """syslogd rotates just before xz opens the file: xz compresses the wrong one."""
-        gate = harness.Gate("xz")
+        gate = Gate("xz")
         self.check_rotation(f'{gate.script}\nexec /usr/bin/xz "$@"', gate)
 
     def test_rotation_after_xz_has_read(self) -> None:
         """syslogd rotates while xz compresses: the name is another file's by now."""
-        gate = harness.Gate("xz")
+        gate = Gate("xz")
         self.check_rotation(f'/usr/bin/xz "$@"\n{gate.script}', gate)
 
-    def check_moved_away(self, script: str, gate: harness.Gate, *lines: harness.Line) -> None:
+    def check_moved_away(self, script: str, gate: Gate, *lines: Line) -> None:
         write("messages.txt.0", "first")
         self.stand_in("xz", script)
         daemon = self.start(fast_sleep=50)
@@ -370,19 +374,19 @@ class WhileXzRuns(BlackBoxCase):
 
     def test_moved_away_before_xz_reads(self) -> None:
         """The file is renamed and no other has its name: xz fails, the daemon does not."""
-        gate = harness.Gate("xz")
+        gate = Gate("xz")
         self.check_moved_away(f'{gate.script}\nexec /usr/bin/xz "$@"', gate,
                               xz_failed("/perm/logs/syslog/messages.txt.0", 256))
 
     def test_moved_away_after_xz_has_read(self) -> None:
         """The same after xz has compressed it: archived under its new name."""
-        gate = harness.Gate("xz")
+        gate = Gate("xz")
         self.check_moved_away(f'/usr/bin/xz "$@"\n{gate.script}', gate)
 
     def test_written_to(self) -> None:
         """A rotation that grows after xz has read it is compressed again."""
         rotation = write("messages.txt.0", "early ")
-        gate = harness.Gate("xz")
+        gate = Gate("xz")
         self.stand_in("xz", f'/usr/bin/xz "$@"\n{gate.script}')
         daemon = self.start(fast_sleep=50)
         self.wait_until(lambda: gate.is_reached, "xz has compressed the rotation")
@@ -411,7 +415,7 @@ class WhileXzRuns(BlackBoxCase):
     def test_deleted(self) -> None:
         """A rotation that someone deletes meanwhile is in the archive all the same."""
         rotation = write("messages.txt.0", "deleted")
-        gate = harness.Gate("xz")
+        gate = Gate("xz")
         self.stand_in("xz", f'/usr/bin/xz "$@"\n{gate.script}')
         daemon = self.start(fast_sleep=50)
         self.wait_until(lambda: gate.is_reached, "xz has compressed the rotation")
@@ -425,4 +429,4 @@ class WhileXzRuns(BlackBoxCase):
 
 
 if __name__ == "__main__":
-    harness.main()
+    case.main()

@@ -6,10 +6,13 @@ import os
 import re
 from signal import SIGTERM
 
-import harness
-from harness import (ARCHIVE, EMPTY_ARCHIVE, INITIALIZING, LIVE_LOG, RUNNING, SCRATCH,
-                     START_UP_FAILED, SYSLOG, BlackBoxCase, Like, Line, archive, archived, caught,
-                     content_of, error, exiting, write, write_sparse, xz_failed)
+from tests.harness import case
+from tests.harness.case import BlackBoxCase, archive, archive_name, content_of, write, write_sparse
+from tests.harness.daemon import (EMPTY_ARCHIVE, INITIALIZING, RUNNING, SCRATCH, STAND_INS,
+                                  START_UP_FAILED, Like, archived, caught, error, exiting, info,
+                                  xz_failed)
+from tests.harness.log_socket import Line
+from tests.harness.paths import ARCHIVE, LIVE_LOG, SYSLOG
 
 START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
 END = [caught(SIGTERM), exiting(0)]
@@ -105,7 +108,7 @@ class Archiving(BlackBoxCase):
 
     def test_xz_is_missing(self) -> None:
         """xz is not installed: the shell's status, and the rotation stays."""
-        daemon = self.start_and_wait(path=str(harness.STAND_INS))
+        daemon = self.start_and_wait(path=str(STAND_INS))
         self.assertEqual(self.stop(daemon), 1)
         self.assertEqual(self.log.all(), [*START, caught(SIGTERM), xz_failed(
             str(ROTATION), 127 << 8), exiting(1)])
@@ -241,14 +244,14 @@ class Renumbering(BlackBoxCase):
     def test_rename(self) -> None:
         """A rename fails half-way: the start fails, and the next one goes on from there."""
         for boot in (5, 6, 7):
-            write(ARCHIVE / harness.archive_name(boot))
+            write(ARCHIVE / archive_name(boot))
         daemon = self.start(strace=fail(RENAME, "EIO", when=2))
 
         self.assertEqual(self.wait(daemon), 1)
-        renumbering = harness.info("Renumbering boot numbers on archived files.")
+        renumbering = info("Renumbering boot numbers on archived files.")
         self.assertEqual(self.log.all(), [INITIALIZING, renumbering, RENAME_FAILED,
                                           START_UP_FAILED])
-        self.assertEqual(set(content_of(ARCHIVE)), set(map(harness.archive_name, (1, 6, 7))))
+        self.assertEqual(set(content_of(ARCHIVE)), set(map(archive_name, (1, 6, 7))))
 
 
 class Sleep(BlackBoxCase):
@@ -273,4 +276,4 @@ class Sleep(BlackBoxCase):
 
 
 if __name__ == "__main__":
-    harness.main()
+    case.main()

@@ -5,10 +5,12 @@ from __future__ import annotations
 import signal
 from signal import SIGHUP, SIGINT, SIGPIPE, SIGQUIT, SIGTERM
 
-import harness
-from harness import (ARCHIVE_SIZE, EMPTY_ARCHIVE, INITIALIZING, RUNNING, START_UP_FAILED,
-                     STATUS_AFTER, SYSLOG, BlackBoxCase, archive, archived, caught, content_of,
-                     error, exiting, write, xz_failed)
+from tests.harness import case
+from tests.harness.case import BlackBoxCase, Gate, archive, content_of, write
+from tests.harness.daemon import (ARCHIVE_SIZE, EMPTY_ARCHIVE, INITIALIZING, RUNNING,
+                                  START_UP_FAILED, STATUS_AFTER, archived, caught, error, exiting,
+                                  xz_failed)
+from tests.harness.paths import SYSLOG
 
 ROTATION = "/perm/logs/syslog/messages.txt.0"
 START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
@@ -241,7 +243,7 @@ class Failure(BlackBoxCase):
     def test_signal_in_a_start_up_that_fails(self) -> None:
         """SIGTERM during a start-up that then fails: its line, and status 1."""
         write("messages.txt.tmp", "leftover")
-        gate = harness.Gate("xz")
+        gate = Gate("xz")
         self.stand_in("xz", f"{gate.script}\nexit 1")
         daemon = self.start()
         self.wait_until(lambda: gate.is_reached, "xz runs")
@@ -270,4 +272,4 @@ class OtherSignals(BlackBoxCase):
 
 
 if __name__ == "__main__":
-    harness.main()
+    case.main()

@@ -4,10 +4,12 @@ from __future__ import annotations
 import os
 from signal import SIGTERM
 
-import harness
-from harness import (ARCHIVE, EMPTY_ARCHIVE, INITIALIZING, LIVE_LOG, RUNNING, SCRATCH,
-                     SYSLOG, BlackBoxCase, Like, archive, archived, caught, content_of, error,
-                     exiting, write, xz_failed)
+from tests.harness import case
+from tests.harness.case import BlackBoxCase, archive, content_of, write
+from tests.harness.daemon import (EMPTY_ARCHIVE, INITIALIZING, RUNNING, SCRATCH, START_UP_FAILED,
+                                  Like, archived, caught, error, exiting, xz_failed)
+from tests.harness.log_socket import ERROR, Line
+from tests.harness.paths import ARCHIVE, LIVE_LOG, SYSLOG
 
 START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
 END = [caught(SIGTERM), exiting(0)]
@@ -22,7 +24,7 @@ class RotationNames(BlackBoxCase):
         self.assertEqual(archive(), [(1, "archived")])
         self.assertEqual(content_of(SYSLOG), {"messages.txt": "", "archive/": ""})
 
-    def check_kept(self, name: str, *lines: harness.Line) -> None:
+    def check_kept(self, name: str, *lines: Line) -> None:
         """The shell, which has the name as it is, cannot do it: status 1, and the file stays."""
         write(name, "kept")
         self.assertEqual(self.run_once(), [*START, caught(SIGTERM), *lines, exiting(1)])
@@ -136,7 +138,7 @@ class Links(BlackBoxCase):
         self.assertEqual(self.run_once(), [
             INITIALIZING, *[error("loop is not a logging archive file.")] * 2,
             error(Like(r"GetDirSize failure on /perm/logs/syslog/archive: .+")),
-            harness.START_UP_FAILED])
+            START_UP_FAILED])
         self.assertEqual(self.status, 1)
 
 
@@ -202,7 +204,7 @@ class ArchiveNames(BlackBoxCase):
 
         lines = self.run_once()
 
-        self.assertEqual([line for line in lines if line[0] != harness.ERROR],
+        self.assertEqual([line for line in lines if line[0] != ERROR],
                          [*START, caught(SIGTERM), archived("messages.txt.0", 8), exiting(0)])
         self.assertEqual(set(content_of(ARCHIVE)) & set(names), set(names))
         for name in ("notes", "two words", "it's", "line\nbreak", os.fsdecode(b"\xff\xfe")):
@@ -217,4 +219,4 @@ class ArchiveNames(BlackBoxCase):
 
 
 if __name__ == "__main__":
-    harness.main()
+    case.main()

@@ -9,9 +9,10 @@ import sys
 from pathlib import Path
 from typing import NoReturn
 
-import harness
-from harness import (ARCHIVE, LIVE_LOG, SYSLOG, DeviceCase, archive, device, log_lines,
-                     start_settings)
+from tests.harness import case, numbered, services
+from tests.harness.case import Gate, SandboxCase, archive, log_lines
+from tests.harness.daemon import start_settings
+from tests.harness.paths import ARCHIVE, LIVE_LOG, SYSLOG
 
 ROTATION_KB = 16
 LAST = SYSLOG / "messages.txt.9"
@@ -22,11 +23,11 @@ MOVED = re.compile(r"'/perm/logs/syslog/messages\.txt\.\d' was moved while it wa
                    r"A later cycle will archive it\.")
 
 
-class SteppedFlood(device.Flood):
+class SteppedFlood(numbered.Flood):
     """Writes only as many lines as it is told, and waits until syslogd has logged them: then none
     is under way when syslogd is stopped or killed."""
 
-    def __init__(self, test: DeviceCase) -> None:
+    def __init__(self, test: SandboxCase) -> None:
         super().__init__(rate=0)
         self.test = test
         test.addCleanup(self._disconnect)
@@ -42,35 +43,35 @@ class SteppedFlood(device.Flood):
         return taken
 
     def wait_until_logged(self) -> None:
-        self.test.wait_until(lambda: device.has_logged(self.written), f"line {self.written}")
+        self.test.wait_until(lambda: numbered.has_logged(self.written), f"line {self.written}")
 
     def write_until_exists(self, path: Path) -> None:
         while not path.exists():
             self.write(20)
 
 
-class RealSyslogdCase(DeviceCase):
+class RealSyslogdCase(SandboxCase):
 
     def setUp(self) -> None:
         super().setUp()
-        device.set_rotation_size(ROTATION_KB)
+        services.set_rotation_size(ROTATION_KB)
         # A little more than a second from one cycle to the next: no archive name is taken yet.
         Path("/etc/default/vandis-moraine").write_text(start_settings(fast_sleep=9))
         self.addCleanup(self.end_services)
 
     def end_services(self) -> None:
         """At once, whatever they are at."""
-        for service in (device.daemon, device.syslogd):
+        for service in (services.daemon, services.syslogd):
             if service.pid is not None:
                 os.killpg(os.getpgid(service.pid), signal.SIGKILL)
                 self.wait_until(lambda: service.pid is None, "a killed process has ended")
 
     def fail(self, msg: object = None) -> NoReturn:
         """Tells what the device looks like, too."""
-        services = [f"syslogd {device.syslogd.pid}", f"daemon {device.daemon.pid}"]
+        running = [f"syslogd {services.syslogd.pid}", f"daemon {services.daemon.pid}"]
         files = [f"{path.relative_to(SYSLOG)} {path.stat().st_size}"
                  for path in sorted(SYSLOG.rglob("*"))]
-        super().fail("\n  ".join([str(msg), *services, *files, *log_lines()[-20:]]))
+        super().fail("\n  ".join([str(msg), *running, *files, *log_lines()[-20:]]))
 
     def count_archived(self) -> int:
         return len(list(ARCHIVE.iterdir())) if ARCHIVE.exists() else 0
@@ -79,14 +80,14 @@ class RealSyslogdCase(DeviceCase):
         self.wait_until(lambda: self.count_archived() >= count, f"{count} archive files")
 
     def rotations(self) -> list[Path]:
-        return [file.path for file in device.log_files() if file.place == "rotations"]
+        return [file.path for file in numbered.log_files() if file.place == "rotations"]
 
-    def verdict(self, written: int) -> device.Verdict:
+    def verdict(self, written: int) -> numbered.Verdict:
         """Of a device on which nothing runs any more."""
-        files = [file.read() for file in device.log_files()]
+        files = [file.read() for file in numbered.log_files()]
         self.assertEqual([file.path for file in files if file.damaged], [])
         self.assertEqual([file.path for file in files if file.place == "leftovers"], [])
-        return device.judge(written, files)
+        return numbered.judge(written, files)
 
     def assert_nothing_lost(self, written: int) -> None:
         verdict = self.verdict(written)
@@ -98,44 +99,44 @@ class Flooded(RealSyslogdCase):
 
     def test_backlog(self) -> None:
         """A flood that has left a backlog goes on while that is archived."""
-        device.set_rotation_size(128)
-        device.syslogd.start()
-        flood = device.Flood(rate=1500)
+        services.set_rotation_size(128)
+        services.syslogd.start()
+        flood = numbered.Flood(rate=1500)
         self.addCleanup(flood.stop)
         flood.start()
         self.wait_until(lambda: len(self.rotations()) >= 3, "a backlog of three rotations")
 
-        device.daemon.start()
+        services.daemon.start()
         self.wait_until_archived(3)
         flood.stop()
-        self.wait_until(lambda: device.has_logged(flood.written), "the last line")
+        self.wait_until(lambda: numbered.has_logged(flood.written), "the last line")
         self.wait_until(lambda: not self.rotations(), "the backlog is archived")
-        device.daemon.stop()
-        device.syslogd.stop()
+        services.daemon.stop()
+        services.syslogd.stop()
 
         self.assert_nothing_lost(flood.written)
         self.assertEqual(log_lines()[-1], "vandis-moraine exiting with code: 0")
 
     def test_live_log_above_10_mib(self) -> None:
         """A live log that syslogd does not rotate is taken while syslogd writes to it."""
-        device.set_rotation_size(1 << 20)
+        services.set_rotation_size(1 << 20)
         # A hole takes xz so little time that syslogd has not yet opened its new file.
         with LIVE_LOG.open("wb") as live_log:
             live_log.truncate((10 << 20) - 10000)
             live_log.seek(0, os.SEEK_END)
             live_log.write(b"\n")
-        device.syslogd.start()
-        device.daemon.start()
-        flood = device.Flood(rate=2000)
+        services.syslogd.start()
+        services.daemon.start()
+        flood = numbered.Flood(rate=2000)
         self.addCleanup(flood.stop)
         flood.start()
         self.wait_until_archived(1)
         taken = flood.written
         self.wait_until(lambda: flood.written > taken + 1000, "the flood goes on")
         flood.stop()
-        self.wait_until(lambda: device.has_logged(flood.written), "the last line")
-        device.daemon.stop()
-        device.syslogd.stop()
+        self.wait_until(lambda: numbered.has_logged(flood.written), "the last line")
+        services.daemon.stop()
+        services.syslogd.stop()
 
         self.assert_nothing_lost(flood.written)
         self.assertEqual(self.count_archived(), 1)
@@ -147,18 +148,18 @@ class LastRotation(RealSyslogdCase):
 
     def test_stop_and_start(self) -> None:
         """messages.txt.9: syslogd is stopped, the file archived, another syslogd started."""
-        device.syslogd.start()
-        before = device.syslogd.pid
+        services.syslogd.start()
+        before = services.syslogd.pid
         flood = SteppedFlood(self)
         flood.write_until_exists(LAST)
         first = LAST.read_text()
 
-        device.daemon.start()
+        services.daemon.start()
         self.wait_until(lambda: MESSAGES_LOST in log_lines(), "the Error line")
         flood.write(20)
-        self.assertNotIn(device.syslogd.pid, (None, before))
-        device.daemon.stop()
-        device.syslogd.stop()
+        self.assertNotIn(services.syslogd.pid, (None, before))
+        services.daemon.stop()
+        services.syslogd.stop()
 
         self.assertEqual(archive()[0], (1, first))
         self.assertFalse(LAST.exists())
@@ -167,10 +168,10 @@ class LastRotation(RealSyslogdCase):
 
     def test_lines_come_all_the_time(self) -> None:
         """Lines that come meanwhile may be lost, but only there: what the Error line says."""
-        device.syslogd.start()
+        services.syslogd.start()
         flood = SteppedFlood(self)
         flood.write_until_exists(LAST)
-        device.daemon.start()
+        services.daemon.start()
 
         def is_through() -> bool:
             flood.write_if_possible()
@@ -178,8 +179,8 @@ class LastRotation(RealSyslogdCase):
 
         self.wait_until(is_through, "the Error line")
         flood.write(20)
-        device.daemon.stop()
-        device.syslogd.stop()
+        services.daemon.stop()
+        services.syslogd.stop()
 
         verdict = self.verdict(flood.written)
         print(verdict, end=" ", file=sys.stderr, flush=True)
@@ -193,12 +194,12 @@ class Restarts(RealSyslogdCase):
         """The device goes down and comes up three times: the boot numbers rise."""
         flood = SteppedFlood(self)
         for boot in (1, 2, 3):
-            device.syslogd.start()
-            device.daemon.start()
+            services.syslogd.start()
+            services.daemon.start()
             flood.write_until_exists(ROTATION)
             self.wait_until(lambda: boot in [number for number, _ in archive()], "an archive file")
-            device.daemon.stop()
-            device.syslogd.stop()
+            services.daemon.stop()
+            services.syslogd.stop()
 
         self.assertEqual(sorted({number for number, _ in archive()}), [1, 2, 3])
         self.assertEqual(log_lines().count("vandis-moraine exiting with code: 0"), 3)
@@ -206,60 +207,60 @@ class Restarts(RealSyslogdCase):
 
     def test_daemon_alone(self) -> None:
         """The daemon is restarted while lines come all the time."""
-        device.syslogd.start()
-        flood = device.Flood(rate=200)
+        services.syslogd.start()
+        flood = numbered.Flood(rate=200)
         self.addCleanup(flood.stop)
         flood.start()
         for boot in (1, 2, 3):
-            device.daemon.start()
+            services.daemon.start()
             self.wait_until(lambda: boot in [number for number, _ in archive()], "an archive file")
-            device.daemon.stop()
+            services.daemon.stop()
         flood.stop()
-        self.wait_until(lambda: device.has_logged(flood.written), "the last line")
-        device.syslogd.stop()
+        self.wait_until(lambda: numbered.has_logged(flood.written), "the last line")
+        services.syslogd.stop()
 
         self.assert_nothing_lost(flood.written)
 
     def test_killed_while_xz_runs(self) -> None:
         """The daemon and its xz are killed: the next start makes it good."""
         self.stand_in("xz", f'/usr/bin/xz "$@"\n{self.gate.script}')
-        device.syslogd.start()
+        services.syslogd.start()
         flood = SteppedFlood(self)
         flood.write_until_exists(ROTATION)
-        device.daemon.start()
+        services.daemon.start()
         self.wait_until(lambda: self.gate.is_reached, "xz has made its file")
 
-        os.killpg(os.getpgid(device.daemon.pid), signal.SIGKILL)
-        self.wait_until(lambda: device.daemon.pid is None, "the daemon has gone")
+        os.killpg(os.getpgid(services.daemon.pid), signal.SIGKILL)
+        self.wait_until(lambda: services.daemon.pid is None, "the daemon has gone")
         self.assertTrue((SYSLOG / "messages.txt.0.xz").exists())
         self.gate.open()
-        device.daemon.start()
+        services.daemon.start()
         self.wait_until_archived(1)
-        device.daemon.stop()
-        device.syslogd.stop()
+        services.daemon.stop()
+        services.syslogd.stop()
 
         self.assert_nothing_lost(flood.written)
 
     @property
-    def gate(self) -> harness.Gate:
-        return harness.Gate("xz")
+    def gate(self) -> Gate:
+        return Gate("xz")
 
 
 class RotationWhileXzRuns(RealSyslogdCase):
 
-    def check(self, script: str, gate: harness.Gate) -> None:
+    def check(self, script: str, gate: Gate) -> None:
         self.stand_in("xz", script)
-        device.syslogd.start()
+        services.syslogd.start()
         flood = SteppedFlood(self)
         flood.write_until_exists(ROTATION)
-        device.daemon.start()
+        services.daemon.start()
         self.wait_until(lambda: gate.is_reached, "xz runs")
 
         flood.write_until_exists(SYSLOG / "messages.txt.1")
         gate.open()
         self.wait_until(lambda: not self.rotations(), "the rotations are archived")
-        device.daemon.stop()
-        device.syslogd.stop()
+        services.daemon.stop()
+        services.syslogd.stop()
 
         self.assert_nothing_lost(flood.written)
         moved = [line for line in log_lines() if MOVED.fullmatch(line)]
@@ -267,14 +268,14 @@ class RotationWhileXzRuns(RealSyslogdCase):
 
     def test_before_xz_reads(self) -> None:
         """syslogd rotates before xz has opened the file."""
-        gate = harness.Gate("xz")
+        gate = Gate("xz")
         self.check(f'{gate.script}\nexec /usr/bin/xz "$@"', gate)
 
     def test_after_xz_has_read(self) -> None:
         """syslogd rotates after xz has compressed the file."""
-        gate = harness.Gate("xz")
+        gate = Gate("xz")
         self.check(f'/usr/bin/xz "$@"\n{gate.script}', gate)
 
 
 if __name__ == "__main__":
-    harness.main()
+    case.main()

@@ -4,33 +4,32 @@ from __future__ import annotations
 import subprocess
 from pathlib import Path
 
-import harness
-from harness import DeviceCase, device
+from tests.harness import case, services
+from tests.harness.case import SandboxCase
 
-
-class SettingsCase(DeviceCase):
+class SettingsCase(SandboxCase):
 
     def setUp(self) -> None:
         super().setUp()
-        for service in (device.syslogd, device.daemon):
+        for service in (services.syslogd, services.daemon):
             self.addCleanup(self.end, service)
 
-    def end(self, service: device.Service) -> None:
+    def end(self, service: services.Service) -> None:
         self.set(service, "")
         service.stop()
 
-    def set(self, service: device.Service, line: str) -> None:
+    def set(self, service: services.Service, line: str) -> None:
         name = Path(service.script).name[len("S01"):]
         Path(f"/etc/default/{name}").write_text(f"{line}\n")
 
-    def assert_accepted(self, service: device.Service, line: str) -> None:
+    def assert_accepted(self, service: services.Service, line: str) -> None:
         with self.subTest(line):
             self.set(service, line)
             service.start()
             self.assertIsNotNone(service.pid)
             service.stop()
 
-    def assert_refused(self, service: device.Service, line: str, text: str) -> None:
+    def assert_refused(self, service: services.Service, line: str, text: str) -> None:
         with self.subTest(line):
             self.set(service, line)
             done = subprocess.run([service.script, "start"], stdout=subprocess.PIPE, text=True)
@@ -42,10 +41,10 @@ class Syslogd(SettingsCase):
 
     def check(self, name: str, accepted: list[str], refused: list[str], allowed: str) -> None:
         for value in accepted:
-            self.assert_accepted(device.syslogd, f"{name}={value}")
+            self.assert_accepted(services.syslogd, f"{name}={value}")
         for value in refused:
             self.assert_refused(
-                device.syslogd, f"{name}={value}",
+                services.syslogd, f"{name}={value}",
                 f"/etc/default/syslogd-moraine: {name}={value}, but it must be {allowed}\n")
 
     def test_rotation_size(self) -> None:
@@ -56,9 +55,9 @@ class Syslogd(SettingsCase):
         self.check("ROTATIONS", ["1", "10"], ["", "abc", "0", "-1", "11", "100"], "1 to 10")
 
     def test_what_runs_can_be_stopped_but_not_started_anew(self) -> None:
-        for service, wrong in ((device.syslogd, "ROTATIONS=x"), (device.daemon, "NICE_LEVEL=x")):
+        for service, wrong in ((services.syslogd, "ROTATIONS=x"), (services.daemon, "NICE_LEVEL=x")):
             with self.subTest(wrong):
-                device.syslogd.start()
+                services.syslogd.start()
                 self.set(service, "")
                 service.start()
                 self.set(service, wrong)
@@ -73,24 +72,24 @@ class Syslogd(SettingsCase):
 class Daemon(SettingsCase):
 
     def test_niceness(self) -> None:
-        device.syslogd.start()
+        services.syslogd.start()
         for value in ("0", "9", "10", "19"):
-            self.assert_accepted(device.daemon, f"NICE_LEVEL={value}")
+            self.assert_accepted(services.daemon, f"NICE_LEVEL={value}")
         for value in ("", "x", "-", "20", "-21", "100", "1.5"):
             self.assert_refused(
-                device.daemon, f"NICE_LEVEL={value}",
+                services.daemon, f"NICE_LEVEL={value}",
                 f"/etc/default/vandis-moraine: NICE_LEVEL={value}, but it must be -20 to 19\n")
 
     def test_negative_niceness(self) -> None:
         # An ordinary user's device may not have it: start-stop-daemon says so then, not the script.
         for value in ("-1", "-9", "-10", "-20"):
             with self.subTest(value):
-                self.set(device.daemon, f"NICE_LEVEL={value}")
-                done = subprocess.run([device.daemon.script, "start"], stdout=subprocess.PIPE,
+                self.set(services.daemon, f"NICE_LEVEL={value}")
+                done = subprocess.run([services.daemon.script, "start"], stdout=subprocess.PIPE,
                                       text=True)
                 self.assertTrue(done.stdout.startswith("Starting vandis-moraine: "), done.stdout)
-                device.daemon.stop()
+                services.daemon.stop()
 
 
 if __name__ == "__main__":
-    harness.main()
+    case.main()

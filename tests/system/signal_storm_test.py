@@ -7,9 +7,12 @@ import lzma
 import subprocess
 import sys
 
-import harness
-from harness import (ARCHIVE, INITIALIZING, RUNNING, STATUS_AFTER, BlackBoxCase, Line, archive,
-                     archive_name, archived, caught, error, exiting, write)
+from tests.harness import case, waiting
+from tests.harness.case import BlackBoxCase, archive, archive_name, write
+from tests.harness.daemon import (ARCHIVE_SIZE, INITIALIZING, RUNNING, STATUS_AFTER, archived,
+                                  caught, error, exiting)
+from tests.harness.log_socket import Line
+from tests.harness.paths import ARCHIVE
 
 RUNS = 20
 SENDERS = 4
@@ -58,7 +61,7 @@ class Storm(BlackBoxCase):
         for sender in senders:
             print(daemon.pid, file=sender.stdin, flush=True)
         self.status = self.wait(daemon)
-        sent = sum(int(sender.communicate(timeout=harness.limit)[0]) for sender in senders)
+        sent = sum(int(sender.communicate(timeout=waiting.limit)[0]) for sender in senders)
         return sent, self.log.all()[before:]
 
     def start_sender(self, seed: str) -> subprocess.Popen:
@@ -74,7 +77,7 @@ class Storm(BlackBoxCase):
         others = [line for line in lines if line not in statuses]
         strays = {error(f"{stray} is not a logging archive file.") for stray in STRAYS}
         self.assertEqual([line for line in others if line not in strays], [
-            INITIALIZING, harness.ARCHIVE_SIZE, RUNNING, archived("messages.txt.0", boot),
+            INITIALIZING, ARCHIVE_SIZE, RUNNING, archived("messages.txt.0", boot),
             exiting(self.status)])
         self.assertEqual(collections.Counter(line for line in others if line in strays),
                          dict.fromkeys(strays, 3))
@@ -84,4 +87,4 @@ class Storm(BlackBoxCase):
 
 
 if __name__ == "__main__":
-    harness.main()
+    case.main()

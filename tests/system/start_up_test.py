@@ -5,11 +5,13 @@ import lzma
 import shutil
 import signal
 
-import harness
-from harness import (ARCHIVE, ARCHIVE_SIZE, EMPTY_ARCHIVE, INITIALIZING, RUNNING,
-                     START_UP_FAILED, SYSLOG, BlackBoxCase, Like, archive, archive_name, archived,
-                     caught, content_of, error, exiting, info, warning, write, write_sparse,
-                     xz_failed)
+from tests.harness import case
+from tests.harness.case import BlackBoxCase, archive, archive_name, content_of, write, write_sparse
+from tests.harness.daemon import (ARCHIVE_SIZE, EMPTY_ARCHIVE, INITIALIZING, RUNNING, SCRATCH,
+                                  START_UP_FAILED, Like, archived, caught, error, exiting, info,
+                                  warning, xz_failed)
+from tests.harness.log_socket import Line
+from tests.harness.paths import ARCHIVE, SYSLOG
 
 MIB = 1 << 20
 RENUMBERING = info("Renumbering boot numbers on archived files.")
@@ -18,7 +20,7 @@ NO_SYSLOG_FOLDER = warning("Path '/perm/logs/syslog' does not exist.  There is a
                            "syslog, or a mismatch in configurations.")
 
 
-def no_folder(path: str) -> harness.Line:
+def no_folder(path: str) -> Line:
     return error(Like(rf"Exception in CreateDir\({path}\): .+"))
 
 
@@ -72,7 +74,7 @@ class Folders(BlackBoxCase):
 
     def test_link_instead_of_archive(self) -> None:
         """The archive is a link to a folder elsewhere: as good as the folder."""
-        elsewhere = harness.SCRATCH / "elsewhere"
+        elsewhere = SCRATCH / "elsewhere"
         elsewhere.mkdir()
         ARCHIVE.symlink_to(elsewhere)
 
@@ -313,4 +315,4 @@ class SizeLimit(BlackBoxCase):
 
 
 if __name__ == "__main__":
-    harness.main()
+    case.main()

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs the test programs. Each makes itself a private device, by a change of the root, which the root
+# Runs the test programs. Each makes itself a sandbox, by a change of the root, which the root
 # that a kernel unpacks at boot does not allow: so a copy of it on a tmpfs comes first.
 new_root=/tmp/root
 mkdir "$new_root"

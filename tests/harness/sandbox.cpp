@@ -1,4 +1,4 @@
-#include "rig/private_device.h"
+#include "tests/harness/sandbox.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -23,13 +23,13 @@
 #include <string_view>
 #include <system_error>
 
-namespace PrivateDevice {
+namespace Sandbox {
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// Where the machine's root stays reachable while the device is made.
+// Where the machine's root stays reachable while the sandbox is made.
 constexpr const char* Machine = "/machine";
 
 enum class Access { ReadOnly, Writable };
@@ -58,7 +58,7 @@ std::string Advice(int error) {
 }
 
 [[noreturn]] void Refuse(const std::string& reason) {
-    (void)std::fprintf(stderr, "private-device: %s\n", reason.c_str());
+    (void)std::fprintf(stderr, "sandbox: %s\n", reason.c_str());
     _exit(EXIT_FAILURE);
 }
 
@@ -163,7 +163,7 @@ void MakeSystemFolders(std::uint64_t permBytes) {
     Mount("proc", "/proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
 }
 
-void MakeDevice(const Plan& plan) {
+void MakeSandbox(const Plan& plan) {
     (void)umask(022);
     ChangeRoot();
     MakeSystemFolders(plan.permBytes);
@@ -180,7 +180,7 @@ void MakeDevice(const Plan& plan) {
     fs::remove(Machine);
 
     // Lines of the system log carry the name of the machine.
-    constexpr std::string_view HostName = "device";
+    constexpr std::string_view HostName = "sandbox";
     Check(sethostname(HostName.data(), HostName.size()), "cannot set the host name");
     if (chdir(plan.workingFolder.c_str()) != 0) Check(chdir("/"), "cannot enter /");
 }
@@ -250,7 +250,7 @@ int Attend(pid_t child, const sigset_t& attended) {
 // Ends this process with its parent, even one that has gone meanwhile. The parent lies in another
 // PID namespace, where getppid() cannot see it: it holds the other end of `lifeline` instead.
 void EndWithParent(const std::array<int, 2>& lifeline) {
-    Check(prctl(PR_SET_PDEATHSIG, SIGKILL), "cannot tie the device to its parent");
+    Check(prctl(PR_SET_PDEATHSIG, SIGKILL), "cannot tie the sandbox to its parent");
     (void)close(lifeline[1]);
     pollfd parent{lifeline[0], 0, 0};
     if (poll(&parent, 1, 0) > 0) _exit(EXIT_FAILURE);
@@ -277,7 +277,7 @@ void EnterOrThrow(const Options& options) {
     if (init > 0) _exit(Attend(init, attended));
 
     EndWithParent(lifeline);
-    MakeDevice(plan);
+    MakeSandbox(plan);
     const auto command = static_cast<pid_t>(Check(fork(), "cannot fork"));
     if (command > 0) _exit(Attend(command, attended));
 
@@ -299,4 +299,4 @@ void Enter(const Options& options) {
     }
 }
 
-}  // namespace PrivateDevice
+}  // namespace Sandbox

@@ -1,97 +1,24 @@
-"""A private device with the product installed: its services, a writer that floods its log with
-numbered lines, and the count of what became of each of them.
-
-`command` is for outside; everything else works inside the device that it makes.
-"""
+"""Numbered lines: a writer that floods the log with them, and the judge that finds what became of
+each of them."""
 from __future__ import annotations
 
 import array
 import dataclasses
 import lzma
-import os
 import re
 import socket
-import subprocess
 import threading
 import time
 from pathlib import Path
-from typing import BinaryIO, Callable, Iterable, Mapping, Sequence
+from typing import Iterable
 
-ROOT = Path(__file__).resolve().parent.parent
-SYSLOG = Path("/perm/logs/syslog")
-ARCHIVE = SYSLOG / "archive"
-LIVE_LOG = SYSLOG / "messages.txt"
+from tests.harness.paths import ARCHIVE, LIVE_LOG, LOG_SOCKET, SYSLOG
+
 PLACES = ("archive", "rotations", "live log", "leftovers")
 
 # The number stands at both ends: half a line is no line.
 LINE = "<14>flood: line {0} pump {1} pressure {2} kPa flow {3} l/h valve {4} end {0}"
 LINE_PATTERN = re.compile(rb" flood: line (\d+) .* end \1\n")
-
-
-def command(build: Path, busybox: Path, argv: Sequence[str], *, options: Sequence[str] = (),
-            placed: Mapping[str, Path] | None = None) -> list[str]:
-    """The command that runs `argv` in a private device with the product of the folder `build` and
-    BusyBox's syslogd and start-stop-daemon. `options` are private-device's; `placed` are more files
-    by the path where they stand, or others in place of these."""
-    files = {
-        "/sbin/syslogd": busybox,
-        "/sbin/start-stop-daemon": busybox,
-        "/usr/sbin/vandis-moraine": build / "vandis-moraine",
-        "/etc/init.d/S01syslogd-moraine": ROOT / "init/S01syslogd-moraine",
-        "/etc/init.d/S90vandis-moraine": ROOT / "init/S90vandis-moraine",
-        **(placed or {}),
-    }
-    return [str(build / "rig/private-device"), "--bind", str(ROOT), *options,
-            *(f"--place={file}={path}" for path, file in files.items()), "--", *argv]
-
-
-def wait_until(condition: Callable[[], bool], timeout: float) -> bool:
-    """Whether `condition` came true within `timeout` seconds."""
-    deadline = time.monotonic() + timeout
-    while not condition():
-        if time.monotonic() > deadline:
-            return False
-        time.sleep(0.02)
-    return True
-
-
-class Service:
-    """An init script of the device."""
-
-    def __init__(self, script: str, pid_file: str) -> None:
-        self.script = f"/etc/init.d/{script}"
-        self.pid_file = Path(pid_file)
-
-    def _call(self, action: str) -> None:
-        # In a session of its own, out of reach of the terminal's Ctrl-C.
-        done = subprocess.run([self.script, action], stdout=subprocess.PIPE, text=True,
-                              start_new_session=True)
-        if done.returncode != 0:
-            raise RuntimeError(f"{self.script} {action}: {done.stdout.strip()}")
-
-    def start(self) -> None:
-        self._call("start")
-
-    def stop(self) -> None:
-        self._call("stop")
-
-    @property
-    def pid(self) -> int | None:
-        """None if it does not run."""
-        try:
-            pid = int(self.pid_file.read_text())
-        except (FileNotFoundError, ValueError):
-            return None
-        return pid if Path(f"/proc/{pid}").exists() else None
-
-
-syslogd = Service("S01syslogd-moraine", "/var/run/syslogd.pid")
-daemon = Service("S90vandis-moraine", "/var/run/vandis-moraine.pid")
-
-
-def set_rotation_size(kib: int) -> None:
-    """From the next start of syslogd on."""
-    Path("/etc/default/syslogd-moraine").write_text(f"ROTATION_KB={kib}\n")
 
 
 class Flood(threading.Thread):
@@ -130,7 +57,7 @@ class Flood(threading.Thread):
             if self._log is None:
                 self._log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
                 self._log.settimeout(1)  # or a syslogd that hangs would keep `stop` waiting
-                self._log.connect("/dev/log")
+                self._log.connect(str(LOG_SOCKET))
             self._log.send(text.encode())
         except OSError:  # no syslogd, or no longer the one that this socket is connected to
             self._disconnect()
@@ -229,39 +156,3 @@ def has_logged(number: int) -> bool:
         except FileNotFoundError:
             pass
     return False
-
-
-class DaemonLines:
-    """The daemon's own lines of the log as they come, through all rotations."""
-
-    PATTERN = re.compile(rb"^\w+ +\d+ (\S+) \S+ \S+ vandis-moraine: *(.*)\n")
-
-    def __init__(self) -> None:
-        self._files: dict[int, BinaryIO] = {}  # by inode, which stays when syslogd renames them
-
-    def poll(self) -> list[str]:
-        present = set()
-        for log in log_files():
-            if log.place not in ("rotations", "live log"):
-                continue
-            try:
-                file = log.path.open("rb")
-            except FileNotFoundError:
-                continue
-            inode = os.fstat(file.fileno()).st_ino
-            present.add(inode)
-            if self._files.setdefault(inode, file) is not file:
-                file.close()
-        lines = [line for file in self._files.values() for line in self._read(file)]
-        for inode in self._files.keys() - present:
-            self._files.pop(inode).close()
-        return lines
-
-    def _read(self, file: BinaryIO) -> Iterable[str]:
-        for line in file:
-            match = self.PATTERN.match(line)
-            if match:
-                yield b" ".join(match.groups()).decode(errors="replace")
-            elif not line.endswith(b"\n"):
-                file.seek(-len(line), os.SEEK_CUR)  # still being written
-                break

@@ -1,6 +1,5 @@
-#!/usr/bin/env python3
 """Shows that the judge can fail: breaks the product in a copy, one guard at a time, and expects
-tests/faults/run to notice.
+python3 -m tests.faults to notice.
 
 Takes ten minutes. Ends with status 0 if each sabotage was noticed.
 """
@@ -9,16 +8,16 @@ from __future__ import annotations
 import argparse
 import dataclasses
 import re
-import shutil
 import subprocess
 import sys
 import time
-from pathlib import Path
 
-ROOT = Path(__file__).resolve().parents[2]
-TREE = ROOT / "build/faults-sabotage/tree"
-BUILD = ROOT / "build/faults-sabotage/build"
-TARGETS = ("vandis-moraine", "private-device", "faults-preload", "faults-download")
+from tests.harness.paths import ROOT
+from tests.harness.tree import Tree, quietly
+
+FOLDER = ROOT / "build/faults-sabotage"
+BUILD = FOLDER / "build"
+TARGETS = ("vandis-moraine", "sandbox", "faults-preload", "faults-download")
 
 
 @dataclasses.dataclass(frozen=True)
@@ -86,44 +85,27 @@ SABOTAGES = (
 )
 
 
-def quietly(*argv: str) -> str | None:
-    """What a command printed, or nothing if it failed."""
-    done = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    return done.stdout if done.returncode == 0 else None
-
-
-def make_tree() -> None:
-    shutil.rmtree(TREE, ignore_errors=True)
-    shutil.copytree(ROOT, TREE, ignore=shutil.ignore_patterns("build", ".git"))
-    (TREE / "build").mkdir()
-    (TREE / "build/busybox").symlink_to(ROOT / "build/busybox")
-
-
 def build() -> bool:
-    return quietly("cmake", "--build", str(BUILD), "--target", *TARGETS) is not None
+    return quietly("cmake", "--build", str(BUILD), "--target", *TARGETS)
 
 
-def notices(sabotage: Sabotage) -> str:
-    """The first problem that the judge tells of, or nothing."""
-    path = TREE / sabotage.file
-    original = path.read_text()
+def notices(tree: Tree, sabotage: Sabotage) -> str:
+    """Returns the first problem that the judge reports, or nothing."""
+    original = (tree.folder / sabotage.file).read_text()
     if original.count(sabotage.before) != 1:
         sys.exit(f"sabotage: {sabotage.file} no longer has '{sabotage.before}'; see SABOTAGES")
-    path.write_text(original.replace(sabotage.before, sabotage.after))
-    try:
+    with tree.changed(sabotage.file, original.replace(sabotage.before, sabotage.after)):
         if not build():
             sys.exit(f"sabotage: '{sabotage.about}' does not compile; see SABOTAGES")
-        done = subprocess.run([str(TREE / "tests/faults/run"), "--build", str(BUILD), "--scene",
-                               sabotage.scene, "--first-failure"],
-                              stdout=subprocess.PIPE, text=True)
-        problem = re.search(r"^FAILED (.*)\n  (.*)", done.stdout, re.MULTILINE)
-        return f"{problem.group(1)}: {problem.group(2)}" if problem else ""
-    finally:
-        path.write_text(original)
+        done = subprocess.run(
+            ["python3", "-m", "tests.faults", "--build", str(BUILD), "--scene", sabotage.scene,
+             "--first-failure"], cwd=tree.folder, stdout=subprocess.PIPE, text=True)
+    problem = re.search(r"^FAILED (.*)\n  (.*)", done.stdout, re.MULTILINE)
+    return f"{problem.group(1)}: {problem.group(2)}" if problem else ""
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(prog="tests/faults/sabotage", description=__doc__,
+    parser = argparse.ArgumentParser(prog="python3 -m tests.faults.sabotage", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--only", default="", metavar="TEXT", help="those with TEXT in their names")
     parser.add_argument("--list", action="store_true", help="list them and do nothing")
@@ -134,16 +116,16 @@ def main() -> int:
         return 0
 
     print("Building the unchanged copy ...", flush=True)
-    make_tree()
-    configured = quietly("cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja",
+    tree = Tree(FOLDER / "tree")
+    configured = quietly("cmake", "-S", str(tree.folder), "-B", str(BUILD), "-G", "Ninja",
                          "-DCMAKE_BUILD_TYPE=Release")
-    if configured is None or not build():
-        sys.exit("sabotage: the unchanged copy does not build; run tests/faults/run first")
+    if not configured or not build():
+        sys.exit("sabotage: the unchanged copy does not build; run python3 -m tests.faults first")
 
     missed = 0
     for each in chosen:
         start = time.monotonic()
-        problem = notices(each)
+        problem = notices(tree, each)
         missed += not problem
         print(f"{'noticed' if problem else 'MISSED'}: {each.about} "
               f"({each.scene}, {time.monotonic() - start:.0f} s)", flush=True)

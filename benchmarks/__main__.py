@@ -14,20 +14,12 @@ import sys
 from pathlib import Path
 from typing import Any, Callable, Mapping
 
-ROOT = Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(ROOT / "rig"))
+from benchmarks import archiving, footprint, idle, load, plot, report, scale
+from benchmarks.measure import Row
+from tests.harness import sandbox
+from tests.harness.paths import DAEMON, ROOT
 
-import archiving
-import device
-import footprint
-import idle
-import load
-import plot
-import report
-import scale
-from measure import Row
-
-# What runs in a device of its own, by name.
+# What runs in a sandbox of its own, by name.
 INSIDE: Mapping[str, Callable[..., dict]] = {
     "archiving": archiving.measure,
     "idle": idle.measure,
@@ -46,8 +38,7 @@ class Builds:
     dynamic: Path = ROOT / "build/release-dynamic"
     arm_static: Path = ROOT / "build/aarch64"
     arm_dynamic: Path = ROOT / "build/aarch64-dynamic"
-    fast_sleep: Path = ROOT / "build/release-dynamic/tests/system/libfast_sleep.so"
-    busybox: Path = ROOT / "build/busybox/busybox"
+    fast_sleep: Path = ROOT / "build/release-dynamic/tests/harness/libfast_sleep.so"
 
 
 def parse_arguments() -> argparse.Namespace:
@@ -65,8 +56,8 @@ def parse_arguments() -> argparse.Namespace:
     return arguments
 
 
-class Device:
-    """Runs one of `INSIDE` in a private device, at once; `result` waits for it."""
+class Sandbox:
+    """Runs one of `INSIDE` in a sandbox, at once; `result` waits for it."""
 
     def __init__(self, builds: Builds, work: str, disk: Path | None = None,
                  daemon: Path | None = None, **arguments: Any) -> None:
@@ -76,14 +67,13 @@ class Device:
         placed = {"/usr/sbin/engine": tools / "engine", "/usr/sbin/floor": tools / "floor",
                   "/usr/sbin/logrotate": Path("/usr/sbin/logrotate")}
         if daemon:
-            placed["/usr/sbin/vandis-moraine"] = daemon
+            placed[DAEMON] = daemon
             placed[idle.FAST_SLEEP] = builds.fast_sleep
-        argv = ["python3", "-B", str(Path(__file__).resolve()), "--inside",
-                json.dumps([work, arguments])]
+        argv = sandbox.python("benchmarks", "--inside", json.dumps([work, arguments]))
         self._process = subprocess.Popen(
-            device.command(builds.static, builds.busybox, argv, placed=placed,
-                           options=[f"--bind-rw={disk}"] if disk else []),
-            stdout=subprocess.PIPE, text=True, env={**os.environ, "XZ_DEFAULTS": xz_defaults()})
+            sandbox.command(builds.static, argv, placed=placed,
+                            options=[f"--bind-rw={disk}"] if disk else []),
+            cwd=ROOT, stdout=subprocess.PIPE, text=True, env={**os.environ, "XZ_DEFAULTS": xz_defaults()})
         self._work = work
 
     def result(self) -> dict:
@@ -117,22 +107,22 @@ def machine() -> str:
 def add_idle(results: dict[str, Any], quick: bool, builds: Builds) -> None:
     """Several starts of the daemon and of its peers, at the same time."""
     starts = 1 if quick else 3
-    devices = [Device(builds, "idle", quick=quick, own_name="static", with_peers=True,
+    sandboxes = [Sandbox(builds, "idle", quick=quick, own_name="static", with_peers=True,
                       with_cycle=number == 0) for number in range(starts)]
-    devices += [Device(builds, "idle", daemon=builds.dynamic / "vandis-moraine", quick=quick,
+    sandboxes += [Sandbox(builds, "idle", daemon=builds.dynamic / "vandis-moraine", quick=quick,
                        own_name="dynamic", with_peers=False, with_cycle=number == 0)
                 for number in range(starts)]
     rows: dict[tuple[str, str], dict] = {}
     idlers: dict[str, list[dict]] = {}
-    for device_result in [each.result() for each in devices]:
-        for row in device_result.pop("rows"):
+    for result in [each.result() for each in sandboxes]:
+        for row in result.pop("rows"):
             first = rows.setdefault((row["what"], row["peer_name"]), row)
             if first is not row:
                 first["ours"] += row["ours"]
                 first["peer"] += row["peer"]
-        for name, figures in device_result.pop("idlers").items():
+        for name, figures in result.pop("idlers").items():
             idlers.setdefault(name, []).append(figures)
-        results.update(device_result)
+        results.update(result)
     results["rows"] += rows.values()
     results["idlers"] = {
         name: {field: statistics.median(figures[field] for figures in samples)
@@ -159,11 +149,11 @@ def measure(sections: list[str], quick: bool, disk: Path, builds: Builds) -> dic
     for section in ("archiving", "scale"):
         for place in (None, disk):
             if section in sections and not (quick and place):
-                add(Device(builds, section, place, quick=quick).result())
+                add(Sandbox(builds, section, place, quick=quick).result())
     if "load" in sections:
-        results["load"] = add(Device(builds, "load", quick=quick).result())["table"]
+        results["load"] = add(Sandbox(builds, "load", quick=quick).result())["table"]
         if not quick:
-            floods = [Device(builds, "flood", factor=factor, duration=130) for factor in (0.9, 2)]
+            floods = [Sandbox(builds, "flood", factor=factor, duration=130) for factor in (0.9, 2)]
             results["floods"] = [add(each.result()) for each in floods]
     return results
 

@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """Makes small changes in a copy of the product, one at a time, and reports those that the tests do
 not notice.
 
@@ -14,15 +13,14 @@ import dataclasses
 import os
 import random
 import re
-import shutil
-import subprocess
 import sys
 import time
-from pathlib import Path
 
-ROOT = Path(__file__).resolve().parents[2]
-TREE = ROOT / "build/mutation/tree"
-BUILD = ROOT / "build/mutation/build"
+from tests.harness.paths import ROOT
+from tests.harness.tree import Tree, quietly
+
+FOLDER = ROOT / "build/mutation"
+BUILD = FOLDER / "build"
 EQUIVALENT = ROOT / "tests/mutation/equivalent"
 # Each knows those before it.
 FOLDERS = ("util", "logging", "futils", "logfileutils", "rotate", "daemon")
@@ -97,24 +95,6 @@ def mutants() -> list[Mutant]:
     return [mutant for mutant in found if mutant.key not in equivalent]
 
 
-def make_tree() -> None:
-    shutil.rmtree(TREE, ignore_errors=True)
-    # All as of now: what is built of the last run's last change is older.
-    shutil.copytree(ROOT, TREE, ignore=shutil.ignore_patterns("build", ".git"),
-                    copy_function=shutil.copy)
-    (TREE / "build").mkdir()
-    (TREE / "build/busybox").symlink_to(ROOT / "build/busybox")  # the system tests' syslogd
-
-
-def quietly(*argv: str, timeout: float | None = None) -> bool:
-    """Whether the command succeeds in time."""
-    try:
-        return subprocess.run(argv, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                              timeout=timeout).returncode == 0
-    except subprocess.TimeoutExpired:
-        return False
-
-
 def build() -> bool:
     return quietly("cmake", "--build", str(BUILD))
 
@@ -128,23 +108,18 @@ def passes(folder: str) -> bool:
             and quietly(*ctest, "-L", "system", timeout=900))
 
 
-def judge(mutant: Mutant) -> str:
+def judge(tree: Tree, mutant: Mutant) -> str:
     """"noticed", "not noticed", or "invalid" for one that does not compile."""
-    path = TREE / mutant.file
-    original = path.read_text()
-    lines = original.splitlines(keepends=True)
+    lines = (tree.folder / mutant.file).read_text().splitlines(keepends=True)
     lines[mutant.line - 1] = mutant.after + "\n"
-    path.write_text("".join(lines))
-    try:
+    with tree.changed(mutant.file, "".join(lines)):
         if not build():
             return "invalid"
         return "not noticed" if passes(mutant.file.split("/")[0]) else "noticed"
-    finally:
-        path.write_text(original)
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(prog="tests/mutation/run", description=__doc__,
+    parser = argparse.ArgumentParser(prog="python3 -m tests.mutation", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--sample", type=int, default=100, metavar="N",
                         help="try N changes, chosen at random (100)")
@@ -164,8 +139,8 @@ def main() -> int:
         return 0
 
     print("Building the unchanged copy ...", flush=True)
-    make_tree()
-    configured = quietly("cmake", "-S", str(TREE), "-B", str(BUILD), "-G", "Ninja",
+    tree = Tree(FOLDER / "tree")
+    configured = quietly("cmake", "-S", str(tree.folder), "-B", str(BUILD), "-G", "Ninja",
                          "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS=-g0")
     if not (configured and build() and passes(FOLDERS[0])):
         print("mutation: the unchanged copy does not pass; run ./test first", file=sys.stderr)
@@ -174,7 +149,7 @@ def main() -> int:
     counts = {"noticed": 0, "not noticed": 0, "invalid": 0}
     start = time.monotonic()
     for done, mutant in enumerate(chosen, 1):
-        result = judge(mutant)
+        result = judge(tree, mutant)
         counts[result] += 1
         if result == "not noticed":
             print(f"NOT NOTICED {mutant}", flush=True)

@@ -1,7 +1,7 @@
-// A private device: the fixed paths of the real one (/perm, /etc/init.d, /dev/log ...) for the
+// A sandbox: the fixed paths of the real device (/perm, /etc/init.d, /dev/log ...) for the
 // calling process and what it starts, made of namespaces. The machine itself is never touched.
 //
-// Inside, /usr/sbin (also known as /sbin) and /etc are the device's own and hold only what is
+// Inside, /usr/sbin (also known as /sbin) and /etc are the sandbox's own and hold only what is
 // placed there; the rest of the machine's programs and libraries are visible but read-only. The
 // root is a writable tmpfs, /perm a tmpfs of its own. Works for root, and for an ordinary user
 // where user namespaces are allowed: the caller is root inside either way.
@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-namespace PrivateDevice {
+namespace Sandbox {
 
-// A file of the machine that stands, read-only, at a path of the device; what is already visible
+// A file of the machine that stands, read-only, at a path of the sandbox; what is already visible
 // at that path is covered.
 struct Placement {
     std::string file;
@@ -27,10 +27,10 @@ struct Options {
     std::vector<Placement> placed;
 };
 
-// Returns inside a fresh device, in a new process; the calling one waits for it and exits with its
+// Returns inside a fresh sandbox, in a new process; the calling one waits for it and exits with its
 // exit status (128 + the number of the signal that killed it), passing SIGTERM, SIGINT, SIGHUP and
-// SIGQUIT on. Everything started inside ends with that process. Where the device cannot be made,
+// SIGQUIT on. Everything started inside ends with that process. Where the sandbox cannot be made,
 // says why in one line and exits with status 1. Call it before any thread starts.
 void Enter(const Options& options);
 
-}  // namespace PrivateDevice
+}  // namespace Sandbox

@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """Makes faults from outside in the release, one at a time, and checks that nothing is lost. It is the
 release with shared libraries (release-dynamic), since what makes allocations fail is preloaded.
 
@@ -25,25 +24,22 @@ import time
 from pathlib import Path
 from typing import Any
 
-ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "rig"))
-
-import device
-from endurance import ENDURANCE
-from inject import Fault
-from scenes import SCENES
+from tests.faults.endurance import ENDURANCE
+from tests.faults.inject import Fault
+from tests.faults.scenes import SCENES
+from tests.harness import sandbox
+from tests.harness.paths import ROOT
 
 ALL_SCENES = {**SCENES, **ENDURANCE}
 
 HERE = Path(__file__).resolve().parent
-BUSYBOX = ROOT / "build/busybox/busybox"
 PRESET = "release-dynamic"
 SPREAD = 400
-TARGETS = ("vandis-moraine", "private-device", "faults-preload", "faults-download")
+TARGETS = ("vandis-moraine", "sandbox", "faults-preload", "faults-download")
 
 
 class Worker:
-    """A private device, and the process in it that makes faults."""
+    """A sandbox, and the process in it that makes faults."""
 
     def __init__(self, build: Path) -> None:
         placed = {
@@ -51,10 +47,9 @@ class Worker:
             "/opt/faults/download": build / "tests/faults/faults-download",
             "/etc/init.d/S01syslogd-moraine": HERE / "stand-ins/S01syslogd-moraine",
         }
-        command = device.command(build, BUSYBOX, ["python3", str(HERE / "worker.py")],
-                                 placed=placed)
+        command = sandbox.command(build, sandbox.python("tests.faults.worker"), placed=placed)
         # In a session of its own: Ctrl-C is for this program, which then ends the workers.
-        self._process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+        self._process = subprocess.Popen(command, cwd=ROOT, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                          text=True, start_new_session=True)
 
     def ask(self, **request: Any) -> Any:
@@ -64,7 +59,7 @@ class Worker:
             self._process.stdin.flush()
             return json.loads(self._process.stdout.readline())
         except (BrokenPipeError, json.JSONDecodeError):
-            sys.exit(f"tests/faults/run: a worker has ended at {request}; see above for why")
+            sys.exit(f"python3 -m tests.faults: a worker has ended at {request}; see above for why")
 
     def end(self) -> None:
         self._process.kill()  # the device ends with it
@@ -174,7 +169,7 @@ def print_failure(fault: Fault, answer: dict[str, Any]) -> None:
     print(f"FAILED {ALL_SCENES[fault.scene].about}: {fault.place} {fault.kind}")
     for problem in answer["problems"]:
         print(f"  {problem}")
-    print(f"  to repeat it: tests/faults/run {fault}", flush=True)
+    print(f"  to repeat it: python3 -m tests.faults {fault}", flush=True)
 
 
 def print_table(tallies: dict[str, Tally]) -> None:
@@ -232,7 +227,7 @@ def choose_faults(workers: Workers, arguments: argparse.Namespace) -> list[Fault
 
 
 def parse_arguments() -> argparse.Namespace:
-    parser = argparse.ArgumentParser(prog="tests/faults/run", description=__doc__,
+    parser = argparse.ArgumentParser(prog="python3 -m tests.faults", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--full", action="store_true", help="make all faults")
     parser.add_argument("--scene", action="append", choices=list(ALL_SCENES), metavar="NAME",
@@ -247,7 +242,7 @@ def parse_arguments() -> argparse.Namespace:
                         help="list the scenes, or the calls of the given one")
     parser.add_argument("--first-failure", action="store_true", help="end at the first failure")
     parser.add_argument("--seed", type=int, default=1, help="of the spread (1)")
-    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="private devices at once")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="sandboxes at once")
     parser.add_argument("--build", type=Path,
                         help="use what is built in this folder (build/release-dynamic, built first)")
     arguments = parser.parse_args()
@@ -268,7 +263,7 @@ def built(folder: Path | None) -> Path:
         done = subprocess.run(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                               text=True)
         if done.returncode != 0:
-            sys.exit(f"{done.stdout}tests/faults/run: '{' '.join(command)}' failed")
+            sys.exit(f"{done.stdout}python3 -m tests.faults: '{' '.join(command)}' failed")
     return ROOT / "build" / PRESET
 
 
@@ -279,7 +274,7 @@ def main() -> int:
         list_scenes()
         return 0
     if shutil.which("strace") is None:
-        sys.exit("tests/faults/run: there is no strace; rig/install-packages test installs it")
+        sys.exit("python3 -m tests.faults: there is no strace; rig/install-packages test installs it")
     is_single = arguments.call or arguments.list
     workers = Workers(1 if is_single else arguments.jobs, built(arguments.build))
     try:

@@ -78,7 +78,9 @@ class Device(Emulator):
 
 
 @dataclasses.dataclass
-class Bench:
+class Fixture:
+    """An image, a disk, and the devices that boot with them."""
+
     image: images.Image
     folder: Path
     random: random.Random

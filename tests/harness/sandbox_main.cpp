@@ -1,4 +1,4 @@
-// private-device: runs a command inside a private device.
+// sandbox: runs a command inside a sandbox.
 
 #include <getopt.h>
 #include <unistd.h>
@@ -15,26 +15,26 @@
 #include <string_view>
 #include <system_error>
 
-#include "rig/private_device.h"
+#include "tests/harness/sandbox.h"
 
 namespace {
 
 constexpr const char* Usage =
-    "Usage: private-device [OPTION]... [--] COMMAND [ARGUMENT]...\n"
+    "Usage: sandbox [OPTION]... [--] COMMAND [ARGUMENT]...\n"
     "\n"
-    "Runs COMMAND inside a private device: a root of its own with an own /perm, /etc,\n"
+    "Runs COMMAND inside a sandbox: a root of its own with an own /perm, /etc,\n"
     "/usr/sbin, /dev, /run, /var and /tmp, and an own process table. The machine's other\n"
     "programs and libraries are visible, read-only. Nothing outlives COMMAND, whose exit\n"
-    "status is that of private-device.\n"
+    "status is that of sandbox.\n"
     "\n"
     "  --perm-size BYTES   size of /perm (2147483648)\n"
     "  --bind DIR          DIR of the machine is visible at the same path, read-only\n"
     "  --bind-rw DIR       the same, writable\n"
-    "  --place FILE=PATH   FILE of the machine stands at PATH of the device, read-only\n"
+    "  --place FILE=PATH   FILE of the machine stands at PATH of the sandbox, read-only\n"
     "  --help              print this\n";
 
 [[noreturn]] void RefuseArguments(const std::string& reason) {
-    (void)std::fprintf(stderr, "private-device: %s (see --help)\n", reason.c_str());
+    (void)std::fprintf(stderr, "sandbox: %s (see --help)\n", reason.c_str());
     std::exit(EXIT_FAILURE);
 }
 
@@ -47,7 +47,7 @@ std::uint64_t ParseSize(std::string_view text) {
     return bytes;
 }
 
-PrivateDevice::Placement ParsePlacement(std::string_view text) {
+Sandbox::Placement ParsePlacement(std::string_view text) {
     const std::size_t equals = text.rfind('=');
     if (equals == std::string_view::npos) {
         RefuseArguments("'" + std::string(text) + "' is not FILE=PATH");
@@ -55,14 +55,14 @@ PrivateDevice::Placement ParsePlacement(std::string_view text) {
     return {std::string(text.substr(0, equals)), std::string(text.substr(equals + 1))};
 }
 
-PrivateDevice::Options ParseArguments(int argc, char** argv) {
+Sandbox::Options ParseArguments(int argc, char** argv) {
     constexpr std::array<option, 6> Known{{{"perm-size", required_argument, nullptr, 's'},
                                            {"bind", required_argument, nullptr, 'b'},
                                            {"bind-rw", required_argument, nullptr, 'w'},
                                            {"place", required_argument, nullptr, 'p'},
                                            {"help", no_argument, nullptr, 'h'},
                                            {nullptr, 0, nullptr, 0}}};
-    PrivateDevice::Options options;
+    Sandbox::Options options;
     // "+": what follows COMMAND belongs to it.
     for (int found = 0; (found = getopt_long(argc, argv, "+h", Known.data(), nullptr)) != -1;) {
         switch (found) {
@@ -92,11 +92,10 @@ PrivateDevice::Options ParseArguments(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const PrivateDevice::Options options = ParseArguments(argc, argv);
+    const Sandbox::Options options = ParseArguments(argc, argv);
     char** const command = argv + optind;
-    PrivateDevice::Enter(options);
+    Sandbox::Enter(options);
     (void)execvp(command[0], command);
-    (void)std::fprintf(stderr, "private-device: cannot run %s: %s\n", command[0],
-                       std::strerror(errno));
+    (void)std::fprintf(stderr, "sandbox: cannot run %s: %s\n", command[0], std::strerror(errno));
     return 127;
 }

@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """The device tests. See --help."""
 from __future__ import annotations
 
@@ -15,14 +14,12 @@ import time
 from pathlib import Path
 from typing import Callable, Union
 
-ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT))
-
-from rig.emulator import image as images  # noqa: E402
-from rig.emulator.packages import FetchError  # noqa: E402
-from rig.emulator.product import BuildError  # noqa: E402
-from tests.device import bench, boots, cuts, faults, limits, unit, without_syncs  # noqa: E402
-from tests.device.tally import Tally  # noqa: E402
+from rig.emulator import image as images
+from rig.emulator.packages import FetchError
+from rig.emulator.product import BuildError
+from tests.device import boots, cuts, faults, fixture, limits, unit, without_syncs
+from tests.device.tally import Tally
+from tests.harness.paths import ROOT
 
 DESCRIPTION = """\
 Tests the product on the emulated device (see ./device): boots and shutdowns with log traffic,
@@ -36,7 +33,7 @@ builds the device. The status is 0 only if nothing was lost."""
 @dataclasses.dataclass
 class Case:
     name: str
-    run: Callable[[bench.Bench], Union[str, Tally]]
+    run: Callable[[fixture.Fixture], Union[str, Tally]]
 
 
 def chain(count: int) -> Case:
@@ -86,7 +83,7 @@ class Runner:
 
     def _run_case(self, number: int, case: Case) -> None:
         folder = Path(tempfile.mkdtemp(dir=self.folder))
-        given = bench.Bench(self.image, folder, random.Random(f"{self.seed} {number}"))
+        given = fixture.Fixture(self.image, folder, random.Random(f"{self.seed} {number}"))
         start = time.monotonic()
         try:
             result = case.run(given)
@@ -109,7 +106,7 @@ class Runner:
 
 def parse() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
-        prog="tests/device/run", description=DESCRIPTION,
+        prog="python3 -m tests.device", description=DESCRIPTION,
         formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--full", action="store_true",
                         help="200 power cuts, and the unit tests on the device (half an hour)")
@@ -160,7 +157,7 @@ def main() -> int:
     options = parse()
     cases = cases_of(options)
     if not cases:
-        sys.exit(f"tests/device/run: no case has the word {options.only!r} in its name")
+        sys.exit(f"python3 -m tests.device: no case has the word {options.only!r} in its name")
     subprocess.run([str(ROOT / "rig/install-packages"), "device"], check=True)
     image = without_syncs.make_image() if options.without_syncs else images.make()
     folder = images.FOLDER / "tests"
@@ -176,8 +173,8 @@ if __name__ == "__main__":
     try:
         sys.exit(main())
     except KeyboardInterrupt:
-        sys.exit("tests/device/run: interrupted")
+        sys.exit("python3 -m tests.device: interrupted")
     except (FetchError, BuildError) as error:
-        sys.exit(f"tests/device/run: {error}")
+        sys.exit(f"python3 -m tests.device: {error}")
     except subprocess.CalledProcessError as error:  # The command has said why.
         sys.exit(error.returncode)
