@@ -257,17 +257,27 @@ void EndWithParent(const std::array<int, 2>& lifeline) {
     (void)close(lifeline[0]);
 }
 
+// A shell without job control starts background commands with SIGINT and SIGQUIT ignored. No test
+// may depend on how it was started.
+void UseDefaultSignals() {
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM}) {
+        (void)signal(number, SIG_DFL);
+    }
+    sigset_t none;
+    (void)sigemptyset(&none);
+    (void)sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 void EnterOrThrow(const Options& options) {
     const Plan plan = MakePlan(options);
     (void)std::fflush(nullptr);  // or the buffers would be written once by each process
 
     sigset_t attended;
-    sigset_t before;
     (void)sigemptyset(&attended);
     for (const int number : {SIGCHLD, SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
         (void)sigaddset(&attended, number);
     }
-    (void)sigprocmask(SIG_BLOCK, &attended, &before);
+    (void)sigprocmask(SIG_BLOCK, &attended, nullptr);
     (void)signal(SIGCHLD, SIG_DFL);  // an inherited SIG_IGN would hide the exit status
 
     EnterNamespaces();
@@ -281,7 +291,7 @@ void EnterOrThrow(const Options& options) {
     const auto command = static_cast<pid_t>(Check(fork(), "cannot fork"));
     if (command > 0) _exit(Attend(command, attended));
 
-    (void)sigprocmask(SIG_SETMASK, &before, nullptr);
+    UseDefaultSignals();
     (void)setenv("PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
     (void)setenv("HOME", "/root", 1);
     (void)unsetenv("TMPDIR");

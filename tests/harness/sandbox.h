@@ -29,8 +29,9 @@ struct Options {
 
 // Returns inside a fresh sandbox, in a new process; the calling one waits for it and exits with its
 // exit status (128 + the number of the signal that killed it), passing SIGTERM, SIGINT, SIGHUP and
-// SIGQUIT on. Everything started inside ends with that process. Where the sandbox cannot be made,
-// says why in one line and exits with status 1. Call it before any thread starts.
+// SIGQUIT on. Inside, these have their default actions, and no signal is blocked. Everything
+// started inside ends with that process. Where the sandbox cannot be made, prints why in one line
+// and exits with status 1. Call it before any thread starts.
 void Enter(const Options& options);
 
 }  // namespace Sandbox
