@@ -45,13 +45,19 @@ install(CODE [[
     endforeach()
 ]] COMPONENT systemd ${systemd_only_by_name})
 
-# All headers stand below one folder, so that a program includes <vandis-moraine/rotate/rotate.h>
-# and no header of another library can be meant.
+# All headers stand below one folder, so that a program includes <vandis-moraine/rotate/rotate.h>.
+# Installed, they include each other by that folder, too: no header of another library can be meant.
 foreach(header IN ITEMS
         daemon/moraine.h futils/futils.h logfileutils/log_file_utils.h logging/logging.h
-        rotate/rotate.h util/elapsed_time.h util/encode.h util/format.h util/parse.h util/util.h)
+        rotate/rotate.h util/elapsed_time.h util/encode.h util/format.h util/obscure.h
+        util/parse.h util/util.h)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${header})
+    file(READ ${header} text)
+    string(REPLACE "#include \"" "#include \"vandis-moraine/" text "${text}")
+    set(installed ${PROJECT_BINARY_DIR}/include/vandis-moraine/${header})
+    file(CONFIGURE OUTPUT ${installed} CONTENT "${text}" @ONLY)
     cmake_path(GET header PARENT_PATH folder)
-    install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vandis-moraine/${folder}
+    install(FILES ${installed} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vandis-moraine/${folder}
             COMPONENT development)
 endforeach()
 

@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "daemon/moraine.h"
+#include "daemon/presence.h"
 #include "daemon/sleep.h"
 #include "daemon/stop_signals.h"
 #include "logging/logging.h"
@@ -10,8 +11,7 @@
 
 namespace {
 
-// Runs a step of the engine. Returns true if it fails; an exception that leaves it is a failure,
-// too.
+// Runs a step of the engine. Returns true if it fails or throws.
 bool StepFails(Rotate& rotate, bool (Rotate::*step)(), const char* name) {
     try {
         return (rotate.*step)();
@@ -29,6 +29,14 @@ int main() {
     Log::Info("%s initializing.", Moraine::Name.c_str());
     InstallStopSignals();
 
+    const Daemon::Presence presence;
+    if (presence.IsTaken()) {
+        Log::Error("%s is running already: another process has locked %s.", Moraine::Name.c_str(),
+                   Moraine::LockPfe.c_str());
+        LogCaughtSignals();
+        return 1;
+    }
+
     Rotate rotate;
     if (StepFails(rotate, &Rotate::Init, "start-up")) {
         Log::Error("%s could not initialize logging rotation subsystem and will now exit.",
@@ -36,6 +44,8 @@ int main() {
         LogCaughtSignals();
         return 1;
     }
+
+    presence.PublishBootNum(rotate.GetBootNum());
 
     // A stop signal until here was logged, but does not stop the daemon: init sends another.
     Log::Info("%s running.", Moraine::Name.c_str());

@@ -26,10 +26,14 @@ const std::string ArchStopCmd = ArchInit.native() + " stop";
 const std::string ArchStartCmd = ArchInit.native() + " start";
 const path SyslogFirstRot = SyslogPfe.native() + ".0";
 
+const path LockPfe = "/var/run/vandis-moraine.lock";
+const path BootNumPfe = "/var/run/vandis-moraine.boot";
+
 const path TmpPath = "/tmp";
 const path SyslogTarFn = "syslog.tar";
 const path SyslogTarPfe = TmpPath / SyslogTarFn;
 const path SyslogTmpPfe = TmpPath / (SyslogFn.native() + TxtExt.native());
+const path DownloadLockPfe = "/var/run/vandis-moraine-download.lock";
 const std::string CdTmpCmd = "cd " + TmpPath.native() + ";";
 const std::string XzCmd = CdTmpCmd + " xz -zf ";
 const std::string CdTmpTarCreateCmd =

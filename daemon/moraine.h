@@ -14,6 +14,11 @@ namespace Moraine {
 // The daemon's name in its log lines.
 extern const std::string Name;
 
+// Limits.
+inline constexpr unsigned short MaxBootNum = 999;                     // has three digits
+inline constexpr unsigned long MaxArchiveSize = 1UL << 30;            // bytes
+inline constexpr unsigned long MaxDownloadSize = 15UL * 1024 * 1024;  // bytes
+
 extern const std::filesystem::path XzExt;
 extern const std::filesystem::path TmpExt;  // a live log that is being archived
 extern const std::filesystem::path TxtExt;
@@ -36,11 +41,16 @@ extern const std::filesystem::path ArchInit;
 extern const std::string ArchStopCmd;
 extern const std::string ArchStartCmd;
 
+// What a running daemon leaves: the lock that keeps a second one away, and its boot number.
+extern const std::filesystem::path LockPfe;
+extern const std::filesystem::path BootNumPfe;
+
 // The download, and the commands that pack it. A command that ends in a blank expects a file name.
 extern const std::filesystem::path TmpPath;
 extern const std::filesystem::path SyslogTarFn;
 extern const std::filesystem::path SyslogTarPfe;
 extern const std::filesystem::path SyslogTmpPfe;
+extern const std::filesystem::path DownloadLockPfe;  // held while one is packed
 extern const std::string CdTmpCmd;
 extern const std::string XzCmd;
 extern const std::string CdTmpTarCreateCmd;

@@ -1,27 +1,11 @@
 // Creating, measuring and listing directories.
 #include <exception>
-#include <utility>
 
 #include "futils/directory_walk.h"
 #include "futils/futils.h"
 #include "logging/logging.h"
 
 namespace fs = std::filesystem;
-
-namespace {
-
-// Inserts `name`, in the memory of one of the `used` ones as long as there are any.
-void Insert(std::set<std::string>& names, const char* name, std::set<std::string>& used) {
-    if (used.empty()) {
-        names.emplace(name);
-        return;
-    }
-    auto node = used.extract(used.begin());
-    node.value() = name;
-    names.insert(std::move(node));
-}
-
-}  // namespace
 
 bool Futils::CreateDir(const std::string& dir) {
     if (PathExists(dir)) return false;
@@ -49,7 +33,7 @@ bool Futils::CreatePath(const std::string& dir) {
 bool Futils::GetDirSize(const fs::path& dir, unsigned long& size) {
     size = 0;
     try {
-        DirectoryWalk walk(dir.c_str());
+        DirectoryWalk walk(dir);
         while (walk.Next()) size += walk.RegularFileSize().value_or(0);
     } catch (const std::exception& e) {
         size = 0;
@@ -60,16 +44,11 @@ bool Futils::GetDirSize(const fs::path& dir, unsigned long& size) {
 }
 
 bool Futils::GetFilesInDir(std::set<std::string>& files, const std::string& dir) {
-    std::set<std::string> used = std::exchange(files, {});
-    return VisitFilesInDir(dir, [&](const char* name) { Insert(files, name, used); });
-}
-
-bool Futils::VisitFilesInDir(const std::string& dir,
-                             const std::function<void(const char* name)>& visit) {
+    files.clear();
     try {
-        DirectoryWalk walk(dir.c_str());
+        DirectoryWalk walk(dir);
         while (walk.Next()) {
-            if (walk.IsRegularFile()) visit(walk.Name());
+            if (walk.IsRegularFile()) files.insert(walk.Name());
         }
     } catch (const std::exception& e) {
         Log::Error("Exception in GetFilesInDir(%s): %s", dir.c_str(), e.what());

@@ -1,6 +1,8 @@
 // Renaming, removing, testing, copying, sizing and syncing single files and directories.
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,35 +11,39 @@
 #include <system_error>
 
 #include "futils/futils.h"
+#include "futils/rename.h"
 #include "logging/logging.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// Two looks at a file, links followed. They raise filesystem_error as std::filesystem's own do, but
-// unless they fail they need no memory: an idle check cycle is made of them.
-
-[[noreturn]] void Raise(const char* what, const std::string& path, int error) {
-    throw fs::filesystem_error(what, path, {error, std::generic_category()});
+int RenameAt2(const fs::path& from, const fs::path& to, unsigned flags) {
+    const long result = syscall(SYS_renameat2, AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags);
+    return result == 0 ? 0 : errno;
 }
 
-// The kind and rights of what the path leads to; 0, which is no kind, if that is nothing.
-mode_t ModeOf(const std::string& path) {
+bool Exists(const fs::path& path) {
     struct stat status {};
-    if (stat(path.c_str(), &status) == 0) return status.st_mode;
-    if (errno == ENOENT || errno == ENOTDIR) return 0;
-    Raise("status", path, errno);
-}
-
-unsigned long SizeOf(const std::string& pfn) {
-    struct stat status {};
-    if (stat(pfn.c_str(), &status) != 0) Raise("cannot get file size", pfn, errno);
-    if (S_ISREG(status.st_mode)) return static_cast<unsigned long>(status.st_size);
-    Raise("cannot get file size", pfn, S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP);
+    return lstat(path.c_str(), &status) == 0 || errno != ENOENT;
 }
 
 }  // namespace
+
+int Futils::TryRenameNoReplace(const fs::path& from, const fs::path& to) {
+    const int error = RenameAt2(from, to, RENAME_NOREPLACE);
+    if (error != EINVAL && error != ENOSYS) return error;
+    return Exists(to) ? EEXIST : RenameAt2(from, to, 0);
+}
+
+Futils::RenameResult Futils::RenameNoReplace(const fs::path& from, const fs::path& to) {
+    const int error = TryRenameNoReplace(from, to);
+    if (error == 0) return RenameResult::Renamed;
+    if (error == EEXIST) return RenameResult::TargetExists;
+    const fs::filesystem_error failure("cannot rename", from, to, {error, std::generic_category()});
+    Log::Error("Rename failure, reason: %s", failure.what());
+    return RenameResult::Failed;
+}
 
 bool Futils::Rename(const fs::path& from, const fs::path& to) {
     try {
@@ -71,7 +77,7 @@ bool Futils::Sync(const fs::path& pfn) {
 
 bool Futils::PathExists(const std::string& path) {
     try {
-        return S_ISDIR(ModeOf(path));
+        return fs::is_directory(path);
     } catch (const std::exception& e) {
         Log::Debug("PathExists(%s) exception: %s", path.c_str(), e.what());
     }
@@ -80,7 +86,7 @@ bool Futils::PathExists(const std::string& path) {
 
 bool Futils::FileExists(const std::string& pfn) {
     try {
-        return S_ISREG(ModeOf(pfn));
+        return fs::is_regular_file(pfn);
     } catch (const std::exception& e) {
         Log::Debug("FileExists(%s) exception: %s", pfn.c_str(), e.what());
     }
@@ -100,7 +106,7 @@ bool Futils::CopyFile(const std::string& from, const std::string& to) {
 bool Futils::GetFileSize(unsigned long& size, const std::string& pfn) {
     size = 0;
     try {
-        size = SizeOf(pfn);
+        size = fs::file_size(pfn);
     } catch (const std::exception& e) {
         Log::Error("GetFileSize(%s) exception: %s", pfn.c_str(), e.what());
         return true;

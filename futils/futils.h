@@ -1,5 +1,4 @@
-// The one place where the system touches the file system: checked wrappers that report each failure
-// once, as one log line, and tell it by their result.
+// File operations, checked: each failure is logged once, where it is detected, and returned.
 //
 // Unless a declaration says otherwise, true means failure. Paths are used as they are given:
 // nothing is normalised, quoted or resolved. Nothing keeps state. Exceptions of the standard
@@ -8,7 +7,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -66,24 +64,18 @@ namespace Futils {
 // characters.
 [[nodiscard]] bool PfnHasErrors(const char* where, const std::string& pfn);
 
-// Runs a command line through the shell and waits for it. Returns true unless it exits with 0. Logs
-// an Error line then, with the raw wait status (256 for exit status 1).
+// Runs a command line through the shell and waits for it. The command starts with no signal blocked
+// and with default dispositions, whatever the caller's are. Returns true unless it exits with 0.
+// Logs an Error line then, with the raw wait status (256 for exit status 1).
 [[nodiscard]] bool System(const std::string& command);
 
 // The size in bytes of all regular files in a directory, links to such included, not recursively.
 // Returns true on failure, with `size` 0. Logs an Error line then.
 [[nodiscard]] bool GetDirSize(const std::filesystem::path& dir, unsigned long& size);
 
-// The bare names of all regular files in a directory, links to such included, not recursively. What
-// `files` held before goes, but its memory is used again: listings of short names into the same set
-// need none of their own. Returns true on failure, with the names found until then. Logs an Error
-// line then.
+// The bare names of all regular files in a directory, links to such included, not recursively.
+// Returns true on failure, with the names found until then. Logs an Error line then.
 [[nodiscard]] bool GetFilesInDir(std::set<std::string>& files, const std::string& dir);
-
-// Calls `visit` with each of these names, in the file system's order, as long as it does not throw.
-// Fails and logs as GetFilesInDir does.
-[[nodiscard]] bool VisitFilesInDir(const std::string& dir,
-                                   const std::function<void(const char* name)>& visit);
 
 // Reads the whole file behind a stream that stands at its start. Returns true on failure, with
 // `data` empty. Logs an Error line then.

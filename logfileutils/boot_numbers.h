@@ -3,14 +3,18 @@
 
 #include <bitset>
 
-struct BootNumbers {
-    static constexpr unsigned short Max = 999;  // that has three digits
+#include "daemon/moraine.h"
 
-    unsigned short min = Max;
+namespace Catalogue {
+
+struct BootNumbers {
+    unsigned short min = Moraine::MaxBootNum;
     unsigned short max = 0;
-    std::bitset<Max + 1> used;  // those up to Max
+    std::bitset<Moraine::MaxBootNum + 1> used;  // those up to MaxBootNum
 };
 
-// Every entry counts, whatever it is: one whose name tells no boot number counts as 0, after an
-// Error line. An archive directory that cannot be read raises std::filesystem::filesystem_error.
+// Every entry counts, whatever it is: one whose name has no boot number counts as 0, after an Error
+// line. Throws std::filesystem::filesystem_error if the archive directory cannot be read.
 [[nodiscard]] BootNumbers ReadBootNumbers();
+
+}  // namespace Catalogue

@@ -6,14 +6,21 @@
 #include "daemon/moraine.h"
 #include "futils/futils.h"
 #include "logfileutils/log_file_utils.h"
+#include "logfileutils/temporary_files.h"
 #include "logging/logging.h"
+#include "util/encode.h"
 #include "util/parse.h"
 
 namespace {
 
-constexpr unsigned long MaxDownloadSize = 15UL * 1024 * 1024;
 constexpr unsigned long TarOverheadPerFile = 10240;
 constexpr unsigned short NoLimit = 65535;
+
+void LogMissingAppend() {
+    const std::string help = Util::ReadStdOutFromSystemCall("tar --help 2>&1");
+    if (help.find("--append") != std::string::npos) return;
+    Log::Error("Packing more than one file takes a tar with --append, GNU tar for example.");
+}
 
 }  // namespace
 
@@ -47,6 +54,8 @@ template int LogFileUtils::FillArchDl(bool, Names::const_reverse_iterator,
 
 int LogFileUtils::FillArchiveDownload(bool tarExists, bool oldest, unsigned short maxFiles,
                                       unsigned short maxBootNums) {
+    const Catalogue::DownloadLock lock;
+    if (lock.IsTaken()) return -1;
     std::set<std::string> names;
     if (Futils::GetFilesInDir(names, Moraine::ArchPathAbs)) return -1;
     if (names.empty()) return 0;
@@ -76,7 +85,7 @@ bool LogFileUtils::AddFileToTarballAfterCheckingLimits(const std::string& name,
     bool failed = dlTarExists && Futils::GetFileSize(tarSize, Moraine::SyslogTarPfe);
     failed |= Futils::GetFileSize(fileSize, pfn);
     const unsigned long estimatedSize = tarSize + fileSize + TarOverheadPerFile;
-    if (estimatedSize > MaxDownloadSize) dlDone = true;
+    if (estimatedSize > Moraine::MaxDownloadSize) dlDone = true;
     if (dlDone) return failed;
 
     failed |= AddFileToTarball(name, pfn);
@@ -88,10 +97,12 @@ bool LogFileUtils::AddFileToTarballAfterCheckingLimits(const std::string& name,
 
 bool LogFileUtils::AddFileToTarball(const std::string& name, const std::filesystem::path& pfn) {
     const std::filesystem::path copy = Moraine::TmpPath / name;
-    const bool copyFailed = Futils::CopyFile(pfn, copy);
+    const bool copyFailed = Catalogue::RemoveForeign(copy) || Futils::CopyFile(pfn, copy);
     const std::string& command =
         dlTarExists ? Moraine::CdTmpTarAppendCmd : Moraine::CdTmpTarCreateCmd;
-    const bool tarFailed = Futils::System(command + name);
+    const Catalogue::ReservedFile tarFile(Moraine::SyslogTarPfe);
+    const bool tarFailed = tarFile.Failed() || Futils::System(command + name);
+    if (tarFailed && dlTarExists) LogMissingAppend();
     if (!copyFailed && !tarFailed) dlTarExists = true;
     (void)Futils::Remove(copy);  // DeleteLogTempFiles takes what stays.
     return copyFailed || tarFailed;
@@ -106,14 +117,19 @@ void LogFileUtils::LogAtDebug(unsigned long estimatedSize, const std::string& na
 bool LogFileUtils::CheckDownloadFileSize() const {
     unsigned long size = 0;
     if (Futils::GetFileSize(size, Moraine::SyslogTarPfe)) return true;
-    if (size <= MaxDownloadSize) return false;
+    if (size <= Moraine::MaxDownloadSize) return false;
     Log::Warn("%s size (%s) exceeds download file size limit of %s", Moraine::SyslogTarPfe.c_str(),
               Futils::FormatFileSize(size).c_str(),
-              Futils::FormatFileSize(MaxDownloadSize).c_str());
+              Futils::FormatFileSize(Moraine::MaxDownloadSize).c_str());
     return true;
 }
 
 bool LogFileUtils::PrepSyslog() const {
+    const Catalogue::DownloadLock lock;
+    return !lock.IsTaken() && PackSyslog();
+}
+
+bool LogFileUtils::PackSyslog() const {
     static const std::string SyslogFe = Moraine::SyslogTmpPfe.filename();
     static const std::string SyslogXzFe = SyslogFe + Moraine::XzExt.native();
     static const std::string XzCmd = Moraine::XzCmd + SyslogFe;
@@ -121,15 +137,23 @@ bool LogFileUtils::PrepSyslog() const {
 
     if (!Futils::FileExists(Moraine::SyslogPfe)) return false;
     Log::Info("Preparing system log for download.");
+    if (Catalogue::RemoveForeign(Moraine::SyslogTmpPfe)) return false;
     if (Futils::CopyFile(Moraine::SyslogPfe, Moraine::SyslogTmpPfe)) return false;
+    if (Catalogue::RemoveForeign(Moraine::TmpPath / SyslogXzFe)) return false;
     if (Futils::System(XzCmd)) return false;
-    if (Futils::System(TarCreateCmd)) return false;
+    const Catalogue::ReservedFile tarFile(Moraine::SyslogTarPfe);
+    if (tarFile.Failed() || Futils::System(TarCreateCmd)) return false;
     Log::Info("System log tar file created.");
     return true;
 }
 
 int LogFileUtils::PrepDefaultLogFileDownload() {
-    const bool hasSyslog = PrepSyslog();
+    const Catalogue::DownloadLock lock;
+    return lock.IsTaken() ? -1 : PackDefault();
+}
+
+int LogFileUtils::PackDefault() {
+    const bool hasSyslog = PackSyslog();
     int packed = hasSyslog ? 1 : 0;
     std::set<std::string> names;
     if (Futils::GetFilesInDir(names, Moraine::ArchPathAbs)) return 1;

@@ -49,16 +49,16 @@ public:
     [[nodiscard]] bool GetSyslogStats(SyslogStats_s& stats) const;
 
     // The lowest and the highest boot number in the archive directory; 0 and 0 if it is empty.
-    // Every entry counts, whatever it is: one whose name tells no boot number counts as 0. Never
-    // returns true: an archive directory that cannot be read raises
+    // Every entry counts, whatever it is: one whose name has no boot number counts as 0. Never
+    // returns true: an archive directory that cannot be read throws
     // std::filesystem::filesystem_error.
     [[nodiscard]] bool GetBootNumRange(unsigned short& min, unsigned short& max) const;
 
-    // The number of boot numbers that the archive spans. Raises as GetBootNumRange does.
+    // The number of boot numbers that the archive spans. Throws as GetBootNumRange does.
     [[nodiscard]] bool GetNumReboots(unsigned short& count) const;
 
     // Fills the record. Boot numbers are looked at only if `refresh` is set or the count is not
-    // known yet; then it raises as GetBootNumRange does.
+    // known yet; then it throws as GetBootNumRange does.
     [[nodiscard]] bool GetArchiveStats(ArchiveStats_s& stats, bool refresh);
 
     // The archive files' names, oldest first; empty if the directory cannot be listed.
@@ -82,6 +82,11 @@ public:
                                           unsigned short maxReboots) const;
 
     // -- Download (download.cpp): archive files and the live log in /tmp/syslog.tar.
+    //
+    // Anybody can make files in /tmp. What has a name that packing uses is removed first, unless it
+    // is a regular file of the caller's own. One process packs at a time: while another one does,
+    // an operation fails, with an Error line. Packing takes a tar that knows --append; without one,
+    // the second file fails, with an Error line that says so.
 
     // Packs archive files from the oldest or the newest on, until the next one would exceed
     // `maxFiles` files, `maxBootNums` boots or 15 MiB. Appends to the tar file if `tarExists`, else
@@ -109,6 +114,8 @@ public:
     void DeleteLogTempFiles() const;
 
 protected:
+    [[nodiscard]] bool PackSyslog() const;
+    [[nodiscard]] int PackDefault();
     template <typename Iterator>
     [[nodiscard]] int FillArchDl(bool tarExists, Iterator name, Iterator end,
                                  unsigned short maxFiles, unsigned short maxBootNums);

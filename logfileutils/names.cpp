@@ -13,13 +13,15 @@
 // Ascending byte order of archive names is oldest first, up to boot number 999. The predicates are
 // deliberately wide: an archive file is all that begins with the stem and ends in ".xz", a rotation
 // all that has "txt" as its last but one field. So a ".tmp" file that could not be archived counts
-// as a rotation, and the next check cycle takes it. Archive names are built in rotate/archive.cpp.
-#include "logfileutils/log_file_utils.h"
+// as a rotation, and the next check cycle takes it.
+#include "logfileutils/names.h"
 
 #include <vector>
 
 #include "daemon/moraine.h"
+#include "logfileutils/log_file_utils.h"
 #include "logging/logging.h"
+#include "util/format.h"
 #include "util/parse.h"
 
 namespace {
@@ -63,7 +65,7 @@ bool LogFileUtils::GetFnBootNum(const std::string& name, unsigned short& bootNum
 }
 
 bool LogFileUtils::IsSyslogRotFn(const std::string& name) {
-    // The live log and strangers, all that an idle check cycle meets, are told without any memory.
+    // Fast path: rejects the live log and foreign files without allocating.
     if (Util::EndsWith(name, Moraine::TxtExt.native())) return false;
     if (!Util::BeginsWith(name, Moraine::SyslogFn.native())) return false;
 
@@ -72,4 +74,18 @@ bool LogFileUtils::IsSyslogRotFn(const std::string& name) {
     if (fields.front() != Moraine::SyslogFn.native()) return false;
     if (IsExtension(fields.back(), Moraine::TxtExt)) return false;
     return IsExtension(fields[fields.size() - 2], Moraine::TxtExt);
+}
+
+std::string Catalogue::ArchiveName(unsigned int bootNum, const std::string& timeStamp) {
+    static const std::string ArchExt = Moraine::TxtExt.native() + Moraine::XzExt.native();
+    return Util::Format("%s.%03u.%s%s", Moraine::SyslogFn.c_str(), bootNum, timeStamp.c_str(),
+                        ArchExt.c_str());
+}
+
+std::string Catalogue::WithBootNum(const std::string& name, unsigned int bootNum) {
+    // The old number may have four digits, after a foreign file kept the numbers from being
+    // lowered.
+    const std::size_t field = Moraine::SyslogFn.native().size() + 1;
+    return Moraine::SyslogFn.native() + Util::Format(".%03u", bootNum) +
+           name.substr(name.find('.', field));
 }

@@ -1,6 +1,7 @@
 // Read-only questions about the archive and the syslog directory.
+#include <algorithm>
+
 #include "daemon/moraine.h"
-#include "futils/directory_walk.h"
 #include "futils/futils.h"
 #include "logfileutils/boot_numbers.h"
 #include "logfileutils/log_file_utils.h"
@@ -10,20 +11,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The name without its last extension, as std::filesystem's stem tells it in many times the time.
-std::string Stem(const std::string& name) {
-    const std::size_t dot = name.rfind('.');
-    return dot == 0 ? name : name.substr(0, dot);
-}
-
 // Counts the files of `dir` whose names `accepts`. Returns true on failure, with `count` 0.
 bool CountFiles(unsigned short& count, const fs::path& dir, bool (*accepts)(const std::string&)) {
     count = 0;
-    unsigned short accepted = 0;
-    if (Futils::VisitFilesInDir(dir, [&](const char* name) { accepted += accepts(name); })) {
-        return true;
-    }
-    count = accepted;
+    std::set<std::string> names;
+    if (Futils::GetFilesInDir(names, dir)) return true;
+    count = static_cast<unsigned short>(std::count_if(names.begin(), names.end(), accepts));
     return false;
 }
 
@@ -52,22 +45,8 @@ bool LogFileUtils::GetSyslogStats(SyslogStats_s& stats) const {
     return false;
 }
 
-BootNumbers ReadBootNumbers() {
-    BootNumbers found;
-    DirectoryWalk walk(Moraine::ArchPathAbs.c_str());
-    while (walk.Next()) {
-        unsigned short number = 0;
-        (void)LogFileUtils::GetFnBootNum(Stem(walk.Name()), number);  // 0: foreign
-        if (number > found.max) found.max = number;
-        if (number < found.min) found.min = number;
-        if (number <= BootNumbers::Max) found.used.set(number);
-    }
-    if (found.min == BootNumbers::Max && found.max == 0) found.min = 0;
-    return found;
-}
-
 bool LogFileUtils::GetBootNumRange(unsigned short& min, unsigned short& max) const {
-    const BootNumbers found = ReadBootNumbers();
+    const Catalogue::BootNumbers found = Catalogue::ReadBootNumbers();
     min = found.min;
     max = found.max;
     return false;

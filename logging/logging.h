@@ -11,7 +11,7 @@
 #include <functional>
 #include <string>
 
-#include "../util/format.h"
+#include "util/format.h"
 
 namespace Logging {
 

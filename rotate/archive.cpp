@@ -1,27 +1,32 @@
 // Archiving one file: compress it beside itself, move the result into the archive, remove the file.
 //
-// Power may go away between any two steps, and syslogd works in the same directory. So an archive
-// file reaches the disk before its name does, and its name before the source goes; an archive file
-// is never replaced by another; and the source is removed only while its path still names the very
-// file that was compressed, unchanged.
+// Power may fail between any two steps, and syslogd works in the same directory. So an archive file
+// reaches the disk before its name does, and its name before the source goes; an archive file is
+// never replaced by another; and the source is removed only if it is the very file that was
+// compressed, unchanged, and nobody can write to it any more.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <optional>
 #include <thread>
 #include <utility>
 
 #include "daemon/moraine.h"
 #include "futils/futils.h"
+#include "futils/rename.h"
+#include "logfileutils/names.h"
 #include "logging/logging.h"
 #include "rotate/rotate.h"
 #include "rotate/source_file.h"
+#include "rotate/twin.h"
 #include "util/elapsed_time.h"
-#include "util/format.h"
 
 namespace fs = std::filesystem;
+
+using Rotation::SourceFile;
 
 namespace {
 
@@ -50,32 +55,49 @@ public:
     // All of it. Returns true on failure.
     bool Run();
 
+    // Removes a source that is in the archive already. Returns nothing if it is not, else true on
+    // failure.
+    std::optional<bool> RemoveIfArchived();
+
 private:
-    enum class Outcome { Archived, Failed, Changed, Moved };
+    enum class Outcome {
+        Archived,
+        Failed,
+        Changed,  // written to while it was compressed
+        Moved,    // its path names another file
+        Deleted,  // by somebody else, before it was compressed
+        InUse,    // somebody has it open for writing
+    };
+    // A step returns nothing to go on, or the outcome that ends the attempt.
+    using Ending = std::optional<Outcome>;
 
     bool IsLiveLog() const { return fs::path(pfn) == Moraine::SyslogPfe; }
+    bool IsTemporary() const { return source.Pfn().extension() == Moraine::TmpExt; }
     fs::path Compressed() const { return source.Pfn().native() + Moraine::XzExt.native(); }
-    bool IsMoved() const {
-        return source.OpenError() == 0 && source.Look() == SourceFile::State::Moved;
-    }
+
     Outcome Try();
-    Outcome Compress();
-    Outcome MoveIntoArchive();
-    Outcome RemoveSource(unsigned long archivedSize);
+    Ending RemoveTwin();
+    Ending LookAtSource() const;
+    Ending Compress();
+    Ending CheckCompressed() const;
+    Ending MoveIntoArchive();
+    Ending RemoveSource();
+    Ending Unlink();
+    Outcome TakeBack(Outcome outcome);
+    Ending EndingOf(SourceFile::State state) const;
     void WaitForSyslogd() const;
-    static Outcome OutcomeOf(SourceFile::State state);
+    bool LeaveSource(Outcome outcome) const;
 
     Rotate& rotate;
     const std::string pfn;
     SourceFile source;
     fs::path dest;  // the archive file
+    unsigned long archivedSize = 0;
+    bool hasTwin = false;  // dest was there before
 };
 
 bool Rotate::Archiving::Run() {
-    if (source.IsTaken()) {
-        Log::Info("'%s' is being archived by another process.", pfn.c_str());
-        return false;
-    }
+    if (const std::optional<bool> failed = RemoveIfArchived()) return *failed;
     const std::string tmpPfe = pfn + Moraine::TmpExt.native();
     // Taking the live log would replace one whose archiving was interrupted. That one goes first.
     if (IsLiveLog() && Futils::FileExists(tmpPfe)) return rotate.Archive(tmpPfe);
@@ -92,73 +114,168 @@ bool Rotate::Archiving::Run() {
 
     Outcome outcome = Try();
     for (int i = 1; i < MaxAttempts && outcome == Outcome::Changed; ++i) outcome = Try();
+    if (outcome != Outcome::Archived) return LeaveSource(outcome);
+    Log::Info("Archived '%s' to '%s' in %.1f seconds.", pfn.c_str(), dest.c_str(),
+              stopwatch.GetMsElapsed() / 1000.0);
+    return rotate.CheckArchSize();
+}
 
-    if (outcome == Outcome::Failed) return true;
-    if (outcome == Outcome::Archived) {
-        Log::Info("Archived '%s' to '%s' in %.1f seconds.", pfn.c_str(), dest.c_str(),
-                  stopwatch.GetMsElapsed() / 1000.0);
-        return rotate.CheckArchSize();
-    }
-    Log::Info("'%s' was %s while it was compressed.  A later cycle will archive it.", pfn.c_str(),
-              outcome == Outcome::Moved ? "moved" : "written to");
+std::optional<bool> Rotate::Archiving::RemoveIfArchived() {
+    const bool mayHaveTwin = rotate.mayBeArchived && !IsLiveLog() && source.OpenError() == 0;
+    const Ending ending = mayHaveTwin ? RemoveTwin() : std::nullopt;
+    if (!ending) return std::nullopt;
+    if (ending != Outcome::Archived) return LeaveSource(*ending);
+    Log::Info("'%s' is in the archive already, as '%s'.", pfn.c_str(), dest.filename().c_str());
     return false;
 }
 
-// After another outcome than Archived the source is where it was.
+// Returns nothing if the archive has no copy of the source.
+Rotate::Archiving::Ending Rotate::Archiving::RemoveTwin() {
+    source.Mark();
+    const std::string twin = Rotation::FindTwin(source, rotate.GetArchiveFileList());
+    if (twin.empty()) return std::nullopt;  // guard: twin
+    dest = Moraine::ArchPathAbs / twin;
+    hasTwin = true;
+    if (!source.LockOutWriters()) return Outcome::InUse;
+    // The daemon may have been killed before it synced the name.
+    if (Futils::Sync(Moraine::ArchPathAbs)) return Outcome::Failed;  // guard: sync-twin
+    return RemoveSource().value_or(Outcome::Archived);
+}
+
+// Unless it returns Archived or Failed, nothing is left of the copy.
 Rotate::Archiving::Outcome Rotate::Archiving::Try() {
     source.Mark();
-    Outcome outcome = IsMoved() ? Outcome::Moved : Compress();
-    if (outcome == Outcome::Archived) outcome = MoveIntoArchive();
-    if (outcome == Outcome::Moved || outcome == Outcome::Changed) {
-        (void)Futils::Remove(Compressed());  // What stays goes at the next start.
-    }
+    Ending ending = LookAtSource();
+    if (!ending) ending = Compress();
+    if (!ending) ending = CheckCompressed();
+    if (!ending) ending = MoveIntoArchive();
+    if (!ending) ending = RemoveSource();
+    const Outcome outcome = ending.value_or(Outcome::Archived);
+    source.LetWritersIn();
+    const bool isLeft = outcome != Outcome::Archived && outcome != Outcome::Failed;
+    if (isLeft) (void)Futils::Remove(Compressed());  // What stays goes at the next start.
     return outcome;
 }
 
-// While syslogd moves the rotations up, a name has no file for a moment. Whether this program or xz
-// came upon that moment, it is no failure.
-Rotate::Archiving::Outcome Rotate::Archiving::Compress() {
+// Returns nothing for a source that cannot be opened: xz gives the reason.
+Rotate::Archiving::Ending Rotate::Archiving::LookAtSource() const {
+    if (source.OpenError() != 0) return std::nullopt;
+    if (const Ending ending = EndingOf(source.Look())) return ending;
+    if (IsTemporary()) return std::nullopt;  // syslogd is about to close it.
+    if (!source.LockOutWriters()) return Outcome::InUse;
+    source.LetWritersIn();
+    return std::nullopt;
+}
+
+// While syslogd moves the rotations up, a name has no file for a moment, and anybody may delete
+// one. Whether this program or xz notices that, it is no failure.
+Rotate::Archiving::Ending Rotate::Archiving::Compress() {
     if (Futils::System("xz -fk " + source.Pfn().native())) {
-        return IsMoved() ? Outcome::Moved : Outcome::Failed;
+        if (source.OpenError() != 0) return Outcome::Failed;
+        const SourceFile::State state = source.Look();
+        const bool wasThere =
+            state == SourceFile::State::Same || state == SourceFile::State::Changed;
+        return wasThere ? Outcome::Failed : EndingOf(state);
     }
     if (IsGone()) return Outcome::Moved;
     if (source.OpenError() != 0) {
         Log::Error("Unable to open %s: %s", source.Pfn().c_str(), strerror(source.OpenError()));
         return Outcome::Failed;
     }
-    if (source.Pfn().extension() == Moraine::TmpExt) WaitForSyslogd();
-    return OutcomeOf(source.Look());
+    return std::nullopt;
 }
 
-Rotate::Archiving::Outcome Rotate::Archiving::MoveIntoArchive() {
-    // The name was free before xz ran; a stranger may have taken it since.
-    if (Futils::FileExists(dest)) dest = rotate.GetFreeArchPfe();
-    if (dest.empty()) return Outcome::Failed;
+// From here on writers wait, until the source is gone or left to a later cycle: an archive file
+// that has only a part of its source would be no twin of it.
+//
+// A source that was deleted since xz opened it is kept by archiving what xz made of it, unless that
+// has the modification time of the file that has its name now: then xz took that one.
+Rotate::Archiving::Ending Rotate::Archiving::CheckCompressed() const {
+    if (IsTemporary()) WaitForSyslogd();
+    const bool isInUse = !source.LockOutWriters();  // guard: lease
+    const SourceFile::State state = source.Look();
+    if (state == SourceFile::State::Deleted) {
+        return Rotation::HaveSameTime(Compressed(), source.Pfn()) ? EndingOf(state) : std::nullopt;
+    }
+    return isInUse ? Outcome::InUse : EndingOf(state);
+}
 
+Rotate::Archiving::Ending Rotate::Archiving::MoveIntoArchive() {
+    // With the folder, syslogd's renames reach the disk: a loss of power cannot give the source
+    // back as the live log, for syslogd to append to.
+    if (Futils::Sync(Compressed())) return Outcome::Failed;            // guard: sync-copy
+    if (Futils::Sync(Moraine::SyslogPathAbs)) return Outcome::Failed;  // guard: sync-renames
     // If xz has made nothing, it is the rename that says so.
-    if (Futils::Sync(Compressed()) || Futils::Rename(Compressed(), dest)) return Outcome::Failed;
-    unsigned long size = 0;
+    Futils::RenameResult result = Futils::RenameNoReplace(Compressed(), dest);
+    while (result == Futils::RenameResult::TargetExists) {
+        dest = rotate.GetFreeArchPfe();
+        if (dest.empty()) return Outcome::Failed;
+        result = Futils::RenameNoReplace(Compressed(), dest);
+    }
+    if (result == Futils::RenameResult::Failed) return Outcome::Failed;
     try {
-        size = fs::file_size(dest);
+        archivedSize = fs::file_size(dest);
     } catch (const std::exception& e) {
         Log::Error("Unable to get %s size, reason: %s", dest.filename().c_str(), e.what());
         return Outcome::Failed;
     }
-    rotate.archDirSize += size;
-    if (Futils::Sync(Moraine::ArchPathAbs)) return Outcome::Failed;
-    return RemoveSource(size);
+    rotate.archDirSize += archivedSize;
+    if (Futils::Sync(Moraine::ArchPathAbs)) return Outcome::Failed;  // guard: sync-archive
+    return std::nullopt;
 }
 
-Rotate::Archiving::Outcome Rotate::Archiving::RemoveSource(unsigned long archivedSize) {
+Rotate::Archiving::Ending Rotate::Archiving::RemoveSource() {
     const SourceFile::State state = source.Look();
-    if (state == SourceFile::State::Deleted) return Outcome::Archived;
-    if (state == SourceFile::State::Same) {
-        return Futils::Remove(source.Pfn()) ? Outcome::Failed : Outcome::Archived;
+    if (state == SourceFile::State::Deleted) return std::nullopt;
+    if (const Ending ending = EndingOf(state)) return TakeBack(*ending);
+    if (const Ending ending = Unlink()) return ending;
+    // Until the removal is on the disk, a loss of power gives the source back.
+    if (Futils::Sync(Moraine::SyslogPathAbs)) return Outcome::Failed;  // guard: sync-removal
+    return std::nullopt;
+}
+
+// Removes the source by a name that syslogd does not touch: the rename takes whatever file has the
+// source's name, and only then it is certain which one that is. Where that name is in use, or the
+// source cannot be renamed, it is removed by its own.
+//
+// If syslogd has rotated at that moment, the file that was taken is the one behind the source. It
+// cannot be given back, since syslogd may be about to rename another one to the same name. It is
+// archived next, and then the source is found to have a twin.
+Rotate::Archiving::Ending Rotate::Archiving::Unlink() {
+    const fs::path taken = Moraine::SyslogPfe.native() + Moraine::TmpExt.native();
+    const int error = IsTemporary() ? EEXIST : Futils::TryRenameNoReplace(source.Pfn(), taken);
+    if (error == ENOENT) return TakeBack(Outcome::Moved);
+    if (error == 0) {
+        source.SetPfn(taken);
+        const SourceFile::State state = source.Look();
+        rotate.mayBeArchived |= state == SourceFile::State::Moved;
+        if (state == SourceFile::State::Moved) return Outcome::Moved;  // guard: removal
+        if (state == SourceFile::State::Changed) return TakeBack(Outcome::Changed);
     }
-    // Syncing took so long that the source was written to or moved. It is archived again.
+    if (Futils::Remove(source.Pfn())) return Outcome::Failed;
+    return std::nullopt;
+}
+
+// The source was moved or written to in the meantime, and will be archived again.
+Rotate::Archiving::Outcome Rotate::Archiving::TakeBack(Outcome outcome) {
+    if (hasTwin) return outcome;
     if (Futils::Remove(dest)) return Outcome::Failed;
     rotate.archDirSize -= archivedSize;
-    return OutcomeOf(state);
+    return outcome;
+}
+
+Rotate::Archiving::Ending Rotate::Archiving::EndingOf(SourceFile::State state) const {
+    switch (state) {
+        case SourceFile::State::Changed:
+            return Outcome::Changed;
+        case SourceFile::State::Moved:
+            return Outcome::Moved;
+        case SourceFile::State::Deleted:
+            return Outcome::Deleted;
+        case SourceFile::State::Same:
+            break;
+    }
+    return std::nullopt;
 }
 
 void Rotate::Archiving::WaitForSyslogd() const {
@@ -166,25 +283,42 @@ void Rotate::Archiving::WaitForSyslogd() const {
     std::this_thread::sleep_for(std::clamp(rest, Ms(0), UntilSyslogdReopened));
 }
 
-// A source that was deleted for good is kept by archiving what was compressed of it.
-Rotate::Archiving::Outcome Rotate::Archiving::OutcomeOf(SourceFile::State state) {
-    switch (state) {
-        case SourceFile::State::Changed:
-            return Outcome::Changed;
-        case SourceFile::State::Moved:
-            return Outcome::Moved;
+// Returns true if `outcome` is a failure, which has been logged.
+bool Rotate::Archiving::LeaveSource(Outcome outcome) const {
+    switch (outcome) {
+        case Outcome::Failed:
+            return true;
+        case Outcome::Deleted:
+            Log::Info("'%s' was deleted before it was compressed.", pfn.c_str());
+            break;
+        case Outcome::InUse:
+            Log::Info("'%s' is still open for writing.  A later cycle will archive it.",
+                      pfn.c_str());
+            break;
         default:
-            return Outcome::Archived;
+            Log::Info("'%s' was %s while it was compressed.  A later cycle will archive it.",
+                      pfn.c_str(), outcome == Outcome::Moved ? "moved" : "written to");
     }
+    return false;
 }
 
 bool Rotate::Archive(const std::string& pfn) {
     return Archiving(*this, pfn).Run();
 }
 
-bool Rotate::ArchiveListed(const std::string& pfn) {
+bool Rotate::ArchiveIfThere(const std::string& pfn) {
     Archiving archiving(*this, pfn);
     return !archiving.IsGone() && archiving.Run();
+}
+
+bool Rotate::ArchiveHighest(const std::string& pfn) {
+    Archiving archiving(*this, pfn);
+    if (archiving.IsGone() || HasHigherRotation(pfn)) return false;  // guard: order
+    return archiving.Run();
+}
+
+bool Rotate::RemoveIfArchived(const std::string& pfn) {
+    return Archiving(*this, pfn).RemoveIfArchived().value_or(false);
 }
 
 fs::path Rotate::GetFreeArchPfe() const {
@@ -192,7 +326,7 @@ fs::path Rotate::GetFreeArchPfe() const {
         const std::string fn = GetArchFn();
         if (fn.empty()) return {};
         fs::path pfe = Moraine::ArchPathAbs / fn;
-        if (!Futils::FileExists(pfe)) return pfe;
+        if (!Futils::FileExists(pfe) && !Futils::PathExists(pfe)) return pfe;
         std::this_thread::sleep_for(BetweenNameChecks);
     }
     Log::Error("All archive file names of the last %.0f seconds are taken.",
@@ -201,11 +335,8 @@ fs::path Rotate::GetFreeArchPfe() const {
 }
 
 std::string Rotate::GetArchFn() const {
-    static const std::string ArchExt = Moraine::TxtExt.native() + Moraine::XzExt.native();
     const std::string timeStamp = GetMonotonicClockString();
-    if (timeStamp.empty()) return {};
-    return Util::Format("%s.%03u.%s%s", Moraine::SyslogFn.c_str(), bootNum, timeStamp.c_str(),
-                        ArchExt.c_str());
+    return timeStamp.empty() ? std::string() : Catalogue::ArchiveName(bootNum, timeStamp);
 }
 
 std::string GetMonotonicClockString() {

@@ -17,13 +17,15 @@ bool Rotate::CheckLogs() {
     static const std::string MaxPfe = Moraine::SyslogPfe.native() + Moraine::MaxSyslogExt.native();
     if (Futils::FileExists(MaxPfe)) return ArchiveMaxSyslogdPfn(MaxPfe);
 
-    // A listing or a size that cannot be had skips the cycle; the next one tries again.
-    if (Futils::GetFilesInDir(syslogFiles, Moraine::SyslogPathAbs.native())) return false;
-    const std::string rotation = GetLastSyslogdRotation(syslogFiles);
-    if (!rotation.empty()) return ArchiveListed(Moraine::SyslogPathAbs / rotation);
+    // A failed listing or size skips the cycle; the next one tries again.
+    std::set<std::string> files;
+    if (Futils::GetFilesInDir(files, Moraine::SyslogPathAbs)) return false;
+    const std::string rotation = GetLastSyslogdRotation(files);
+    if (!rotation.empty()) return ArchiveHighest(Moraine::SyslogPathAbs / rotation);
+    mayBeArchived = false;
 
     unsigned long size = 0;
-    if (Futils::GetFileSize(size, Moraine::SyslogPfe.native())) return false;
+    if (Futils::GetFileSize(size, Moraine::SyslogPfe)) return false;
     return size > MaxLiveLogSize && Archive(Moraine::SyslogPfe);
 }
 
@@ -32,9 +34,21 @@ std::string Rotate::GetLastSyslogdRotation(std::set<std::string>& files) const {
     return last == files.crend() ? std::string() : *last;
 }
 
+// Files only move upward: looked for in this order, none can slip through.
+bool Rotate::HasHigherRotation(const std::string& pfn) const {
+    const std::size_t stem = Moraine::SyslogPfe.native().size() + 1;
+    const bool hasDigit = pfn.size() == stem + 1 && pfn[stem] >= '0' && pfn[stem] <= '9';
+    if (!hasDigit) return false;
+    for (std::string higher = pfn; higher[stem] < Moraine::MaxSyslogExt.native()[1];) {
+        ++higher[stem];
+        if (Futils::FileExists(higher)) return true;
+    }
+    return false;
+}
+
 bool Rotate::ArchiveMaxSyslogdPfn(const std::filesystem::path& pfn) {
     (void)Futils::System(Moraine::SyslogStopCmd);  // Archived even if syslogd would not stop.
-    if (Archive(pfn)) return true;
+    if (ArchiveIfThere(pfn)) return true;
     if (Futils::System(Moraine::SyslogStartCmd)) return true;
     Log::Error(
         "Syslog had to be stopped to deal with its last possible rotation.  Messages were lost.");

@@ -7,23 +7,16 @@
 // use. Deleting the oldest boots would lose what the last start meant to keep; the renumbering is
 // finished instead.
 #include "daemon/moraine.h"
-#include "futils/futils.h"
+#include "futils/rename.h"
 #include "logfileutils/boot_numbers.h"
+#include "logfileutils/names.h"
 #include "logging/logging.h"
 #include "rotate/rotate.h"
-#include "util/format.h"
 
 namespace {
 
 constexpr unsigned short BootsDeletedAtOnce = 100;
 constexpr unsigned short AnyNumberOfFiles = 65535;
-
-// What follows the boot number. That has four digits after a foreign file in the archive kept the
-// numbers from being brought down.
-std::string RestOfName(const std::string& name) {
-    const std::size_t bootNumber = Moraine::SyslogFn.native().size() + 1;
-    return name.substr(name.find('.', bootNumber));
-}
 
 // Boot numbers that no file has, between numbers that files have.
 struct Gap {
@@ -34,26 +27,27 @@ struct Gap {
 // The gap that an interrupted renumbering leaves in the numbers from 1 to 999: the only one, since
 // each boot takes the number behind the last, and no larger than what is deleted at a time. (Within
 // one boot that was half renumbered, the files come apart into two boots. They stay in order.)
-Gap FindGap(const std::bitset<BootNumbers::Max + 1>& used) {
+Gap FindGap(const Catalogue::BootNumbers& numbers) {
+    const auto& used = numbers.used;
     unsigned short number = 1;
-    while (number <= BootNumbers::Max && used[number]) ++number;
+    while (number <= Moraine::MaxBootNum && used[number]) ++number;
     const unsigned short first = number;
-    while (number <= BootNumbers::Max && !used[number]) ++number;
+    while (number <= Moraine::MaxBootNum && !used[number]) ++number;
     const auto size = static_cast<unsigned short>(number - first);
 
-    const bool isOnly = used.count() + size == BootNumbers::Max;
+    const bool isOnly = used.count() + size == Moraine::MaxBootNum;
     return isOnly && size <= BootsDeletedAtOnce ? Gap{size, number} : Gap{};
 }
 
 }  // namespace
 
 bool Rotate::CheckReboots() {
-    const BootNumbers numbers = ReadBootNumbers();
+    const Catalogue::BootNumbers numbers = Catalogue::ReadBootNumbers();
     if (numbers.min == 0 && numbers.max == 0) return false;
 
     if (numbers.min == 1) {
-        if (numbers.max < BootNumbers::Max) return false;  // Nothing to delete or to renumber.
-        const Gap gap = FindGap(numbers.used);
+        if (numbers.max < Moraine::MaxBootNum) return false;  // Nothing to delete or to renumber.
+        const Gap gap = FindGap(numbers);
         if (gap.size != 0) return LowerBootNumbers(gap.numberBehind, gap.size);
         Log::Info("Log archive contains too many reboots.  Oldest %u will be deleted.",
                   BootsDeletedAtOnce);
@@ -63,7 +57,7 @@ bool Rotate::CheckReboots() {
 }
 
 bool Rotate::RenumberArchivedFiles() {
-    unsigned short minBoot = BootNumbers::Max;
+    unsigned short minBoot = Moraine::MaxBootNum;
     unsigned short maxBoot = 0;
     if (GetBootNumRange(minBoot, maxBoot)) return true;
     return minBoot > 1 && LowerBootNumbers(minBoot, static_cast<unsigned short>(minBoot - 1));
@@ -86,16 +80,19 @@ bool Rotate::LowerBootNumbers(unsigned short first, unsigned short distance) {
                 bootNumber, name.c_str(), first);
             continue;
         }
-        const auto newNumber = static_cast<unsigned>(bootNumber - distance);
         const std::string newName =
-            Moraine::SyslogFn.native() + Util::Format(".%03u", newNumber) + RestOfName(name);
-        const std::filesystem::path newPfe = Moraine::ArchPathAbs / newName;
-        if (Futils::FileExists(newPfe)) {
-            Log::Warn("'%s' keeps its boot number, because '%s' exists.", name.c_str(),
-                      newName.c_str());
-            continue;
+            Catalogue::WithBootNum(name, static_cast<unsigned>(bootNumber - distance));
+        switch (
+            Futils::RenameNoReplace(Moraine::ArchPathAbs / name, Moraine::ArchPathAbs / newName)) {
+            case Futils::RenameResult::Failed:
+                return true;
+            case Futils::RenameResult::TargetExists:
+                Log::Warn("'%s' keeps its boot number, because '%s' exists.", name.c_str(),
+                          newName.c_str());
+                continue;
+            case Futils::RenameResult::Renamed:
+                break;
         }
-        if (Futils::Rename(Moraine::ArchPathAbs / name, newPfe)) return true;
         Log::Debug("Renamed '%s' to '%s'", name.c_str(), newName.c_str());
     }
     return false;

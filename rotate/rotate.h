@@ -2,15 +2,15 @@
 // Init once and then CheckLogs every 10 seconds.
 //
 // Unless a declaration says otherwise, an operation returns true on failure and has logged why,
-// once. std::filesystem::filesystem_error is raised where a declaration says so; memory exhaustion
-// raises std::bad_alloc everywhere.
+// once. std::filesystem::filesystem_error is thrown where a declaration says so; std::bad_alloc,
+// when memory runs out, everywhere.
 #pragma once
 
 #include <filesystem>
 #include <set>
 #include <string>
 
-#include "../logfileutils/log_file_utils.h"
+#include "logfileutils/log_file_utils.h"
 
 class Rotate : public LogFileUtils {
 public:
@@ -18,17 +18,19 @@ public:
 
     // Makes the directories, checks the file system's capacity, applies the reboot limit, settles
     // the boot number, finishes what an interrupted run left and applies the size limit. The first
-    // failure ends it; nothing is undone, and the next start repeats all steps. Raises
+    // failure ends it; nothing is undone, and the next start repeats all steps. Throws
     // filesystem_error if the archive or the syslog directory cannot be read.
     [[nodiscard]] bool Init();
 
-    // Sets the boot number to one above the highest in the archive. Raises as GetBootNumRange does.
+    // Sets the boot number to one above the highest in the archive. Throws as GetBootNumRange does.
     [[nodiscard]] bool SetBootNum();
 
     // Deletes compressed leftovers (.xz) from the syslog directory and archives interrupted ones
-    // (.tmp), but for those that another process works on. Raises filesystem_error if the directory
-    // cannot be read.
+    // (.tmp). Throws filesystem_error if the directory cannot be read.
     [[nodiscard]] bool CleanUpTempFiles();
+
+    // The number of this run in the names of its archive files. 0 before SetBootNum.
+    [[nodiscard]] unsigned int GetBootNum() const { return bootNum; }
 
     // -- The check cycle (check_cycle.cpp).
 
@@ -47,11 +49,12 @@ public:
     // Compresses a file with xz, moves the result into the archive, removes the file and applies
     // the size limit. The live log is first renamed to its ".tmp" name, and syslogd told to reopen.
     //
-    // The file is removed only after the archive file and its name are safe on disk, and only if
-    // its path still names the very file that was compressed, unchanged. If syslogd moved it
-    // meanwhile, if it does not stop changing, or if another process archives it, it stays for a
-    // later cycle, with an Info line, and that is no failure. On failure the file stays, where it
-    // is or under its ".tmp" name, and what xz made may lie beside it.
+    // The file is removed only after the archive file and its name are safe on disk, and only if it
+    // is the very file that was compressed, unchanged, with no writer. If syslogd moved it
+    // meanwhile, if somebody deleted it, if it does not stop changing, or if somebody has it open
+    // for writing, that is logged at Info and is no failure; a file that is still there is left to
+    // a later cycle. On failure the file stays, where it is or under its ".tmp" name, and what xz
+    // made may lie beside it.
     [[nodiscard]] bool Archive(const std::string& pfn);
 
     // The bare name that an archive file made now gets; empty if the clock cannot be read.
@@ -71,19 +74,29 @@ public:
     [[nodiscard]] bool CheckPermCapacity() const;
 
     // Deletes the 100 oldest boots if boot numbers 1 to 999 are all in use, then renumbers;
-    // finishes a renumbering that was interrupted. Raises as GetBootNumRange does.
+    // finishes a renumbering that was interrupted. Throws as GetBootNumRange does.
     [[nodiscard]] bool CheckReboots();
 
     // Renames the archive files so that the lowest boot number is 1. A failed rename ends it; the
-    // next start goes on from there. Raises as GetBootNumRange does.
+    // next start goes on from there. Throws as GetBootNumRange does.
     [[nodiscard]] bool RenumberArchivedFiles();
 
 protected:
     class Archiving;  // of one file (archive.cpp)
 
-    // Archives a rotation that a listing told. If it is gone since, a later cycle finds it under
-    // its new name, and that is no failure.
-    [[nodiscard]] bool ArchiveListed(const std::string& pfn);
+    // Archives a file that was seen under this name. One that is gone since is no failure: a later
+    // cycle finds it under its new name.
+    [[nodiscard]] bool ArchiveIfThere(const std::string& pfn);
+    // The same for the highest rotation of a listing, if it still is: after a rotation by syslogd,
+    // the oldest file has a higher name, and goes first, in a later cycle.
+    [[nodiscard]] bool ArchiveHighest(const std::string& pfn);
+    [[nodiscard]] bool HasHigherRotation(const std::string& pfn) const;
+    // Removes a rotation or interrupted archiving that is in the archive already. One that is not
+    // is no failure.
+    [[nodiscard]] bool RemoveIfArchived(const std::string& pfn);
+    // The same for all that there are (startup.cpp). Throws filesystem_error if the syslog
+    // directory cannot be read.
+    [[nodiscard]] bool RemoveArchivedFiles();
     [[nodiscard]] std::filesystem::path GetFreeArchPfe() const;
     [[nodiscard]] bool DeleteOldestUntilLowerMark();
     // Takes `distance` off the boot numbers from `first` on.
@@ -91,9 +104,9 @@ protected:
 
     unsigned int bootNum = 0;       // of this run; in the name of each new archive file
     unsigned long archDirSize = 0;  // bytes in the archive directory; kept up by arithmetic
-
-    // The check cycle's last listing. The next one takes over its memory.
-    std::set<std::string> syslogFiles;
+    // A file of the syslog directory may be in the archive already: after a start, and after
+    // syslogd moved one at the moment of its removal.
+    bool mayBeArchived = false;
 };
 
 // The time since the device started, as a date and time counted from 1970-01-01:

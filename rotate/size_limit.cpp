@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr long SizeLimit = 1L << 30;
+constexpr auto SizeLimit = static_cast<long>(Moraine::MaxArchiveSize);
 constexpr long LowerMark = SizeLimit / 10 * 9 + SizeLimit % 10 * 9 / 10;
 constexpr unsigned long RequiredCapacity = SizeLimit / 10 * 12 + SizeLimit % 10 * 12 / 10;
 static_assert(LowerMark == 966367641 && RequiredCapacity == 1288490188);

@@ -1,14 +1,16 @@
 #include "rotate/source_file.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <ctime>
 #include <utility>
 
 #include "util/elapsed_time.h"
+
+namespace Rotation {
 
 namespace {
 
@@ -25,9 +27,7 @@ bool SameFile(const struct stat& a, const struct stat& b) {
 SourceFile::SourceFile(std::filesystem::path path)
     : pfn(std::move(path)),
       fd(open(pfn.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)),
-      openError(fd < 0 ? errno : 0),
-      // Where the file system knows no locks, it is nobody's.
-      isTaken(fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {}
+      openError(fd < 0 ? errno : 0) {}
 
 SourceFile::~SourceFile() {
     if (fd >= 0) (void)close(fd);  // Nothing was written through it.
@@ -47,6 +47,21 @@ SourceFile::State SourceFile::Look() const {
     return same ? State::Same : State::Changed;
 }
 
+std::size_t SourceFile::ReadAt(off_t offset, char* data, std::size_t size) const {
+    const ssize_t length = pread(fd, data, size, offset);
+    return length < 0 ? 0 : static_cast<std::size_t>(length);
+}
+
+bool SourceFile::LockOutWriters() const {
+    // The signal that announces a waiting writer: by default it would end the process.
+    (void)fcntl(fd, F_SETSIG, SIGURG);
+    return fcntl(fd, F_SETLEASE, F_RDLCK) == 0 || errno != EAGAIN;
+}
+
+void SourceFile::LetWritersIn() const {
+    (void)fcntl(fd, F_SETLEASE, F_UNLCK);  // It may hold none.
+}
+
 double SourceFile::MsSinceTouched() const {
     struct stat now {};
     timespec clock{};
@@ -54,3 +69,12 @@ double SourceFile::MsSinceTouched() const {
     (void)clock_gettime(CLOCK_REALTIME, &clock);
     return Util::GetElapsedSec(clock, now.st_ctim) * 1000;
 }
+
+bool HaveSameTime(const std::filesystem::path& a, const std::filesystem::path& b) {
+    struct stat first {};
+    struct stat second {};
+    return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 &&
+           SameTime(first.st_mtim, second.st_mtim);
+}
+
+}  // namespace Rotation

@@ -1,17 +1,19 @@
 // The identity of a file while its path may come to name another one: syslogd renames its rotations
-// at any moment, and may go on writing to a file that was renamed under it. The open descriptor
-// holds on to the very file that is archived, and locks it for as long: two daemons would take each
-// other's half-compressed copies for their own.
+// at any moment, and a writer may go on writing to a file that was renamed under it. The open
+// descriptor holds on to the very file that is archived.
 #pragma once
 
 #include <sys/stat.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <utility>
 
+namespace Rotation {
+
 class SourceFile {
 public:
-    // Opens and locks the file at `pfn`. Never blocks, and logs nothing.
+    // Opens the file at `pfn`. Never blocks, and logs nothing.
     explicit SourceFile(std::filesystem::path pfn);
     SourceFile(const SourceFile&) = delete;
     SourceFile& operator=(const SourceFile&) = delete;
@@ -24,9 +26,6 @@ public:
     // 0, or the errno with which opening failed.
     int OpenError() const { return openError; }
 
-    // True if another process archives it.
-    bool IsTaken() const { return isTaken; }
-
     // Takes the present content as the one that Look compares with.
     void Mark();
 
@@ -38,6 +37,18 @@ public:
     };
     [[nodiscard]] State Look() const;
 
+    // Bytes, when it was marked.
+    off_t Size() const { return marked.st_size; }
+
+    // Reads up to `size` bytes at `offset`. Returns how many; 0 at the end and on an error.
+    [[nodiscard]] std::size_t ReadAt(off_t offset, char* data, std::size_t size) const;
+
+    // Keeps writers out: who opens the file for writing from now on waits for LetWritersIn. Returns
+    // false if somebody has it open for writing already. True where the file system knows no
+    // leases.
+    [[nodiscard]] bool LockOutWriters() const;
+    void LetWritersIn() const;
+
     // Milliseconds since the file was last written to or renamed, by the system's clock.
     [[nodiscard]] double MsSinceTouched() const;
 
@@ -45,6 +56,11 @@ private:
     std::filesystem::path pfn;
     int fd;
     int openError;
-    bool isTaken;
     struct stat marked {};
 };
+
+// True if both files are there and were modified at the same nanosecond: xz gives its output the
+// time of its input.
+[[nodiscard]] bool HaveSameTime(const std::filesystem::path& a, const std::filesystem::path& b);
+
+}  // namespace Rotation

@@ -6,17 +6,18 @@
 #include "futils/futils.h"
 #include "logging/logging.h"
 #include "rotate/rotate.h"
-#include "rotate/source_file.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// True for a compressed file that nobody is making any more.
-bool IsLeftover(const fs::path& pfn) {
-    if (pfn.extension() != Moraine::XzExt) return false;
-    const SourceFile source(fs::path(pfn).replace_extension());
-    return !source.IsTaken();
+// Listed before anything is done: archiving makes and removes files in this directory. Throws
+// filesystem_error if it cannot be read.
+std::vector<fs::path> ListSyslogDirectory() {
+    std::vector<fs::path> entries;
+    Futils::DirectoryWalk walk(Moraine::SyslogPathAbs);
+    while (walk.Next()) entries.push_back(Moraine::SyslogPathAbs / walk.Name());
+    return entries;
 }
 
 }  // namespace
@@ -33,26 +34,31 @@ bool Rotate::Init() {
     if (Futils::CreateDir(Moraine::ArchPathAbs)) return true;
     if (CheckReboots()) return true;  // It renumbers the boots that SetBootNum reads.
     if (SetBootNum()) return true;
+    mayBeArchived = true;
     if (CleanUpTempFiles()) return true;
+    if (RemoveArchivedFiles()) return true;  // Behind it: a removal needs the ".tmp" name free.
     if (ResetArchDirSize()) return true;
     return CheckArchSize();
 }
 
 bool Rotate::SetBootNum() {
-    unsigned short minBoot = 999;
+    unsigned short minBoot = Moraine::MaxBootNum;
     unsigned short maxBoot = 0;
     if (GetBootNumRange(minBoot, maxBoot)) return true;
     bootNum = maxBoot + 1U;
     return false;
 }
 
+bool Rotate::RemoveArchivedFiles() {
+    for (const fs::path& pfn : ListSyslogDirectory()) {
+        if (IsSyslogRotFn(pfn.filename()) && RemoveIfArchived(pfn)) return true;
+    }
+    return false;
+}
+
 bool Rotate::CleanUpTempFiles() {
-    // Listed first: archiving makes and removes files in the directory that is walked.
-    std::vector<fs::path> entries;
-    DirectoryWalk walk(Moraine::SyslogPathAbs.c_str());
-    while (walk.Next()) entries.push_back(Moraine::SyslogPathAbs / walk.Name());
-    for (const fs::path& pfn : entries) {
-        if (IsLeftover(pfn) && Futils::Remove(pfn)) return true;
+    for (const fs::path& pfn : ListSyslogDirectory()) {
+        if (pfn.extension() == Moraine::XzExt && Futils::Remove(pfn)) return true;
         if (pfn.extension() == Moraine::TmpExt && Archive(pfn)) return true;
     }
     return false;

@@ -25,16 +25,8 @@ std::string DashboardToJson(const std::string& text);
 // "192.168.0.1", and "192.168.0.1 (0xc0a80001)" when `withHex` is set.
 std::string GetIpAddrString(unsigned int address, bool withHex);
 
-// Write a copy of `inFile` to `outFile` (made or emptied) with every byte substituted through a
-// fixed table, and back. This hides a file from a casual look and protects nothing: the table is in
-// every copy of the program. Returns 0, or -1 if a file cannot be opened or read or does not fit
-// into memory; `outFile` is then untouched, unless opening it was what failed. Whether all of it
-// could be written is not checked. DecryptFile also takes a file that ends early while it is read.
-int EncryptFile(const std::string& inFile, const std::string& outFile);
-int DecryptFile(const std::string& inFile, const std::string& outFile);
-
-// The standard output of a shell command, whole; empty if it could not be started. Its exit status
-// is not told.
+// The standard output of a shell command, whole; empty if it could not be started. The exit
+// status is discarded.
 std::string ReadStdOutFromSystemCall(const char* command);
 
 // True if the path exists, as a file of whatever kind; links are followed.

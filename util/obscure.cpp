@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "util/encode.h"
+#include "util/obscure.h"
 
 namespace Util {
 

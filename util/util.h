@@ -1,7 +1,8 @@
 // The general utilities, all at once.
 #pragma once
 
-#include "elapsed_time.h"
-#include "encode.h"
-#include "format.h"
-#include "parse.h"
+#include "util/elapsed_time.h"
+#include "util/encode.h"
+#include "util/format.h"
+#include "util/obscure.h"
+#include "util/parse.h"

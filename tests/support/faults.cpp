@@ -1,10 +1,14 @@
 #include "tests/support/faults.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -222,15 +226,25 @@ int close(int fd) {
     return MustFail("close") ? -1 : real(fd);
 }
 
-int open(const char* path, int flags, ...) {
-    static auto* const real = Real<int(const char*, int, ...)>("open");
-    if ((flags & O_DIRECTORY) != 0 && MustFail("open")) return -1;
+DIR* opendir(const char* path) {
+    static auto* const real = Real<DIR*(const char*)>("opendir");
+    return MustFail("opendir") ? nullptr : real(path);
+}
+
+int closedir(DIR* stream) {
+    static auto* const real = Real<int(DIR*)>("closedir");
+    return MustFail("closedir") ? -1 : real(stream);
+}
+
+// F_SETLEASE and F_SETSIG take an int, as all commands that this program uses.
+[[gnu::no_sanitize_address]] int fcntl(int fd, int command, ...) {
+    static auto* const real = Real<int(int, int, ...)>("fcntl");
     std::va_list args;
-    va_start(args, flags);
-    const bool hasMode = (flags & O_CREAT) != 0;
-    const mode_t mode = hasMode ? va_arg(args, mode_t) : 0;
+    va_start(args, command);
+    void* const value = va_arg(args, void*);
     va_end(args);
-    return real(path, flags, mode);
+    if (command == F_SETLEASE && MustFail("lease")) return -1;
+    return real(fd, command, value);
 }
 
 int nanosleep(const timespec* interval, timespec* rest) {
@@ -260,10 +274,39 @@ int kill(pid_t pid, int signal) noexcept {
     return MustFail("kill") ? -1 : 0;
 }
 
-int system(const char* command) {
-    static auto* const real = Real<int(const char*)>("system");
-    calls.push_back(std::string("system ") + command);
-    return MustFail("system") ? -1 : real(command);
+int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
+                const posix_spawnattr_t* attributes, char* const* arguments,
+                char* const* environment) {
+    static auto* const real =
+        Real<int(pid_t*, const char*, const posix_spawn_file_actions_t*, const posix_spawnattr_t*,
+                 char* const*, char* const*)>("posix_spawn");
+    calls.push_back(std::string("system ") + arguments[2]);
+    if (MustFail("system")) return errno;
+    return real(pid, path, actions, attributes, arguments, environment);
+}
+
+pid_t waitpid(pid_t pid, int* status, int options) {
+    static auto* const real = Real<pid_t(pid_t, int*, int)>("waitpid");
+    return MustFail("waitpid") ? -1 : real(pid, status, options);
+}
+
+// As the C library's own it takes all the arguments that there may be, so that the sanitizer must
+// not look.
+[[gnu::no_sanitize_address]] long syscall(long number, ...) noexcept {
+    static auto* const real = Real<long(long, ...)>("syscall");
+    std::va_list args;
+    va_start(args, number);
+    long values[6];
+    for (long& value : values) value = va_arg(args, long);
+    va_end(args);
+    const auto [first, second, third, fourth, fifth, sixth] = values;
+    if (number == SYS_renameat2) {
+        calls.push_back(std::string("rename ") + reinterpret_cast<const char*>(second) + ' ' +
+                        reinterpret_cast<const char*>(fourth));
+        if (fifth != 0 && MustFail("renameat2")) return -1;
+        if (MustFail("rename")) return -1;
+    }
+    return real(number, first, second, third, fourth, fifth, sixth);
 }
 
 }  // extern "C"

@@ -11,10 +11,11 @@ namespace Faults {
 
 // Lets calls of the function fail with `error` as errno: the `nth` call from now on (1: the next),
 // and no other; 0: every call. Known functions: "clock_gettime" (monotonic clock only), "gmtime_r",
-// "strftime" (returns 0), "fsync", "flock", "rename", "remove", "fopen", "fclose", "fread" (one
-// item short), "fileno", "fstat", "statvfs", "open" (of a directory that is listed), "close",
-// "nanosleep" (of an interval that is interrupted, EINTR, one second has passed), "kill", "system"
-// (returns -1).
+// "strftime" (returns 0), "fsync", "flock", "lease" (fcntl's F_SETLEASE), "rename" (every kind of
+// it), "renameat2" (with flags), "remove", "fopen", "fclose", "fread" (one item short), "fileno",
+// "fstat", "statvfs", "opendir", "closedir", "close", "nanosleep" (of an interval that is
+// interrupted, EINTR, one second has passed), "kill", "system" (a command that cannot be started),
+// "waitpid".
 void Fail(const std::string& function, int error, int nth = 0);
 
 // Everything works again, clocks and sleeps included, and no call is recorded.

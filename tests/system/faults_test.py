@@ -18,6 +18,7 @@ START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
 END = [caught(SIGTERM), exiting(0)]
 ROTATION = SYSLOG / "messages.txt.0"
 COMPRESSED = SYSLOG / "messages.txt.0.xz"
+TAKEN = SYSLOG / "messages.txt.tmp"  # a rotation that is being removed
 # Of which calls the C library makes use depends on the processor.
 RENAME = "?rename,?renameat,?renameat2"
 UNLINK = "?unlink,?unlinkat"
@@ -52,9 +53,10 @@ class Archiving(BlackBoxCase):
         self.assertEqual(content_of(SYSLOG), {"messages.txt": "", "archive/": "", **leaves})
         self.assertEqual([text for _, text in archive()], ["kept"] * archives)
 
-        self.assertIn(archived(ROTATION.name, 1 + archives), self.run_once())
+        known = info(Like(r".+ is in the archive already, as 'messages\.001\..+'\."))
+        self.assertIn(known if archives else archived(ROTATION.name), self.run_once())
         self.assertEqual(self.status, 0)
-        self.assertEqual([text for _, text in archive()], ["kept"] * (archives + 1))
+        self.assertEqual([text for _, text in archive()], ["kept"])
         self.assertEqual(content_of(SYSLOG), {"messages.txt": "", "archive/": ""})
 
     def test_sync_of_the_file(self) -> None:
@@ -64,7 +66,7 @@ class Archiving(BlackBoxCase):
                    leaves={ROTATION.name: "kept", COMPRESSED.name: Like(".+")})
 
     def test_sync_of_the_archive(self) -> None:
-        """The archive folder cannot be synced: the rotation stays, once too often is no loss."""
+        """The archive folder cannot be synced: the rotation stays, and the next start removes it."""
         self.check(fail("fsync", "EIO", ARCHIVE),
                    [error(f"Unable to sync {ARCHIVE}: Input/output error")],
                    leaves={ROTATION.name: "kept"}, archives=1)
@@ -97,9 +99,8 @@ class Archiving(BlackBoxCase):
 
     def test_removal(self) -> None:
         """The rotation cannot be removed."""
-        self.check(fail(UNLINK, "EPERM", ROTATION),
-                   [error(Like(f"Remove failure for {ROTATION}: .+"))],
-                   leaves={ROTATION.name: "kept"}, archives=1)
+        self.check(fail(UNLINK, "EPERM", TAKEN), [error(Like(f"Remove failure for {TAKEN}: .+"))],
+                   leaves={TAKEN.name: "kept"}, archives=1)
 
     def test_no_processes(self) -> None:
         """No process can be made for xz."""
@@ -158,8 +159,10 @@ class Archiving(BlackBoxCase):
         self.assertEqual(self.stop(daemon), 0)
         calls = re.findall(r'^(fsync|rename|unlink)\w*\(.*?(/perm/[^">]+)',
                            (SCRATCH / "strace").read_text(), re.MULTILINE)
-        self.assertEqual(calls, [("fsync", str(COMPRESSED)), ("rename", str(COMPRESSED)),
-                                 ("fsync", str(ARCHIVE)), ("unlink", str(ROTATION))])
+        self.assertEqual(calls, [("fsync", str(COMPRESSED)), ("fsync", str(SYSLOG)),
+                                 ("rename", str(COMPRESSED)), ("fsync", str(ARCHIVE)),
+                                 ("rename", str(ROTATION)), ("unlink", str(TAKEN)),
+                                 ("fsync", str(SYSLOG))])
 
 
 class TakingTheLiveLog(BlackBoxCase):
@@ -231,7 +234,7 @@ class Listing(BlackBoxCase):
     def test_syslog_in_a_cycle(self) -> None:
         """The syslog folder cannot be read for two cycles: they are skipped, the third archives."""
         write(ROTATION, "rotation")
-        daemon = self.start(fast_sleep=50, strace=fail("openat", "EIO", SYSLOG, when="2..3"))
+        daemon = self.start(fast_sleep=50, strace=fail("openat", "EIO", SYSLOG, when="3..4"))
         self.log.wait_for(archived(ROTATION.name))
         self.assertEqual(self.stop(daemon), 0)
         not_listed = error(Like(rf"Exception in GetFilesInDir\({SYSLOG}\): .+"))

@@ -166,6 +166,19 @@ class LastRotation(RealSyslogdCase):
         self.assert_nothing_lost(flood.written)
 
 
+    def test_fresh_signal_state(self) -> None:
+        """The syslogd that the daemon starts obeys every signal, also where /bin/sh is BusyBox's,
+        which passes on what it was started with."""
+        self.mount("--bind", os.path.realpath("/sbin/syslogd"), os.path.realpath("/bin/sh"))
+        services.syslogd.start()
+        first = services.syslogd.pid
+        LAST.write_text("last rotation\n")
+        services.daemon.start()
+        self.wait_until(lambda: services.syslogd.pid not in (None, first), "another syslogd runs")
+        status = Path(f"/proc/{services.syslogd.pid}/status").read_text()
+        blocked = re.search(r"^SigBlk:\t(\w+)$", status, re.MULTILINE)
+        self.assertEqual(int(blocked[1], 16), 0)
+
     def test_lines_come_all_the_time(self) -> None:
         """Lines that come meanwhile may be lost, but only there: what the Error line says."""
         services.syslogd.start()

@@ -117,7 +117,7 @@ protected:
     // Expects the command to fail, and both lines.
     void ExpectFailure(const std::string& dir, int result) {
         SCOPED_TRACE(dir);
-        Faults::OnCall("system", [] { errno = EDOM; });
+        Faults::OnCall("waitpid", [] { errno = EDOM; });
         const Dir before = ReadDir(folder);
         EXPECT_FAILURE(Futils::CreatePath(dir));
         EXPECT_EQ(
@@ -169,7 +169,7 @@ TEST_F(CreatePathTest, WithoutAShellFails) {
     Faults::Fail("system", ENOMEM);
     EXPECT_FAILURE(Futils::CreatePath(folder / "new"));
     EXPECT_EQ(log.Take(),
-              (LogLines{{LOG_ERR, RawMkdirLine(folder / "new", -1, "Cannot allocate memory")},
+              (LogLines{{LOG_ERR, RawMkdirLine(folder / "new", 32512, "Cannot allocate memory")},
                         {LOG_ERR, "Unable to 'mkdir -p /perm/futils/new'."}}));
 }
 

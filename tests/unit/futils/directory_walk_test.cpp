@@ -1,12 +1,10 @@
-// DirectoryWalk, on file systems that tell less than the usual ones, and while files come and go.
+// DirectoryWalk, on file systems that list no kinds, and while files come and go.
 #include "futils/directory_walk.h"
 
 #include <dlfcn.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <optional>
 
 #include "tests/support/ordinary_rights.h"
@@ -19,53 +17,24 @@ namespace {
 bool kindsAreHidden = false;
 std::optional<int> readableEntries;  // before one failure; unset: all
 
-// The length of the first `count` entries of a listing, or of all.
-long LengthOf(const char* entries, long length, int count) {
-    long end = 0;
-    for (; end < length && count > 0; --count) {
-        end += reinterpret_cast<const dirent*>(entries + end)->d_reclen;
-    }
-    return end;
-}
-
-void HideKinds(char* entries, long length) {
-    for (long place = 0; place < length;) {
-        auto* const entry = reinterpret_cast<dirent*>(entries + place);
-        entry->d_type = DT_UNKNOWN;
-        place += entry->d_reclen;
-    }
-}
-
 }  // namespace
 
-// A file system need not tell an entry's kind, and a medium can fail halfway. As the C library's
-// own it takes all the arguments that there may be, so that the sanitizer must not look.
-extern "C" [[gnu::no_sanitize_address]] long syscall(long number, ...) noexcept {
-    static auto* const real = reinterpret_cast<long (*)(long, ...)>(dlsym(RTLD_NEXT, "syscall"));
-    std::va_list args;
-    va_start(args, number);
-    long values[6];
-    for (long& value : values) value = va_arg(args, long);
-    va_end(args);
-    const auto [first, second, third, fourth, fifth, sixth] = values;
-    if (number != SYS_getdents64) return real(number, first, second, third, fourth, fifth, sixth);
-
-    if (readableEntries == 0) {
+// A file system need not know an entry's kind, and a medium can fail halfway.
+extern "C" dirent* readdir(DIR* stream) {
+    static auto* const real = reinterpret_cast<dirent* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir"));
+    if (readableEntries && (*readableEntries)-- == 0) {
         readableEntries.reset();
         errno = EIO;
-        return -1;
+        return nullptr;
     }
-    auto* const entries = reinterpret_cast<char*>(second);
-    long length = real(number, first, second, third);
-    if (length > 0 && kindsAreHidden) HideKinds(entries, length);
-    if (length > 0 && readableEntries) {
-        length = LengthOf(entries, length, *readableEntries);
-        readableEntries = 0;
-    }
-    return length;
+    dirent* const entry = real(stream);
+    if (entry != nullptr && kindsAreHidden) entry->d_type = DT_UNKNOWN;
+    return entry;
 }
 
 namespace {
+
+using Futils::DirectoryWalk;
 
 class DirectoryWalkTest : public FutilsTest {
 protected:
@@ -96,7 +65,7 @@ TEST_F(DirectoryWalkTest, MeetsEveryEntryOnceButNeitherItselfNorItsParent) {
     EXPECT_FALSE(walk.Next());
 }
 
-TEST_F(DirectoryWalkTest, TellsRegularFilesWhetherTheListingDoesOrNot) {
+TEST_F(DirectoryWalkTest, KnowsRegularFilesWithAndWithoutTheListing) {
     WriteFile(folder / "file", "123");
     fs::create_symlink("file", folder / "link");
     fs::create_directory(folder / "dir");
@@ -120,7 +89,7 @@ TEST_F(DirectoryWalkTest, TellsRegularFilesWhetherTheListingDoesOrNot) {
     }
 }
 
-TEST_F(DirectoryWalkTest, WhatTheListingTellsIsNotAskedAgain) {
+TEST_F(DirectoryWalkTest, ReadsNoStatusOfAKindThatIsListed) {
     fs::create_directories(folder / "listed only" / "dir");
     fs::permissions(folder / "listed only", fs::perms::owner_read);
     const OrdinaryRights ordinary;

@@ -1,6 +1,7 @@
 // Futils::Rename and Futils::Remove.
 #include <cerrno>
 
+#include "futils/rename.h"
 #include "tests/support/mounts.h"
 #include "tests/support/ordinary_rights.h"
 #include "tests/unit/futils/fixture.h"
@@ -112,6 +113,44 @@ TEST_F(RenameTest, AMediumErrorIsTold) {
     WriteFile(folder / "file", "1");
     Faults::Fail("rename", EIO);
     ExpectFailure(folder / "file", folder / "new");
+}
+
+// With and without the kernel's help.
+class RenameNoReplaceTest : public FutilsTest, public testing::WithParamInterface<int> {
+protected:
+    void SetUp() override {
+        if (GetParam() != 0) Faults::Fail("renameat2", GetParam());
+    }
+};
+INSTANTIATE_TEST_SUITE_P(, RenameNoReplaceTest, testing::Values(0, EINVAL, ENOSYS));
+
+using Futils::RenameResult;
+
+TEST_P(RenameNoReplaceTest, Renames) {
+    WriteFile(folder / "a", "1");
+    EXPECT_EQ(Futils::RenameNoReplace(folder / "a", folder / "b"), RenameResult::Renamed);
+    EXPECT_DIR(folder, {{"b", "1"}});
+}
+
+TEST_P(RenameNoReplaceTest, ReplacesNothing) {
+    WriteFile(folder / "a", "1");
+    WriteFile(folder / "b", "2");
+    fs::create_symlink("nowhere", folder / "c");
+    fs::create_directory(folder / "d");
+    for (const char* name : {"b", "c", "d"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(Futils::RenameNoReplace(folder / "a", folder / name), RenameResult::TargetExists);
+    }
+    EXPECT_DIR(folder, {{"a", "1"}, {"b", "2"}, {"c@", "nowhere"}, {"d/", ""}});
+    ExpectNoLines();
+}
+
+TEST_P(RenameNoReplaceTest, LogsAFailureAsRenameDoes) {
+    EXPECT_EQ(Futils::RenameNoReplace(folder / "a", folder / "b"), RenameResult::Failed);
+    ExpectError("Rename failure, reason: " +
+                Reason([this] { fs::rename(folder / "a", folder / "b"); }));
+    EXPECT_EQ(Futils::TryRenameNoReplace(folder / "a", folder / "b"), ENOENT);
+    ExpectNoLines();
 }
 
 class RemoveTest : public FutilsTest {

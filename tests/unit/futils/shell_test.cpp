@@ -1,8 +1,9 @@
-// Futils::System.
+// Futils::System and CommandOutput.
 #include <cerrno>
 #include <csignal>
 #include <utility>
 
+#include "futils/command.h"
 #include "tests/unit/futils/fixture.h"
 
 namespace {
@@ -11,7 +12,7 @@ class SystemTest : public FutilsTest {
 protected:
     void ExpectFailure(const std::string& command, int result) {
         SCOPED_TRACE(command);
-        Faults::OnCall("system", [] { errno = EDOM; });
+        Faults::OnCall("waitpid", [] { errno = EDOM; });
         EXPECT_FAILURE(Futils::System(command));
         ExpectError("Unable to '" + command + "'.  Result: " + std::to_string(result) +
                     ", Error: 'Numerical argument out of domain'");
@@ -52,7 +53,7 @@ TEST_F(SystemTest, AFailureIsToldWithTheRawWaitStatusAndWhateverErrnoHolds) {
 TEST_F(SystemTest, WithoutAChildProcessFails) {
     Faults::Fail("system", EAGAIN);
     EXPECT_FAILURE(Futils::System("true"));
-    ExpectError("Unable to 'true'.  Result: -1, Error: 'Resource temporarily unavailable'");
+    ExpectError("Unable to 'true'.  Result: 32512, Error: 'Resource temporarily unavailable'");
 }
 
 volatile std::sig_atomic_t arrivedSignals = 0;
@@ -76,8 +77,7 @@ protected:
     sigset_t maskBefore;
 };
 
-// The C library ignores these two while a command runs.
-TEST_F(SignalDuringCommandTest, IsHandledAfterwardsIfThereIsAHandler) {
+TEST_F(SignalDuringCommandTest, IsHandledIfThereIsAHandler) {
     for (const auto& [number, name] : {std::pair{SIGINT, "INT"}, std::pair{SIGQUIT, "QUIT"}}) {
         SCOPED_TRACE(name);
         arrivedSignals = 0;
@@ -93,6 +93,68 @@ TEST_F(SignalDuringCommandTest, IsIgnoredIfThereIsNoHandler) {
     (void)signal(SIGQUIT, SIG_IGN);
     EXPECT_SUCCESS(Futils::System("kill -s INT $PPID; kill -s QUIT $PPID"));
     EXPECT_EQ(arrivedSignals, 0);
+}
+
+// What the caller ignores or blocks, and not every shell resets.
+class FreshSignalStateTest : public SystemTest {
+protected:
+    void SetUp() override {
+        sigset_t all;
+        sigfillset(&all);
+        (void)pthread_sigmask(SIG_BLOCK, &all, &maskBefore);
+        (void)signal(SIGPIPE, SIG_IGN);
+        (void)signal(SIGHUP, SIG_IGN);
+    }
+    void TearDown() override {
+        (void)signal(SIGHUP, SIG_DFL);
+        (void)signal(SIGPIPE, SIG_DFL);
+        (void)pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
+        SystemTest::TearDown();
+    }
+
+    // Both masks without the signals 32 and 33, which the C library keeps for itself.
+    static constexpr char ReadState[] =
+        "while read -r name mask; do case $name in SigBlk:|SigIgn:) "
+        "echo \"$name $((0x$mask & ~0x180000000))\";; esac; done < /proc/$$/status";
+    static constexpr char FreshState[] = "SigBlk: 0\nSigIgn: 0\n";
+    sigset_t maskBefore{};
+};
+
+TEST_F(FreshSignalStateTest, IsThatOfACommand) {
+    EXPECT_SUCCESS(Futils::System(ReadState + (" > " + (folder / "state").string())));
+    EXPECT_EQ(ReadFile(folder / "state"), FreshState);
+}
+
+TEST_F(FreshSignalStateTest, IsThatOfACommandWhoseOutputIsRead) {
+    Futils::CommandOutput output(ReadState);
+    std::string state(1000, '\0');
+    state.resize(output.Read(state.data(), state.size()));
+    EXPECT_EQ(state, FreshState);
+}
+
+class CommandOutputTest : public FutilsTest {};
+
+TEST_F(CommandOutputTest, IsReadInPieces) {
+    Futils::CommandOutput output("printf abcdefg; sleep 0.1; printf h");
+    char text[6] = {};
+    EXPECT_EQ(output.Read(text, 5), 5U);
+    EXPECT_STREQ(text, "abcde");
+    EXPECT_EQ(output.Read(text, 5), 3U);
+    EXPECT_STREQ(text, "fghde");
+    EXPECT_EQ(output.Read(text, 5), 0U);
+}
+
+TEST_F(CommandOutputTest, ThatIsNotReadToItsEndEndsTheCommand) {
+    char text[1];
+    EXPECT_EQ(Futils::CommandOutput("yes").Read(text, 1), 1U);
+    ExpectNothingOpen();
+}
+
+TEST_F(CommandOutputTest, OfACommandThatCannotBeStartedIsEmpty) {
+    Faults::Fail("system", EAGAIN);
+    char text[1];
+    EXPECT_EQ(Futils::CommandOutput("echo").Read(text, 1), 0U);
+    ExpectNothingOpen();
 }
 
 TEST_F(SystemTest, TheLineOfALongCommandIsCut) {

@@ -1,6 +1,13 @@
 // Packing archive files into the tar file.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
 #include <iterator>
 
+#include "tests/support/mounts.h"
 #include "tests/unit/logfileutils/download_fixture.h"
 
 namespace fs = std::filesystem;
@@ -335,7 +342,7 @@ TEST_F(DownloadFailureTest, WithoutAShellNothingIsPacked) {
     EXPECT_EQ(TmpNames(), Names());
     EXPECT_EQ(log.Take()[1],
               (LogLine{LOG_ERR, "Unable to '" + Create(a) +
-                                    "'.  Result: -1, Error: 'Cannot allocate memory'"}));
+                                    "'.  Result: 32512, Error: 'Cannot allocate memory'"}));
 }
 
 // tar runs all the same, and takes what lies there; then the name is free for the next attempt.
@@ -356,11 +363,81 @@ TEST_F(DownloadFailureTest, ALinkInTheWayOfACopyIsNotFollowed) {
     WriteFile("/perm/logs/victim", "untouched");
     fs::create_symlink("/perm/logs/victim", tmp / b);
     fs::create_symlink("/perm/logs/new", tmp / a);
-    EXPECT_EQ(Fill(), -1);
-    EXPECT_EQ(Fill(), -1);
     EXPECT_EQ(Fill(), 3);
+    EXPECT_EQ(PackedContent(b), b);
     EXPECT_EQ(ReadFile("/perm/logs/victim"), "untouched");
     EXPECT_FALSE(fs::exists("/perm/logs/new"));
+}
+
+// Anybody can make these, and root must neither write through them nor wait for them.
+TEST_F(DownloadFailureTest, WhatSomebodyPlantedForTheTarFileIsRemoved) {
+    WriteFile("/perm/logs/victim", "untouched");
+    const std::function<void(const fs::path&)> plants[]{
+        [](const fs::path& name) { fs::create_symlink("/perm/logs/victim", name); },
+        [](const fs::path& name) { fs::create_symlink("/perm/logs/new", name); },
+        [](const fs::path& name) {
+            WriteFile("/tmp/victim", "untouched");
+            fs::create_hard_link("/tmp/victim", name);
+        },
+        [](const fs::path& name) { ASSERT_EQ(mkfifo(name.c_str(), 0666), 0); },
+        [](const fs::path& name) { WriteFile(name / "folder" / "file", "planted"); },
+        [](const fs::path& name) {
+            WriteFile(name, "planted");
+            ASSERT_EQ(chown(name.c_str(), 65534, 65534), 0);
+        },
+    };
+    for (const auto& plant : plants) {
+        for (const fs::path& name : {tmp / "syslog.tar", tmp / a}) {
+            SCOPED_TRACE(name);
+            fs::remove_all(tmp / "syslog.tar");
+            plant(name);
+            EXPECT_EQ(Fill(), 3);
+            EXPECT_EQ(Packed(), (Names{a, b, c}));
+            EXPECT_EQ(fs::exists("/tmp/victim") ? ReadFile("/tmp/victim") : "untouched",
+                      "untouched");
+            fs::remove("/tmp/victim");
+            EXPECT_EQ(TmpNames(), Names{"syslog.tar"});
+        }
+    }
+    EXPECT_EQ(ReadFile("/perm/logs/victim"), "untouched");
+    EXPECT_FALSE(fs::exists("/perm/logs/new"));
+}
+
+TEST_F(DownloadFailureTest, WhatCannotBeRemovedIsAFailure) {
+    fs::create_directory(tmp / "syslog.tar");
+    const Mounted mounted = Mounted::Tmpfs(tmp / "syslog.tar", "64k");
+    EXPECT_EQ(Fill(), -1);
+    EXPECT_THAT(log.Take()[1].text, testing::StartsWith("Remove failure for /tmp/syslog.tar: "));
+}
+
+TEST_F(DownloadFailureTest, OneDownloadIsPackedAtATime) {
+    const int theirs = open("/var/run/vandis-moraine-download.lock", O_RDWR | O_CREAT, 0600);
+    ASSERT_EQ(flock(theirs, LOCK_EX), 0);
+    log.Take();
+    const std::string isPacked =
+        "Another log download is being packed.  Try again when it is done.";
+    WriteFile("/perm/logs/syslog/messages.txt", "live\n");
+    EXPECT_EQ(Fill(), -1);
+    ExpectLines({{LOG_ERR, isPacked}});
+    EXPECT_EQ(catalogue.PrepDefaultLogFileDownload(), -1);
+    ExpectLines({{LOG_ERR, isPacked}});
+    EXPECT_FALSE(catalogue.PrepSyslog());
+    ExpectLines({{LOG_ERR, isPacked}});
+    EXPECT_EQ(TmpNames(), Names());
+    (void)close(theirs);
+    EXPECT_EQ(Fill(), 3);
+}
+
+// BusyBox's tar is one.
+TEST_F(DownloadFailureTest, ATarWithoutAppendIsNamed) {
+    StandIn("tar",
+            "case $1 in --help) echo 'Usage: tar c|x|t [-f TARFILE]'; exit 1;; --append) exit 1;; "
+            "esac; exec /usr/bin/tar \"$@\"");
+    EXPECT_EQ(Fill(), -1);
+    EXPECT_THAT(log.Take(), testing::Contains(LogLine{LOG_ERR,
+                                                      "Packing more than one file takes a tar with "
+                                                      "--append, GNU tar for example."}));
+    EXPECT_EQ(Packed(), Names{a});
 }
 
 TEST_F(DownloadFailureTest, ACopyThatCannotBeRemovedIsToldAndNoFailure) {

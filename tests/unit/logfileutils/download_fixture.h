@@ -19,7 +19,7 @@ protected:
     DownloadTest() {
         std::filesystem::remove_all("/stand-in");
         // What the log tells of a failed command does not depend on what was called before it.
-        Faults::OnCall("system", [] { errno = EDOM; });
+        Faults::OnCall("waitpid", [] { errno = EDOM; });
     }
 
     static LogLine CommandFailure(const std::string& command, int result) {

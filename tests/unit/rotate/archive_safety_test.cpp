@@ -1,7 +1,6 @@
 // Nothing is lost while syslogd works in the same directory: only the very file that was compressed
 // goes, unchanged, and only what is in the archive for good.
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -81,7 +80,7 @@ TEST_F(ArchiveSafetyTest, ARotationUnderWayLosesNothing) {
 }
 
 TEST_F(ArchiveSafetyTest, ARotationBehindTheListingLosesNothing) {
-    OnNthCall("close", 1, [this] { std::filesystem::rename(rotation, nextRotation); });
+    OnNthCall("closedir", 1, [this] { std::filesystem::rename(rotation, nextRotation); });
     EXPECT_SUCCESS(rotate.CheckLogs());
     ExpectNoTrace({{"messages.txt.1", "old\n"}});
     EXPECT_THAT(log.Take(), IsEmpty());
@@ -100,36 +99,93 @@ TEST_F(ArchiveSafetyTest, ARotationBeforeTheNameIsFreeLosesNothing) {
     EXPECT_EQ(TakeCallsOf("system"), Texts{});
 }
 
-// Whoever asks the daemon of a running device for --help has started a second one.
-TEST_F(ArchiveSafetyTest, AFileThatAnotherDaemonArchivesIsLeftToIt) {
-    const int theirs = open(rotation.c_str(), O_RDONLY);
-    ASSERT_EQ(flock(theirs, LOCK_EX | LOCK_NB), 0);
+// The name is the one of the second oldest file then; the oldest goes first.
+TEST_F(ArchiveSafetyTest, ARotationBetweenListingAndOpeningKeepsTheOrder) {
+    OnNthCall("closedir", 1, [this] { RotateSyslog(); });
     EXPECT_SUCCESS(rotate.CheckLogs());
-    ExpectNoTrace({{"messages.txt.0", "old\n"}});
-    EXPECT_EQ(TakeCallsOf("system"), Texts{});
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO,
-                                     "'/perm/logs/syslog/messages.txt.0' is being "
-                                     "archived by another process."}}));
-    (void)close(theirs);
+    ExpectNoTrace({{"messages.txt.0", "new\n"}, {"messages.txt.1", "old\n"}});
     EXPECT_SUCCESS(rotate.CheckLogs());
-    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "old\n"}}));
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "old\n"}, {ArchFn(7, 43), "new\n"}}));
 }
 
-TEST_F(ArchiveSafetyTest, AFileSystemWithoutLocksIsNoObstacle) {
-    Faults::Fail("flock", ENOLCK);
+// Between the last look and the removal: the wrong file is taken, and kept.
+TEST_F(ArchiveSafetyTest, ARotationAtTheMomentOfTheRemovalLosesAndDoublesNothing) {
+    OnNthCall("rename", 2, [this] { RotateSyslog(); });
     EXPECT_SUCCESS(rotate.Archive(rotation));
-    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "old\n"}}));
+    EXPECT_DIR(syslogDir,
+               {{"archive/", ""}, {"messages.txt.1", "old\n"}, {"messages.txt.tmp", "new\n"}});
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7), "old\n"}}));
+    EXPECT_EQ(log.Take(), LogLines{LeftLine("moved")});
+
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_DIR(syslogDir, {{"archive/", ""}});
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "old\n"}, {ArchFn(7, 43), "new\n"}}));
+    EXPECT_EQ(rotate.archDirSize, std::filesystem::file_size(archive / ArchFn(7, 42)) +
+                                      std::filesystem::file_size(archive / ArchFn(7, 43)));
 }
 
-// As long as one archives, nobody else does.
-TEST_F(ArchiveSafetyTest, TheFileIsLockedWhileItIsCompressed) {
-    OnNthCall("system", 1, [this] {
-        const int theirs = open(rotation.c_str(), O_RDONLY);
-        EXPECT_NE(flock(theirs, LOCK_EX | LOCK_NB), 0);
-        (void)close(theirs);
-    });
+TEST_F(ArchiveSafetyTest, ARotationUnderWayAtTheMomentOfTheRemovalLosesNothing) {
+    OnNthCall("rename", 2, [this] { std::filesystem::rename(rotation, nextRotation); });
     EXPECT_SUCCESS(rotate.Archive(rotation));
-    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "old\n"}}));
+    ExpectNoTrace({{"messages.txt.1", "old\n"}});
+    EXPECT_EQ(log.Take(), LogLines{LeftLine("moved")});
+}
+
+TEST_F(ArchiveSafetyTest, ATakenLogThatWaitsIsNotReplacedByTheRemoval) {
+    WriteFile(tmpLog, "taken\n");
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7), "old\n"}}));
+    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt.tmp", "taken\n"}});
+}
+
+// -- Somebody has the source open for writing.
+
+TEST_F(ArchiveSafetyTest, AFileWithAWriterIsLeftToALaterCycle) {
+    const LogLine line{
+        LOG_INFO,
+        "'" + rotation.string() + "' is still open for writing.  A later cycle will archive it."};
+    const auto leaveOpen = [this](const std::string& function, int nth) {
+        std::FILE* writer = nullptr;
+        OnNthCall(function, nth, [&] { writer = std::fopen(rotation.c_str(), "a"); });
+        EXPECT_SUCCESS(rotate.Archive(rotation));
+        return writer;
+    };
+    for (const int lease : {1, 3}) {  // Before and after the compression.
+        SCOPED_TRACE(lease);
+        std::FILE* const writer = leaveOpen("lease", lease);
+        ASSERT_NE(writer, nullptr);
+        ExpectNoTrace({{"messages.txt.0", "old\n"}});
+        EXPECT_EQ(log.Take(), LogLines{line});
+        (void)std::fclose(writer);
+    }
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    ExpectOnlyArchived("old\n");
+}
+
+TEST_F(ArchiveSafetyTest, AWriterThatComesLaterWaits) {
+    for (const int sync : {1, 2, 3, 4}) {
+        OnNthCall("fsync", sync, [this, sync] {
+            const char* const name = sync < 4 ? rotation.c_str() : "/proc/self/fd/none";
+            EXPECT_EQ(open(name, O_WRONLY | O_NONBLOCK), -1);
+            EXPECT_EQ(errno, sync < 4 ? EWOULDBLOCK : ENOENT);
+        });
+        WriteFile(rotation, "old\n");
+        EXPECT_SUCCESS(rotate.Archive(rotation));
+        std::filesystem::remove_all(archive);
+        std::filesystem::create_directory(archive);
+    }
+    WriteFile(rotation, "left\n");
+    OnNthCall("rename", 2, [this] { RotateSyslog(); });
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    AppendToFile(nextRotation, "not waiting\n");
+}
+
+TEST_F(ArchiveSafetyTest, AFileSystemWithoutLeasesIsNoObstacle) {
+    Faults::Fail("lease", EINVAL);
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    ExpectOnlyArchived("old\n");
 }
 
 TEST_F(ArchiveSafetyTest, ARotationWithNothingToFollowLosesNothing) {
@@ -140,7 +196,7 @@ TEST_F(ArchiveSafetyTest, ARotationWithNothingToFollowLosesNothing) {
 }
 
 TEST_F(ArchiveSafetyTest, ARotationBetweenCompressionAndRemovalLosesNothing) {
-    for (const int sync : {1, 2}) {
+    for (const int sync : {1, 2, 3}) {
         SCOPED_TRACE(sync);
         WriteFile(rotation, "old\n");
         OnNthCall("fsync", sync, [this] { RotateSyslog(); });
@@ -180,6 +236,28 @@ TEST_F(ArchiveSafetyTest, AFileThatIsDeletedDuringTheCompressionIsArchived) {
     EXPECT_SUCCESS(rotate.Archive(rotation));
     ExpectOnlyArchived("old\n");
     EXPECT_THAT(log.Take(), ElementsAre(Line(LOG_INFO, StartsWith("Archived "))));
+}
+
+TEST_F(ArchiveSafetyTest, AFileThatIsDeletedBeforeTheCompressionIsNoFailure) {
+    OnNthCall("system", 1, [this] { std::filesystem::remove(rotation); });
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    ExpectNoTrace({});
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Line(LOG_ERR, StartsWith("Unable to 'xz -fk ")),
+                            Line(LOG_INFO,
+                                 "'/perm/logs/syslog/messages.txt.0' was deleted before "
+                                 "it was compressed.")));
+}
+
+TEST_F(ArchiveSafetyTest, AFileThatTakesTheNameOfADeletedOneIsArchivedOnce) {
+    OnNthCall("system", 1, [this] {
+        std::filesystem::remove(rotation);
+        WriteFile(rotation, "new\n");
+    });
+    EXPECT_SUCCESS(rotate.Archive(rotation));
+    ExpectNoTrace({{"messages.txt.0", "new\n"}});
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    ExpectOnlyArchived("new\n");
 }
 
 TEST_F(ArchiveSafetyTest, AFileThatIsDeletedBetweenCompressionAndRemovalIsArchived) {
@@ -226,7 +304,8 @@ TEST_F(ArchiveSafetyTest, LinesWrittenDuringTheCompressionAreArchived) {
 }
 
 TEST_F(ArchiveSafetyTest, LinesWrittenBetweenCompressionAndRemovalAreArchived) {
-    for (const int sync : {1, 2}) {
+    Faults::Fail("lease", EINVAL);  // With one, who opens the file for writing waits.
+    for (const int sync : {1, 2, 3}) {
         SCOPED_TRACE(sync);
         std::filesystem::remove(archive / ArchFn(7));
         rotate.archDirSize = 0;
@@ -240,6 +319,7 @@ TEST_F(ArchiveSafetyTest, LinesWrittenBetweenCompressionAndRemovalAreArchived) {
 
 // A file that got other lines of the same length is known by its time.
 TEST_F(ArchiveSafetyTest, LinesThatReplaceOthersAreArchived) {
+    Faults::Fail("lease", EINVAL);
     const auto write = [this](const std::string& text, timespec time) {
         WriteFile(rotation, text);
         const timespec times[]{time, time};
@@ -271,8 +351,9 @@ TEST_F(ArchiveSafetyTest, AFileThatIsWrittenToForEverIsLeftToALaterCycle) {
 }
 
 TEST_F(ArchiveSafetyTest, AFileThatIsWrittenToForEverAfterItsCompressionIsLeftToALaterCycle) {
+    Faults::Fail("lease", EINVAL);
     Faults::OnCall("fsync", [this, calls = 0]() mutable {
-        if (++calls % 2 == 0) AppendToFile(rotation, "more\n");
+        if (++calls % 3 == 0) AppendToFile(rotation, "more\n");
     });
     EXPECT_SUCCESS(rotate.Archive(rotation));
     ExpectNoTrace({{"messages.txt.0", "old\nmore\nmore\nmore\nmore\nmore\n"}});

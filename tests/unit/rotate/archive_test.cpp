@@ -69,25 +69,38 @@ TEST_F(ArchiveTest, EveryStepOfARotationComesInItsOrder) {
     EXPECT_THAT(
         Faults::TakeCalls(),
         ElementsAre("system xz -fk /perm/logs/syslog/messages.txt.0",
-                    "fsync /perm/logs/syslog/messages.txt.0.xz",
+                    "fsync /perm/logs/syslog/messages.txt.0.xz", "fsync /perm/logs/syslog",
                     "rename /perm/logs/syslog/messages.txt.0.xz "
                     "/perm/logs/syslog/archive/messages.007.1970-01-01.00:00:42.txt.xz",
-                    "fsync /perm/logs/syslog/archive", "remove /perm/logs/syslog/messages.txt.0"));
+                    "fsync /perm/logs/syslog/archive",
+                    "rename /perm/logs/syslog/messages.txt.0 /perm/logs/syslog/messages.txt.tmp",
+                    "remove /perm/logs/syslog/messages.txt.tmp", "fsync /perm/logs/syslog"));
+}
+
+TEST_F(ArchiveTest, ARemovalThatIsNotSyncedIsAFailure) {
+    WriteFile(rotation, "line\n");
+    Faults::Fail("fsync", EIO, 4);
+    EXPECT_FAILURE(rotate.Archive(rotation));
+    EXPECT_THAT(log.Take(), ElementsAre(Line(LOG_ERR,
+                                             "Unable to sync /perm/logs/syslog: "
+                                             "Input/output error")));
+    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7), "line\n"}}));
 }
 
 TEST_F(ArchiveTest, TheLiveLogIsRenamedAndSyslogdToldToReopenBeforeItIsCompressed) {
     WriteFile(liveLog, "line\n");
     EXPECT_SUCCESS(rotate.Archive(liveLog));
-    EXPECT_THAT(Faults::TakeCalls(),
-                ElementsAre("rename /perm/logs/syslog/messages.txt "
-                            "/perm/logs/syslog/messages.txt.tmp",
-                            "kill 4711 1",  //
-                            "system xz -fk /perm/logs/syslog/messages.txt.tmp",
-                            "fsync /perm/logs/syslog/messages.txt.tmp.xz",
-                            "rename /perm/logs/syslog/messages.txt.tmp.xz "
-                            "/perm/logs/syslog/archive/messages.007.1970-01-01.00:00:42.txt.xz",
-                            "fsync /perm/logs/syslog/archive",
-                            "remove /perm/logs/syslog/messages.txt.tmp"));
+    EXPECT_THAT(
+        Faults::TakeCalls(),
+        ElementsAre("rename /perm/logs/syslog/messages.txt "
+                    "/perm/logs/syslog/messages.txt.tmp",
+                    "kill 4711 1",  //
+                    "system xz -fk /perm/logs/syslog/messages.txt.tmp",
+                    "fsync /perm/logs/syslog/messages.txt.tmp.xz", "fsync /perm/logs/syslog",
+                    "rename /perm/logs/syslog/messages.txt.tmp.xz "
+                    "/perm/logs/syslog/archive/messages.007.1970-01-01.00:00:42.txt.xz",
+                    "fsync /perm/logs/syslog/archive", "remove /perm/logs/syslog/messages.txt.tmp",
+                    "fsync /perm/logs/syslog"));
     EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7), "line\n"}}));
     EXPECT_DIR(syslogDir, {{"archive/", ""}});
     EXPECT_EQ(log.Take(), (LogLines{ArchivedLine(liveLog)}));
@@ -295,14 +308,23 @@ INSTANTIATE_TEST_SUITE_P(
                     {},
                     {{ArchFn(7) + "@", "/nowhere"}},
                     0},
-        FailingStep{"SyncOfTheArchive",
+        FailingStep{"SyncOfTheSyslogDirectory",
                     [] { Faults::Fail("fsync", EIO, 2); },
+                    "Unable to sync /perm/logs/syslog: Input/output error",
+                    {{"messages.txt.0.xz", "compressed"}},
+                    {},
+                    0},
+        FailingStep{"SyncOfTheArchive",
+                    [] { Faults::Fail("fsync", EIO, 3); },
                     "Unable to sync /perm/logs/syslog/archive: Input/output error",
                     {},
                     {{ArchFn(7), "compressed"}},
                     10},
         FailingStep{"RemovalOfTheSource",
-                    [] { Faults::Fail("remove", EBUSY, 1); },
+                    [] {
+                        Faults::Fail("rename", EBUSY, 2);
+                        Faults::Fail("remove", EBUSY, 1);
+                    },
                     "Remove failure for /perm/logs/syslog/messages.txt.0: ",
                     {},
                     {{ArchFn(7), "compressed"}},

@@ -1,5 +1,4 @@
 // The check cycle: at most one file is archived, the one whose turn it is.
-#include "tests/support/memory.h"
 #include "tests/unit/rotate/engine.h"
 
 namespace {
@@ -20,12 +19,6 @@ protected:
     // Files that hold their own names.
     void WriteFiles(const std::vector<std::string>& names) {
         for (const std::string& name : names) WriteFile(syslogDir / name, name);
-    }
-
-    void ExpectNoAllocations() {
-        const int before = Allocations();
-        for (int i = 0; i < 5; ++i) EXPECT_SUCCESS(rotate.CheckLogs());
-        EXPECT_EQ(Allocations(), before);
     }
 
     // What was archived so far, oldest first.
@@ -50,24 +43,6 @@ TEST_F(CheckLogsTest, WithoutASyslogDirectoryNothingHappens) {
     EXPECT_THAT(log.Take(),
                 ElementsAre(Line(LOG_ERR, StartsWith("Exception in GetFilesInDir(/perm/logs/syslog"
                                                      "): "))));
-}
-
-TEST_F(CheckLogsTest, AnIdleCycleAllocatesNothingAfterTheFirst) {
-    WriteFile(liveLog, "a line\n");
-    WriteFile(syslogDir / "notes");
-    EXPECT_SUCCESS(rotate.CheckLogs());
-    ExpectNoAllocations();
-}
-
-// As long as it is the same names, their memory has room for them after some cycles.
-TEST_F(CheckLogsTest, NorDoesOneWithLongNames) {
-    WriteFile(liveLog, "a line\n");
-    for (const char* name : {"some-application-with-a-long-name.log", "notes",
-                             "another-application-with-a-longer-name.log"}) {
-        WriteFile(syslogDir / name);
-    }
-    for (int i = 0; i < 10; ++i) EXPECT_SUCCESS(rotate.CheckLogs());
-    ExpectNoAllocations();
 }
 
 TEST_F(CheckLogsTest, ALiveLogOfTenMebibytesIsLeftAlone) {

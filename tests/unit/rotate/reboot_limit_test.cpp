@@ -238,7 +238,7 @@ TEST_F(RebootLimitTest, AFailedRenameEndsTheRenumbering) {
 // Files that come while the archive is renumbered.
 TEST_F(RebootLimitTest, AFileWithoutABootNumberIsPassedOver) {
     Fill({ArchFn(3)});
-    OnNthCall("open", 2, [this] { Fill({"messages.abc.xz"}); });
+    OnNthCall("opendir", 2, [this] { Fill({"messages.abc.xz"}); });
     EXPECT_SUCCESS(rotate.RenumberArchivedFiles());
     EXPECT_DIR(archive, {{ArchFn(1), ArchFn(3)}, {"messages.abc.xz", "messages.abc.xz"}});
     EXPECT_EQ(log.Take(), (LogLines{RenumberingLine, {LOG_ERR, "StringToInt() failure on abc."}}));
@@ -246,7 +246,7 @@ TEST_F(RebootLimitTest, AFileWithoutABootNumberIsPassedOver) {
 
 TEST_F(RebootLimitTest, AFileBelowTheSmallestBootNumberIsPassedOverWithAWarning) {
     Fill({ArchFn(3)});
-    OnNthCall("open", 2, [this] { Fill({ArchFn(2)}); });
+    OnNthCall("opendir", 2, [this] { Fill({ArchFn(2)}); });
     EXPECT_SUCCESS(rotate.RenumberArchivedFiles());
     EXPECT_DIR(archive, {{ArchFn(1), ArchFn(3)}, {ArchFn(2), ArchFn(2)}});
     EXPECT_EQ(log.Take(),
@@ -270,7 +270,7 @@ TEST_F(RebootLimitTest, AFileWhoseNewNameExistsKeepsItsNumber) {
 
 TEST_F(RebootLimitTest, APruningThatCannotListTheArchiveIsAFailure) {
     Fill({ArchFn(1), ArchFn(999)});
-    Faults::Fail("open", EIO, 2);
+    Faults::Fail("opendir", EIO, 2);
     EXPECT_FAILURE(rotate.CheckReboots());
     EXPECT_DIR(archive, {{ArchFn(1), ArchFn(1)}, {ArchFn(999), ArchFn(999)}});
     EXPECT_THAT(log.Take(),
@@ -280,7 +280,7 @@ TEST_F(RebootLimitTest, APruningThatCannotListTheArchiveIsAFailure) {
 TEST_F(RebootLimitTest, AnArchiveThatCannotBeReadIsAnException) {
     Fill({ArchFn(2)});
     for (const int query : {1, 2}) {
-        Faults::Fail("open", EIO, query);
+        Faults::Fail("opendir", EIO, query);
         EXPECT_THROW((void)rotate.CheckReboots(), std::filesystem::filesystem_error);
         EXPECT_DIR(archive, {{ArchFn(2), ArchFn(2)}});
     }

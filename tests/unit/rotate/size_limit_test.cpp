@@ -148,7 +148,7 @@ TEST_F(SizeLimitTest, ForeignFilesBelowTheLowerMarkDoNoHarm) {
 
 TEST_F(SizeLimitTest, AnArchiveThatCannotBeListedIsAFailure) {
     Fill({{ArchFn(1), SizeLimit}});
-    Faults::Fail("open", EIO);
+    Faults::Fail("opendir", EIO);
     EXPECT_FAILURE(rotate.CheckArchSize());
     Faults::Clear();
     EXPECT_THAT(ArchiveNames(), ElementsAre(ArchFn(1)));
@@ -194,7 +194,7 @@ TEST_F(SizeLimitTest, ASizeThatWentToZeroIsTrusted) {
 TEST_F(SizeLimitTest, AFailedMeasurementAfterASizeBelowZeroIsAFailure) {
     Fill({{ArchFn(1), SizeLimit + 1}});
     rotate.archDirSize = SizeLimit;
-    Faults::Fail("open", EIO, 2);
+    Faults::Fail("opendir", EIO, 2);
     EXPECT_FAILURE(rotate.CheckArchSize());
     EXPECT_THAT(log.Take(),
                 ElementsAre(ExceedsLine("1024.000 MiB"),

@@ -59,7 +59,8 @@ TEST_F(TakenLogTest, IsWaitedForBetweenItsCompressionAndItsMoveIntoTheArchive) {
     EXPECT_SUCCESS(rotate.Archive(tmpLog));
     EXPECT_THAT(Faults::TakeCalls(),
                 ElementsAre(StartsWith("system "), StartsWith("nanosleep "), StartsWith("fsync "),
-                            StartsWith("rename "), StartsWith("fsync "), StartsWith("remove ")));
+                            StartsWith("fsync "), StartsWith("rename "), StartsWith("fsync "),
+                            StartsWith("remove "), StartsWith("fsync ")));
 }
 
 TEST_F(TakenLogTest, HoldsTheLinesThatSyslogdWritesDuringTheWait) {
@@ -102,6 +103,22 @@ TEST_F(TakenLogTest, ThatWasLeftAndCannotBeArchivedKeepsTheLiveLogWhereItIs) {
     EXPECT_FAILURE(rotate.Archive(liveLog));
     EXPECT_DIR(syslogDir,
                {{"archive/", ""}, {"messages.txt", "new\n"}, {"messages.txt.tmp", "old\n"}});
+}
+
+// A syslogd with nothing to write keeps its log open.
+TEST_F(TakenLogTest, ThatIsStillOpenIsLeftToALaterCycle) {
+    WriteFile(liveLog, "old\n");
+    std::FILE* const syslogd = std::fopen(liveLog.c_str(), "a");
+    EXPECT_SUCCESS(rotate.Archive(liveLog));
+    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO,
+                                     "'/perm/logs/syslog/messages.txt' is still open for writing. "
+                                     " A later cycle will archive it."}}));
+    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt.tmp", "old\n"}});
+
+    std::fputs("late\n", syslogd);
+    (void)std::fclose(syslogd);
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    ExpectOnlyArchived("old\nlate\n");
 }
 
 TEST_F(TakenLogTest, ThatIsWrittenToForEverIsLeftToALaterCycle) {

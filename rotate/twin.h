@@ -1,0 +1,22 @@
+// A file that was archived and is there all the same: a loss of power undid its removal, the daemon
+// was killed before it, or syslogd moved it away at that moment. Archived again, its lines would be
+// in the archive twice.
+//
+// xz gives its output the modification time of its input. So a file that has the time of an archive
+// file, to the nanosecond, and whose content that file begins with, was archived. (Begins with: the
+// end of a file that came back may not have reached the disk.)
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "rotate/source_file.h"
+
+namespace Rotation {
+
+// The name of the file in `archive`, a sorted list of archive names, that was made of `source`;
+// empty if none was. Looks at the newest ones only: each removal is synced before the next
+// archiving.
+[[nodiscard]] std::string FindTwin(const SourceFile& source, const std::set<std::string>& archive);
+
+}  // namespace Rotation

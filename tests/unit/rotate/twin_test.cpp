@@ -1,0 +1,177 @@
+// A file that was archived and is there all the same, after a loss of power or a kill: its lines
+// are not archived twice, and no other file is taken for it.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "tests/unit/rotate/engine.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+constexpr timespec Time{.tv_sec = 1'000'000'000, .tv_nsec = 123'456'789};
+
+class TwinTest : public RotateTest {
+protected:
+    static void WriteAt(const Path& pfn, const std::string& text, timespec time = Time) {
+        WriteFile(pfn, text);
+        const timespec times[]{time, time};
+        ASSERT_EQ(utimensat(AT_FDCWD, pfn.c_str(), times, 0), 0);
+    }
+
+    // An archive of one file, with the time of what it was made of.
+    void Archived(const std::string& name, const std::string& text) const {
+        std::filesystem::remove_all(archive);
+        std::filesystem::create_directory(archive);
+        WriteAt("/perm/source", text);
+        ASSERT_EQ(std::system("xz /perm/source"), 0);
+        std::filesystem::rename("/perm/source.xz", archive / name);
+    }
+
+    void ExpectArchivedTexts(const Texts& texts) const {
+        Texts archived;
+        for (const auto& [name, text] : ReadArchive()) archived.push_back(text);
+        EXPECT_EQ(archived, texts);
+    }
+
+    void RunCycles() {
+        for (int i = 0; i < 4; ++i) EXPECT_SUCCESS(rotate.CheckLogs());
+    }
+
+    const Path rotation = syslogDir / "messages.txt.3";
+};
+
+TEST_F(TwinTest, IsRemovedByTheStart) {
+    for (const Path& pfn : {rotation, tmpLog}) {
+        SCOPED_TRACE(pfn);
+        Archived(ArchFn(1), "old\n");
+        WriteAt(pfn, "old\n");
+        log.Take();
+        EXPECT_SUCCESS(rotate.Init());
+        EXPECT_DIR(syslogDir, {{"archive/", ""}});
+        ExpectArchivedTexts({"old\n"});
+        EXPECT_THAT(log.Take(), Contains(LogLine{LOG_INFO, "'" + pfn.string() +
+                                                               "' is in the archive already, as '" +
+                                                               ArchFn(1) + "'."}));
+    }
+}
+
+// By the steps of every removal: syslogd may rotate meanwhile.
+TEST_F(TwinTest, IsRemovedSafely) {
+    Archived(ArchFn(1), "old\n");
+    WriteAt(rotation, "old\n");
+    (void)Faults::TakeCalls();
+    EXPECT_SUCCESS(rotate.Init());
+    Texts calls = Faults::TakeCalls();
+    std::erase_if(calls, [](const std::string& call) { return call.starts_with("system"); });
+    EXPECT_THAT(
+        calls, ElementsAre("fsync /perm/logs/syslog/archive",
+                           "rename /perm/logs/syslog/messages.txt.3 "
+                           "/perm/logs/syslog/messages.txt.tmp",
+                           "remove /perm/logs/syslog/messages.txt.tmp", "fsync /perm/logs/syslog"));
+}
+
+TEST_F(TwinTest, ThatSyslogdMovesMeanwhileIsRemovedByALaterCycle) {
+    Archived(ArchFn(1), "old\n");
+    WriteAt(rotation, "old\n");
+    OnNthCall("rename", 1, [this] {
+        std::filesystem::rename(rotation, syslogDir / "messages.txt.4");
+        WriteFile(rotation, "new\n");
+    });
+    EXPECT_SUCCESS(rotate.Init());
+    RunCycles();
+    EXPECT_DIR(syslogDir, {{"archive/", ""}});
+    ExpectArchivedTexts({"old\n", "new\n"});
+}
+
+TEST_F(TwinTest, ThatIsOpenForWritingIsRemovedByALaterCycle) {
+    Archived(ArchFn(1), "old\n");
+    WriteAt(rotation, "old\n");
+    std::FILE* const writer = std::fopen(rotation.c_str(), "a");
+    EXPECT_SUCCESS(rotate.Init());
+    EXPECT_EQ(ReadFile(rotation), "old\n");
+    (void)std::fclose(writer);
+    RunCycles();
+    ExpectArchivedTexts({"old\n"});
+}
+
+// The end of a file that comes back may not have reached the disk.
+TEST_F(TwinTest, MayHaveLostItsEnd) {
+    for (const char* text : {"first\n", ""}) {
+        Archived(ArchFn(1), "first\nsecond\n");
+        WriteAt(rotation, text);
+        EXPECT_SUCCESS(rotate.Init());
+        EXPECT_DIR(syslogDir, {{"archive/", ""}});
+        ExpectArchivedTexts({"first\nsecond\n"});
+    }
+}
+
+TEST_F(TwinTest, HasTheTimeOfItsArchiveFile) {
+    for (const timespec time :
+         {timespec{Time.tv_sec, Time.tv_nsec + 1}, timespec{Time.tv_sec + 1, Time.tv_nsec}}) {
+        Archived(ArchFn(1), "old\n");
+        WriteAt(rotation, "old\n", time);
+        EXPECT_SUCCESS(rotate.Init());
+        EXPECT_EQ(ReadFile(rotation), "old\n");
+        RunCycles();
+        ExpectArchivedTexts({"old\n", "old\n"});
+    }
+}
+
+TEST_F(TwinTest, HasTheContentOfItsArchiveFile) {
+    for (const char* text : {"old", "odd\n", "old\nmore\n"}) {
+        SCOPED_TRACE(text);
+        Archived(ArchFn(1), "old\n");
+        WriteAt(rotation, text);
+        const bool isTwin = std::string(text) == "old";
+        EXPECT_SUCCESS(rotate.Init());
+        RunCycles();
+        ExpectArchivedTexts(isTwin ? Texts{"old\n"} : Texts{"old\n", text});
+    }
+}
+
+TEST_F(TwinTest, OfADamagedFileIsArchivedAgain) {
+    Archived(ArchFn(1), std::string(200'000, 'x'));
+    std::filesystem::resize_file(archive / ArchFn(1), 40);
+    WriteAt(archive / ArchFn(1), ReadFile(archive / ArchFn(1)));
+    WriteAt(rotation, std::string(200'000, 'x'));
+    EXPECT_SUCCESS(rotate.Init());
+    EXPECT_EQ(ReadFile(rotation).size(), 200'000U);
+    RunCycles();
+    EXPECT_DIR(syslogDir, {{"archive/", ""}});
+}
+
+TEST_F(TwinTest, IsLookedForAmongTheNewestSixteenFiles) {
+    for (const unsigned newer : {15U, 16U}) {
+        SCOPED_TRACE(newer);
+        Archived(ArchFn(1, 10), "old\n");
+        for (unsigned i = 0; i < newer; ++i) WriteFile(archive / ArchFn(2, 11 + i));
+        WriteAt(rotation, "old\n");
+        EXPECT_SUCCESS(rotate.Init());
+        EXPECT_EQ(std::filesystem::exists(rotation), newer == 16);
+    }
+}
+
+// After that no cycle spends any time on it.
+TEST_F(TwinTest, IsNotLookedForOnceNothingWaits) {
+    EXPECT_SUCCESS(rotate.Init());
+    WriteFile(liveLog, "live\n");
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    Archived(ArchFn(1, 10), "old\n");
+    WriteAt(rotation, "old\n");
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    ExpectArchivedTexts({"old\n", "old\n"});
+}
+
+TEST_F(TwinTest, ThatCannotBeRemovedEndsTheStart) {
+    Archived(ArchFn(1), "old\n");
+    WriteAt(rotation, "old\n");
+    Faults::Fail("rename", EBUSY, 1);
+    Faults::Fail("remove", EBUSY, 1);
+    EXPECT_FAILURE(rotate.Init());
+    EXPECT_THAT(log.Take(), ElementsAre(Line(LOG_ERR, StartsWith("Remove failure for "))));
+}
+
+}  // namespace
