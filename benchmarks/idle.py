@@ -104,7 +104,7 @@ def shortened_cycles(own_name: str) -> Row:
     millisecond."""
     progress = Progress(f"idle, {own_name}, shortened sleeps")
     daemon = subprocess.Popen([DAEMON], env={**os.environ, "LD_PRELOAD": FAST_SLEEP,
-                                             "FAST_SLEEP": str(CYCLE_SECONDS * 1000)})
+                                             "SLEEP_US": "1000"})
     ours = Idler(own_name, daemon.pid)
     time.sleep(1)
     samples = []

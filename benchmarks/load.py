@@ -84,11 +84,11 @@ def flood(factor: float, duration: float) -> dict:
     progress.done()
     verdict = numbered.judge(lines.written, [file.read() for file in numbered.log_files()])
     result = {"factor": factor, "bytes_per_second": rate, "waiting": waiting,
-              "lines_written": lines.written, "lines_lost": verdict.lost_lines, "rows": []}
+              "lines_written": lines.written, "lines_lost": len(verdict.lost), "rows": []}
     if factor < 1:  # It has to drain: then never more than the next two wait.
         name = f"{factor:.0%} of the sustained rate"
         most = max(number for _, number in waiting)
         result["rows"] = [
-            Row("load", f"{name}: lines lost", "", [verdict.lost_lines], goal=0),
+            Row("load", f"{name}: lines lost", "", [len(verdict.lost)], goal=0),
             Row("load", f"{name}: rotations waiting", "", [most], goal=2)]
     return result

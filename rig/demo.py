@@ -182,8 +182,8 @@ def print_archive(files: list[LogFile], screen: Screen) -> None:
 
 
 def print_verdict(verdict: Verdict, screen: Screen) -> None:
-    for first, last in verdict.lost[:10]:
-        screen.line(f"lost: {first} to {last}")
+    for lines in numbered.ranges(verdict.lost)[:10]:
+        screen.line(f"lost: {lines}")
     if verdict.lost:
         screen.line(f"LOST LINES: {verdict}", RED)
     else:

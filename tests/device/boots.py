@@ -1,8 +1,10 @@
 """Boots and shutdowns in good order, with log traffic."""
 from __future__ import annotations
 
-from tests.device import limits, lines, prepared
-from tests.device.fixture import LOG, Fixture, Device, check
+from tests.device import limits, prepared
+from tests.device.fixture import LOG, Device, Fixture, check
+from tests.device.found import Found
+from tests.harness.numbered import message, ranges
 
 LINES_PER_BOOT = 1500
 # Small rotations, so that few lines make several.
@@ -37,7 +39,7 @@ def past_the_last_boot_number(fixture: Fixture) -> str:
         f"{len(prepared.kept_lines(found))} prepared files are left, or not in their old order")
     wanted = set(range(1, limits.MAX_BOOT - deleted + 2))
     check(set(limits.boot_numbers(found)) == wanted,
-          f"the boot numbers are {lines.ranges(set(limits.boot_numbers(found)))}")
+          f"the boot numbers are {ranges(set(limits.boot_numbers(found)))}")
     return f"boot numbers 998, 999, then {deleted} boots deleted and the rest renumbered"
 
 
@@ -57,7 +59,8 @@ def past_the_size_limit(fixture: Fixture) -> str:
 
 def _boot_and_log(fixture: Fixture, boot: int) -> None:
     """The shutdown, too, archives a rotation."""
-    text = lines.messages((boot - 1) * LINES_PER_BOOT + 1, LINES_PER_BOOT, fixture.random)
+    numbers = range((boot - 1) * LINES_PER_BOOT + 1, boot * LINES_PER_BOOT + 1)
+    text = "".join(f"{message(number)}\n" for number in numbers).encode()
     with fixture.boot({**SETTINGS, "root/lines": text}) as device:
         device.run("logger -t pump </root/lines")
         device.wait_for(f"ls {LOG}/messages.txt.0 || ls {LOG}/archive/*:*")
@@ -71,10 +74,8 @@ def wait_until_running(device: Device) -> None:
     device.wait_for(f"grep -q 'vandis-moraine running' {LOG}/messages.txt*")
 
 
-def _check_each_line_once(found: lines.Found, count: int) -> None:
+def _check_each_line_once(found: Found, count: int) -> None:
     check(not found.empty + found.corrupt, f"damaged: {found.empty + found.corrupt}")
-    wanted = set(range(1, count + 1))
-    lost = wanted - set(found.lines)
-    check(not lost, f"lost lines {lines.ranges(lost)}")
-    more = {number for number in wanted if found.lines[number] > 1}
-    check(not more, f"duplicated lines {lines.ranges(more)}")
+    lost = found.lost(range(1, count + 1))
+    check(not lost, f"lost lines {ranges(lost)}")
+    check(found.duplicated == 0, f"{found.duplicated} duplicated lines")

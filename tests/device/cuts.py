@@ -10,9 +10,10 @@ import time
 from typing import Mapping
 
 from rig.emulator.emulator import EmulatorError
-from tests.device import lines
-from tests.device.fixture import BOOT_TIMEOUT, CYCLE_TIMEOUT, GUEST, Fixture, Device, watcher
+from tests.device.fixture import BOOT_TIMEOUT, CYCLE_TIMEOUT, GUEST, Device, Fixture, watcher
+from tests.device.found import Found
 from tests.device.tally import Tally
+from tests.harness.numbered import logged, numbers_in
 
 ROTATION_LINES = (400, 2500)  # about 40 to 240 KiB
 UNAIMED = "at any moment, since the watcher told nothing"
@@ -85,7 +86,7 @@ class Chain:
         self.tally.add(Tally(cuts=1, moments=collections.Counter([aimed_at])))
         for line in device.lines:
             if line.startswith("@synced "):
-                self._synced.update(lines.numbers(rotations[line.split()[1]]))
+                self._synced.update(numbers_in(rotations[line.split()[1]]))
         found = self._judge(f"{moment.name}{' at start' if at_start else ''} + {wait:.3f} s, "
                             f"{self.mount_options}")
         self.tally.half_done += bool(found.leftovers) or found.duplicated > self.tally.duplicated
@@ -101,15 +102,15 @@ class Chain:
     def _rotation(self) -> bytes:
         count = self.random.randint(*ROTATION_LINES)
         self._next_line += count
-        return lines.logged(self._next_line - count, count, self.random)
+        return logged(self._next_line - count, self._next_line - 1)
 
     def _power_on(self, rotations: Mapping[str, bytes]) -> contextlib.AbstractContextManager[Device]:
         files = {f"root/rotations/{name}": text for name, text in rotations.items()}
         return self.fixture.power_on(service(files), mount_options=self.mount_options)
 
-    def _judge(self, what: str) -> lines.Found:
+    def _judge(self, what: str) -> Found:
         found = self.fixture.look()
-        lost = self._synced - set(found.lines) - self._lost
+        lost = found.lost(self._synced) - self._lost
         empty = set(found.empty) - self._damaged
         corrupt = set(found.corrupt) - self._damaged
         self.tally.add_losses(what, lost, empty, corrupt)

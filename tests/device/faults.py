@@ -5,8 +5,8 @@ from __future__ import annotations
 import contextlib
 import re
 
-from tests.device import lines
-from tests.device.fixture import LOG, Fixture, Device, check
+from tests.device.fixture import LOG, Device, Fixture, check
+from tests.harness.numbered import logged, ranges
 
 ROTATION_LINES = 2000
 SERVICE = "etc/init.d/S90vandis-moraine"
@@ -70,8 +70,7 @@ def _boot(fixture: Fixture, prepare: str = "") -> contextlib.AbstractContextMana
     """A device with a rotation that waits to be archived."""
     fixture.make_disk()
     script = f'#!/bin/sh\n[ "$1" = start ] || exit 0\n{ADD_ROTATION}\nsync\n{prepare}\ntrue\n'
-    return fixture.boot({PREPARE: script.encode(),
-                       "root/rotation": lines.logged(1, ROTATION_LINES, fixture.random)})
+    return fixture.boot({PREPARE: script.encode(), "root/rotation": logged(1, ROTATION_LINES)})
 
 
 def _check_start_fails(device: Device) -> None:
@@ -88,7 +87,7 @@ def _wait_until_ended(device: Device) -> None:
 
 def _check_nothing_lost(fixture: Fixture) -> None:
     found = fixture.look()
-    lost = set(range(1, ROTATION_LINES + 1)) - set(found.lines)
-    check(not lost, f"lost lines {lines.ranges(lost)}")
+    lost = found.lost(range(1, ROTATION_LINES + 1))
+    check(not lost, f"lost lines {ranges(lost)}")
     check(not found.empty + found.corrupt, f"damaged: {found.empty + found.corrupt}")
     check(found.duplicated == 0, f"{found.duplicated} lines are there twice")

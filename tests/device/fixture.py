@@ -14,7 +14,8 @@ from rig.emulator import disk as disks
 from rig.emulator import image as images
 from rig.emulator import qemu
 from rig.emulator.emulator import Emulator, EmulatorError
-from tests.device import lines, prepared
+from tests.device import prepared
+from tests.device.found import Found
 
 GUEST = Path(__file__).parent / "guest"
 LOG = "/perm/logs/syslog"
@@ -130,11 +131,11 @@ class Fixture:
         finally:
             shutil.rmtree(work)
 
-    def look(self) -> lines.Found:
+    def look(self) -> Found:
         """What the disk holds after power off or a power cut."""
         work = self._work
         disks.copy(self.disk, work / "disk.img")
         disks.extract(work / "disk.img", "/logs/syslog", work)
-        found = lines.find(work / "syslog")
+        found = Found(work / "syslog")
         shutil.rmtree(work)
         return found

@@ -5,9 +5,11 @@ from __future__ import annotations
 import collections
 import dataclasses
 
-from tests.device import cuts, lines, prepared
+from tests.device import cuts, prepared
 from tests.device.fixture import BOOT_TIMEOUT, CYCLE_TIMEOUT, Fixture
+from tests.device.found import Found
 from tests.device.tally import Tally
+from tests.harness.numbered import logged
 
 SIZE_LIMIT = 1 << 30
 LOWER_MARK = 966367641
@@ -34,7 +36,7 @@ def files_to_delete(count: int) -> int:
     return next(deleted for deleted in range(count) if (count - deleted) * size < LOWER_MARK)
 
 
-def boot_numbers(found: lines.Found) -> list[int]:
+def boot_numbers(found: Found) -> list[int]:
     return sorted(int(name.split(".")[1]) for name in found.archive)
 
 
@@ -100,18 +102,18 @@ class Interruption:
     def _service(self) -> dict[str, bytes]:
         # Without a sync now and then, the disk would be found as if the work had not begun.
         settings = f"export NTH={self.step} LETTER={self.work.event} SYNC_ALL_THE_TIME=yes\n"
-        rotations = {f"root/rotations/{number}": lines.logged(
-            number * ROTATION_LINES + 1, ROTATION_LINES, self.fixture.random)
+        rotations = {f"root/rotations/{number}": logged(
+            number * ROTATION_LINES + 1, (number + 1) * ROTATION_LINES)
             for number in range(self.work.rotations)}
         return cuts.service({"root/settings": settings.encode(), **rotations})
 
-    def _judge(self, after: str, may_be_deleted: int) -> lines.Found:
+    def _judge(self, after: str, may_be_deleted: int) -> Found:
         """Only the oldest files may be gone, and the others stand in their order."""
         found = self.fixture.look()
         before = self._prepared_lines()
         kept = prepared.kept_lines(found)
         wanted = set(before[may_be_deleted:])
-        lost = (wanted | set(range(1, self.work.rotations * ROTATION_LINES + 1))) - set(found.lines)
+        lost = found.lost(wanted | set(range(1, self.work.rotations * ROTATION_LINES + 1)))
         if kept != before[len(before) - len(kept):]:
             lost |= wanted
         self.tally.add_losses(f"{self._what()}, after {after}", lost, set(found.empty),
@@ -124,10 +126,10 @@ class Interruption:
     def _prepared_lines(self) -> list[int]:
         return [prepared.FIRST_LINE + int(path.split(".")[1]) for path in sorted(self.work.files)]
 
-    def _count_deleted(self, found: lines.Found) -> int:
+    def _count_deleted(self, found: Found) -> int:
         return len(self.work.files) - len(prepared.kept_lines(found))
 
 
-def _is_without_gap(found: lines.Found) -> bool:
+def _is_without_gap(found: Found) -> bool:
     numbers = boot_numbers(found)
     return numbers == list(range(numbers[0], numbers[0] + len(numbers)))

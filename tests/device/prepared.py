@@ -2,12 +2,12 @@
 from __future__ import annotations
 
 import lzma
-import random
 
-from tests.device import lines
+from tests.device.found import Found
+from tests.harness.numbered import logged
 
 # Numbers that no other lines of a test have: boot N holds the line FIRST_LINE + N.
-FIRST_LINE = 90_000_000
+FIRST_LINE = 1_000_000
 
 # By their paths below the log's folder: contents, or contents and the size to which a hole fills
 # them up.
@@ -16,8 +16,7 @@ Files = "dict[str, Union[bytes, tuple[bytes, int]]]"
 
 def boots(first: int, last: int) -> Files:
     """One small file of each boot."""
-    noise = random.Random(0)
-    return {path(boot): lzma.compress(lines.logged(FIRST_LINE + boot, 1, noise))
+    return {path(boot): lzma.compress(logged(FIRST_LINE + boot, FIRST_LINE + boot))
             for boot in range(first, last + 1)}
 
 
@@ -32,7 +31,7 @@ def path(boot: int) -> str:
     return f"archive/messages.{boot:03}.1970-01-01.00:00:30.txt.xz"
 
 
-def kept_lines(found: lines.Found) -> list[int]:
+def kept_lines(found: Found) -> list[int]:
     """The lines of the prepared files that are left, in the order of the files' names."""
     return [number for name in sorted(found.archive) for number in found.archive[name]
             if number >= FIRST_LINE]

@@ -4,7 +4,7 @@ from __future__ import annotations
 import collections
 import dataclasses
 
-from tests.device import lines
+from tests.harness.numbered import ranges
 
 
 @dataclasses.dataclass
@@ -36,7 +36,7 @@ class Tally:
         self.empty += len(empty)
         self.corrupt += len(corrupt)
         if lost or empty or corrupt:
-            self.notes.append(f"{what}: lost lines {lines.ranges(lost)}; damaged files: "
+            self.notes.append(f"{what}: lost lines {', '.join(ranges(lost)) or 'none'}; damaged files: "
                               f"{', '.join(sorted(empty | corrupt)) or 'none'}")
 
     @property

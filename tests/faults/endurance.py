@@ -29,7 +29,7 @@ def storm(laboratory: Laboratory, fault: Fault) -> Result:
     chance = random.Random(fault.place)
     scenes.clean_device(laboratory.syslogd)
     sources = backlog()
-    process = laboratory.runner.start(DAEMON, cycles=0, settings={"FAULTS_SLEEP_US": 300})
+    process = laboratory.runner.start(DAEMON, cycles=0, settings={"SLEEP_US": 300})
     # A start-up and nine archivings take some 100 ms.
     time.sleep(chance.uniform(0, 0.12))
     sent = 0
@@ -113,7 +113,7 @@ class RotatingLog:
         first, self.written = self.written + 1, self.written + scenes.LINES_PER_FILE
         beside = SYSLOG / "next"
         with beside.open("wb") as file:
-            file.write(scenes.text(first, self.written))
+            file.write(numbered.logged(first, self.written))
             if hole:
                 file.seek(hole)
                 file.write(b"\n")
@@ -157,8 +157,8 @@ def long_life(laboratory: Laboratory, fault: Fault) -> Result:
         scenes.filler(1, FILE_SIZE, minute)
     process = laboratory.runner.start(
         DAEMON, cycles=CYCLES + 1, path=f"{STAND_INS}:{os.environ['PATH']}",
-        settings={"FAULTS_SLEEP_US": 5000, "FAULTS_FIRST_STOP": WARM_UP,
-                  "FAULTS_SECOND_STOP": CYCLES})
+        settings={"SLEEP_US": 5000, "SLEEP_FIRST_STOP": WARM_UP,
+                  "SLEEP_SECOND_STOP": CYCLES})
     pauses = Pauses(process)
     log = RotatingLog(pauses.is_over)
     while not pauses.is_over():
@@ -222,16 +222,11 @@ def judge_log_of_long_life(end: End) -> list[str]:
 
 def judge_tail(written: int) -> list[str]:
     """The size limit takes the oldest lines; all behind them are there."""
-    files = numbered.log_files()
+    files = [file.read() for file in numbered.log_files()]
     problems = judge.judge_by_xz([file.path for file in files if file.place == "archive"])
-    for file in files:
-        # Not by Python's decompressor, which does not know that zeros may follow.
-        command = ["xz", "-dc", "--"] if file.path.suffix == ".xz" else ["cat", "--"]
-        text = subprocess.run([*command, str(file.path)], stdout=subprocess.PIPE).stdout
-        file.numbers.extend(int(number) for number in numbered.LINE_PATTERN.findall(text))
     lost = numbered.judge(written, files).lost
-    if lost and (len(lost) > 1 or lost[0][0] != 1):
-        problems.append(f"lines {lost} are lost")
+    if lost != list(range(1, len(lost) + 1)):
+        problems.append(f"lines {', '.join(numbered.ranges(lost))} are lost")
     return problems
 
 

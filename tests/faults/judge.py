@@ -103,24 +103,15 @@ def judge_clean_end(end: End) -> list[str]:
 
 
 def judge_lines(sources: Sources) -> list[str]:
-    files = [file for file in numbered.log_files() if counts(file)]
-    problems = []
-    for file in files:
-        if file.read().damaged:
-            problems.append(f"{file.path} is damaged")
+    files = [file.read() for file in numbered.log_files()
+             if file.place != "archive" or not scenes.is_filler(file.path)]
+    problems = [f"{file.path} is damaged" for file in files if file.is_safe and file.damaged]
     problems += judge_by_xz([file.path for file in files if file.place == "archive"])
     verdict = numbered.judge(sources.written, files)
-    for first, last in verdict.lost:
-        if not (first in sources.may_go and last in sources.may_go):
-            problems.append(f"lines {first} to {last} are lost ({verdict})")
+    lost = [number for number in verdict.lost if number not in sources.may_go]
+    if lost:
+        problems.append(f"lines {', '.join(numbered.ranges(lost))} are lost ({verdict})")
     return problems
-
-
-def counts(file: numbered.LogFile) -> bool:
-    """Whether what is in it is safe: a compressed copy beside the log goes at the next start."""
-    if file.place == "leftovers":
-        return file.path.suffix == ".tmp"
-    return file.place != "archive" or not scenes.is_filler(file.path)
 
 
 def judge_by_xz(archive: list[Path]) -> list[str]:

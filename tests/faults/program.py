@@ -75,7 +75,7 @@ def spawn(program: str, *, cycles: int = 1, strace: Sequence[str] | None = None,
     `strace`: options of strace if it is to be traced; `settings`: of the preloaded library."""
     for file in (TRACE, REPORT):
         file.unlink(missing_ok=True)
-    preloaded = {"LD_PRELOAD": PRELOAD, "FAULTS_CYCLES": cycles, **(settings or {})}
+    preloaded = {"LD_PRELOAD": PRELOAD, "SLEEP_LAST": cycles, **(settings or {})}
     variables = {name: str(value) for name, value in preloaded.items()}
     # xz -0: how well it compresses does not matter here.
     environment = {"PATH": path, "LC_ALL": "C", "XZ_DEFAULTS": "-0"}

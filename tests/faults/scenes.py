@@ -15,7 +15,7 @@ from pathlib import Path
 from typing import Callable
 
 from tests.faults import program
-from tests.harness.numbered import LINE
+from tests.harness.numbered import logged
 from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SYSLOG
 
 SYSLOG_PID = Path("/var/run/syslogd.pid")
@@ -34,12 +34,6 @@ class Sources:
     may_go: range = range(0)
 
 
-def text(first: int, last: int) -> bytes:
-    """Lines as syslogd writes them."""
-    lines = (LINE.format(number, 1, 2, 3, 4) for number in range(first, last + 1))
-    return "".join(f"Nov 21 06:00:00 device {line[4:]}\n" for line in lines).encode()
-
-
 class Contents:
     """Fills the device, with the next lines for each file."""
 
@@ -48,7 +42,7 @@ class Contents:
 
     def _next_lines(self, count: int) -> bytes:
         self.written += count
-        return text(self.written - count + 1, self.written)
+        return logged(self.written - count + 1, self.written)
 
     def log(self, name: str, lines: int = LINES_PER_FILE) -> None:
         """A file in the log's folder."""
@@ -73,7 +67,7 @@ class Contents:
 
 @functools.lru_cache(maxsize=None)
 def compressed(first: int, last: int) -> bytes:
-    return lzma.compress(text(first, last), preset=0)
+    return lzma.compress(logged(first, last), preset=0)
 
 
 def archive_path(boot: int, minute: int) -> Path:

@@ -4,6 +4,7 @@ for a time, only for events. A test file ends in `case.main()`, which enters the
 from __future__ import annotations
 
 import argparse
+import contextlib
 import lzma
 import os
 import re
@@ -210,16 +211,10 @@ def text_of(content: bytes) -> str:
 
 def log_lines() -> list[str]:
     """The text of each line of the daemon that a syslogd has written, the oldest first."""
-    form = re.compile(rb"^\w{3} [ \d]\d \S+ \S+ user\.\w+ vandis-moraine: (.*)$", re.MULTILINE)
     lines: list[str] = []
     for file in log_files():
-        try:
-            content = file.path.read_bytes()
-        except FileNotFoundError:  # archived meanwhile
-            continue
-        if file.place == "archive":
-            content = lzma.decompress(content)
-        lines += [line.decode(errors="surrogateescape") for line in form.findall(content)]
+        with contextlib.suppress(FileNotFoundError):  # archived meanwhile
+            lines += file.read().daemon_lines
     return lines
 
 

@@ -17,6 +17,7 @@ SCRATCH = Path("/scratch")
 STAND_INS = SCRATCH / "bin"
 SANITIZER_REPORT = SCRATCH / "sanitizer"
 
+CYCLE_US = 10_000_000
 STATUS_AFTER = {signal.SIGTERM: 0, signal.SIGHUP: 1, signal.SIGINT: 2, signal.SIGQUIT: 3}
 
 
@@ -86,7 +87,7 @@ def daemon_environment(fast_sleep: float = 0) -> dict[str, str]:
     build = os.environ["MORAINE_BUILD"]
     return {
         "LD_PRELOAD": f"{build}/tests/harness/libfast_sleep.so",
-        "FAST_SLEEP": str(fast_sleep),
+        "SLEEP_US": str(int(CYCLE_US / fast_sleep)) if fast_sleep else "",
         # The preloaded library comes before the sanitizers' own.
         "ASAN_OPTIONS": f"verify_asan_link_order=0:detect_leaks=1:log_path={SANITIZER_REPORT}",
         "UBSAN_OPTIONS": f"print_stacktrace=1:log_path={SANITIZER_REPORT}",

@@ -18,8 +18,8 @@ using StartMain = int (*)(Main, int, char**, void (*)(), void (*)(), void (*)(),
 char reportFile[256];
 Main programMain = nullptr;
 
-constexpr const char* Variables[] = {"LD_PRELOAD",        "FAULTS_CYCLES",      "FAULTS_SLEEP_US",
-                                     "FAULTS_FIRST_STOP", "FAULTS_SECOND_STOP", "FAULTS_ALLOCATION",
+constexpr const char* Variables[] = {"LD_PRELOAD",       "SLEEP_US",          "SLEEP_LAST",
+                                     "SLEEP_FIRST_STOP", "SLEEP_SECOND_STOP", "FAULTS_ALLOCATION",
                                      "FAULTS_REPORT"};
 
 void KeepReportFile() {
