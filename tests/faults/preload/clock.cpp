@@ -3,7 +3,7 @@
 // sleeping.
 #include <time.h>
 
-#include "process.h"
+#include "tests/faults/preload/process.h"
 
 namespace {
 

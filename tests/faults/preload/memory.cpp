@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdlib>
 
-#include "process.h"
+#include "tests/faults/preload/process.h"
 
 extern "C" {
 void* __libc_malloc(std::size_t size);

@@ -1,6 +1,6 @@
 // The process's entry and end: settings are read, main is announced to whoever traces the process,
 // and the numbers of allocations are reported.
-#include "process.h"
+#include "tests/faults/preload/process.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -15,6 +15,8 @@
 #include "tests/support/files.h"
 #include "tests/support/log_sink.h"
 
+constexpr unsigned long SizeLimit = 1073741824;
+
 struct Engine : Rotate {
     using Rotate::archDirSize;
     using Rotate::bootNum;

@@ -10,7 +10,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-constexpr unsigned long SizeLimit = 1073741824;
 constexpr unsigned long LowerMark = 966367641;
 constexpr unsigned long MaxSigned = 0x7FFF'FFFF'FFFF'FFFF;
 

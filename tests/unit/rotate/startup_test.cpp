@@ -16,7 +16,6 @@ using testing::IsEmpty;
 using testing::Matcher;
 using testing::StartsWith;
 
-constexpr unsigned long SizeLimit = 1073741824;
 
 class StartupTest : public RotateTest {
 protected:
@@ -86,7 +85,7 @@ TEST_F(StartupTest, TakesAllStepsInTheirOrder) {
 }
 
 // The first failure ends start-up.
-struct FailingStep {
+struct FailingStartStep {
     const char* name;
     std::function<void()> breakIt;
     std::vector<Matcher<LogLine>> lines;
@@ -94,14 +93,14 @@ struct FailingStep {
     unsigned bootNum;
 };
 
-std::ostream& operator<<(std::ostream& out, const FailingStep& step) {
+std::ostream& operator<<(std::ostream& out, const FailingStartStep& step) {
     return out << step.name;
 }
 
-class FailingStartupTest : public RotateTest, public testing::WithParamInterface<FailingStep> {};
+class FailingStartupTest : public RotateTest, public testing::WithParamInterface<FailingStartStep> {};
 
 TEST_P(FailingStartupTest, EndsThere) {
-    const FailingStep& step = GetParam();
+    const FailingStartStep& step = GetParam();
     WriteFile(tmpLog, "old\n");
     step.breakIt();
     EXPECT_FAILURE(rotate.Init());
@@ -113,18 +112,18 @@ TEST_P(FailingStartupTest, EndsThere) {
 INSTANTIATE_TEST_SUITE_P(
     , FailingStartupTest,
     testing::Values(
-        FailingStep{"SyslogDirectory",
+        FailingStartStep{"SyslogDirectory",
                     [] { std::filesystem::remove_all("/perm/logs"); },
                     {Line(LOG_WARNING, StartsWith("Path '/perm/logs/syslog' does not exist.  ")),
                      Line(LOG_ERR, StartsWith("Exception in CreateDir(/perm/logs/syslog): "))},
                     false,
                     0},
-        FailingStep{"Capacity",
+        FailingStartStep{"Capacity",
                     [] { Faults::SetCapacity(1288490187); },
                     {Line(LOG_ERR, StartsWith("Required archive capacity is "))},
                     false,
                     0},
-        FailingStep{
+        FailingStartStep{
             "ArchiveDirectory",
             [] {
                 std::filesystem::remove("/perm/logs/syslog/archive");
@@ -133,7 +132,7 @@ INSTANTIATE_TEST_SUITE_P(
             {Line(LOG_ERR, StartsWith("Exception in CreateDir(/perm/logs/syslog/archive): "))},
             false,
             0},
-        FailingStep{"BootNumbers",
+        FailingStartStep{"BootNumbers",
                     [] {
                         WriteFile("/perm/logs/syslog/archive/" + ArchFn(41));
                         Faults::Fail("rename", EIO, 1);
@@ -142,19 +141,19 @@ INSTANTIATE_TEST_SUITE_P(
                      Line(LOG_ERR, StartsWith("Rename failure, reason: "))},
                     false,
                     0},
-        FailingStep{"Leftovers",
+        FailingStartStep{"Leftovers",
                     [] { StandIn("xz", "exit 1"); },
                     {Line(LOG_ERR, StartsWith("Unable to 'xz -fk "))},
                     false,
                     1},
-        FailingStep{
+        FailingStartStep{
             "Measurement",
             [] { Faults::Fail("opendir", EIO, 6); },
             {Line(LOG_INFO, StartsWith("Archived ")),
              Line(LOG_ERR, StartsWith("GetDirSize failure on /perm/logs/syslog/archive: "))},
             true,
             1},
-        FailingStep{"SizeLimit",
+        FailingStartStep{"SizeLimit",
                     [] {
                         WriteSparseFile("/perm/logs/syslog/archive/messages.001.foreign",
                                         SizeLimit);

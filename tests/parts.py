@@ -1,0 +1,189 @@
+"""Runs the parts of ./test, two at a time, and reports how long each took.
+
+A part that runs the same programs on the same files as when it last passed is left out, unless --all
+is given. CI starts from a fresh clone and leaves nothing out.
+"""
+from __future__ import annotations
+
+import argparse
+import dataclasses
+import hashlib
+import os
+import shlex
+import subprocess
+import sys
+import threading
+import time
+from pathlib import Path
+
+from tests.harness.paths import ROOT
+
+FOLDER = ROOT / "build/test"  # logs and stamps
+SKIPPED = 77  # the exit status of a part that cannot run here
+JOBS = os.cpu_count() or 1
+
+
+@dataclasses.dataclass(frozen=True)
+class Part:
+    name: str
+    about: str
+    command: str  # for a shell, in the project's root
+    # The folder below tests/ that is this part's own; without one, the part is never left out.
+    own: str = ""
+    # A part that mostly waits runs beside those that compile.
+    waits: bool = False
+
+
+def ctest(preset: str, *options: str) -> str:
+    """Builds a preset and runs its tests, most of which wait."""
+    return (f"cmake --preset {preset} >/dev/null && cmake --build --preset {preset} && "
+            f"ctest --preset {preset} --parallel {2 * JOBS} {shlex.join(options)}")
+
+
+# To add a part, add a line. They start in this order; the last lines are the ones to wait for.
+PARTS = (
+    Part("style", "layout, scripts, Python, and what each folder may include", "tests/check-style"),
+    Part("device", "the emulated device: boots, limits, power cuts",
+         "python3 -m tests.device", own="device", waits=True),
+    Part("tests", "all tests", ctest("dev")),
+    Part("sanitizers", "the tests under AddressSanitizer and UndefinedBehaviorSanitizer",
+         ctest("asan", "--exclude-regex", "^(library|system.real_syslogd)")),
+    Part("faults", "400 faults in the release with shared libraries",
+         "python3 -m tests.faults", own="faults", waits=True),
+    Part("packaging", "man page, installation, Buildroot tree, Debian packages",
+         "tests/packaging/run man-page installation buildroot debian", own="packaging"),
+    Part("systemd", "the units on a running systemd, where one can be booted",
+         "tests/packaging/run systemd", own="packaging"),
+    Part("tidy", "clang-tidy on the product",
+         "cmake --preset tidy >/dev/null && cmake --build --preset tidy"),
+    Part("fuzz", "each fuzz target for some seconds", "tests/fuzz/run --seconds 5", own="fuzz"),
+)
+
+
+class Inputs:
+    """Fingerprints of what a part depends on."""
+
+    def __init__(self) -> None:
+        self._files = {}
+        for path in sorted(files()):
+            content = os.readlink(path).encode() if path.is_symlink() else path.read_bytes()
+            self._files[str(path.relative_to(ROOT))] = hashlib.sha256(content).hexdigest()
+        # The programs that are run: those of packages, and the kernel.
+        packages = subprocess.run(["dpkg-query", "--show"], stdout=subprocess.PIPE).stdout \
+            if os.path.exists("/usr/bin/dpkg-query") else b""
+        self._machine = hashlib.sha256(packages + " ".join(os.uname()).encode()).hexdigest()
+
+    def fingerprint(self, part: Part) -> str:
+        """Of every file but texts, benchmarks and other parts' tests."""
+        tests = (f"tests/{part.own}/", "tests/harness/")
+        lines = [f"{name} {digest}" for name, digest in self._files.items()
+                 if not name.startswith("benchmarks/") and not name.endswith(".md")
+                 and (not name.startswith("tests/") or name.startswith(tests))]
+        return hashlib.sha256("\n".join([part.command, self._machine, *lines]).encode()).hexdigest()
+
+
+def files() -> list[Path]:
+    """Of the project, whether there is Git or not."""
+    found = []
+    for folder, folders, names in os.walk(ROOT):
+        if Path(folder) == ROOT:
+            folders[:] = [name for name in folders if name not in ("build", ".git")]
+        folders[:] = [name for name in folders if name != "__pycache__"]
+        found += [Path(folder, name) for name in names]
+    return found
+
+
+@dataclasses.dataclass
+class Result:
+    verdict: str
+    seconds: float
+
+
+class Run:
+    def __init__(self, parts: list[Part], inputs: Inputs) -> None:
+        self._parts = parts
+        self._inputs = inputs
+        self._printing = threading.Lock()
+        self.results: dict[str, Result] = {}
+
+    def run(self) -> bool:
+        """Returns whether all passed."""
+        lanes = [threading.Thread(target=self._run_all, args=([
+            part for part in self._parts if part.waits == waits],)) for waits in (False, True)]
+        for lane in lanes:
+            lane.start()
+        for lane in lanes:
+            lane.join()
+        return all(result.verdict != "FAILED" for result in self.results.values())
+
+    def _run_all(self, parts: list[Part]) -> None:
+        for part in parts:
+            self._run(part)
+
+    def _run(self, part: Part) -> None:
+        # Taken before: what changes while it runs has not been tested.
+        fingerprint = self._inputs.fingerprint(part)
+        start = time.monotonic()
+        self._say(f"{part.name}: started")
+        log = FOLDER / f"{part.name}.log"
+        with log.open("wb") as output:
+            status = subprocess.run(part.command, shell=True, cwd=ROOT, stdin=subprocess.DEVNULL,
+                                    stdout=output, stderr=subprocess.STDOUT).returncode
+        verdict = {0: "passed", SKIPPED: "skipped"}.get(status, "FAILED")
+        self.results[part.name] = Result(verdict, time.monotonic() - start)
+        if verdict == "passed" and part.own:
+            stamp(part).write_text(fingerprint)
+        text = "" if verdict == "passed" else log.read_text(errors="replace")
+        self._say(f"{text}{part.name}: {verdict}, {self.results[part.name].seconds:.0f} s")
+
+    def _say(self, text: str) -> None:
+        with self._printing:
+            print(text, flush=True)
+
+
+def stamp(part: Part) -> Path:
+    return FOLDER / f"{part.name}.passed"
+
+
+def is_unchanged(part: Part, inputs: Inputs) -> bool:
+    return bool(part.own) and stamp(part).exists() \
+        and stamp(part).read_text() == inputs.fingerprint(part)
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(prog="./test", description=__doc__)
+    parser.add_argument("--all", action="store_true", help="leave nothing out")
+    parser.add_argument("--only", action="append", default=[], metavar="PART",
+                        choices=[part.name for part in PARTS], help="run this part (repeatable)")
+    parser.add_argument("--list", action="store_true", help="list the parts and run none")
+    arguments = parser.parse_args()
+    FOLDER.mkdir(parents=True, exist_ok=True)
+
+    inputs = Inputs()
+    chosen, unchanged = [], []
+    for part in PARTS:
+        if arguments.only and part.name not in arguments.only:
+            continue
+        is_left_out = not (arguments.all or arguments.only) and is_unchanged(part, inputs)
+        (unchanged if is_left_out else chosen).append(part)
+    for part in chosen:
+        print(f"  {part.name:12} {part.about}")
+    for part in unchanged:
+        print(f"  {part.name:12} (left out: nothing has changed since it passed; see --all)")
+    if arguments.list:
+        return 0
+
+    print(f"Logs: {FOLDER.relative_to(ROOT)}/", flush=True)
+    start = time.monotonic()
+    run = Run(chosen, inputs)
+    passed = run.run()
+    print()
+    for part in chosen:
+        result = run.results[part.name]
+        print(f"  {part.name:12} {result.seconds:5.0f} s  {result.verdict}")
+    print(f"  {'all':12} {time.monotonic() - start:5.0f} s  {'passed' if passed else 'FAILED'}")
+    return 0 if passed else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
