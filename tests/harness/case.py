@@ -13,7 +13,7 @@ import subprocess
 import sys
 import unittest
 from pathlib import Path
-from typing import Callable, Sequence
+from typing import Any, Callable, Sequence
 
 from tests.harness import sandbox, waiting
 from tests.harness.daemon import (RUNNING, SANITIZER_REPORT, SCRATCH, STAND_INS, Daemon, DaemonLog)
@@ -98,17 +98,15 @@ class BlackBoxCase(SandboxCase):
         self.log.close()
         self.assertEqual(self.log.unexpected, [], "came to /dev/log, but is no line of the daemon")
 
-    def start(self, fast_sleep: float = 0, strace: Sequence[str] = (),
-              path: str | None = None) -> Daemon:
-        """Starts the daemon. Without `fast_sleep` only a stop signal brings a cycle about."""
-        self.daemons.append(Daemon(fast_sleep, strace, path))
+    def start(self, *arguments: Any, **options: Any) -> Daemon:
+        """Starts the daemon; see Daemon. Without `fast_sleep` only a stop signal starts a cycle."""
+        self.daemons.append(Daemon(*arguments, **options))
         return self.daemons[-1]
 
-    def start_and_wait(self, fast_sleep: float = 0, strace: Sequence[str] = (),
-                       path: str | None = None) -> Daemon:
+    def start_and_wait(self, *arguments: Any, **options: Any) -> Daemon:
         """The same, and waits until it sleeps for the first time."""
         count = self.log.all().count(RUNNING)
-        daemon = self.start(fast_sleep, strace, path)
+        daemon = self.start(*arguments, **options)
         self.log.wait_for(RUNNING, count + 1)
         self.wait_until(lambda: daemon.waits, "the daemon sleeps")
         return daemon

@@ -121,8 +121,10 @@ class Daemon:
     """The daemon, started by hand: its process id and exit status are seen directly."""
 
     def __init__(self, fast_sleep: float = 0, strace: Sequence[str] = (),
-                 path: str | None = None) -> None:
+                 path: str | None = None, late_signal: int = 0) -> None:
         environment = {**os.environ, **daemon_environment(fast_sleep)}
+        if late_signal:
+            environment["LATE_SIGNAL"] = str(int(late_signal))
         environment["PATH"] = path or f"{STAND_INS}:{os.environ['PATH']}"
         command = [DAEMON]
         if strace:

@@ -229,6 +229,25 @@ class Failure(BlackBoxCase):
                                           xz_failed(ROTATION, 256),
                                           exiting(1)])
 
+    def test_signal_after_a_failed_cycle(self) -> None:
+        """SIGTERM between a failed cycle and the exit: its line, and status 1 all the same."""
+        daemon = self.start_and_wait(fast_sleep=50, late_signal=SIGTERM)
+        self.stand_in("xz", "exit 1")
+        write("messages.txt.0", "kept")
+
+        self.assertEqual(self.wait(daemon), 1)
+
+        self.assertEqual(self.log.all(), [*START, xz_failed(ROTATION, 256), caught(SIGTERM),
+                                          exiting(1)])
+
+    def test_signal_before_the_exit(self) -> None:
+        """SIGQUIT after the last cycle: its line, and the status that belongs to it."""
+        daemon = self.start_and_wait(late_signal=SIGQUIT)
+
+        self.assertEqual(self.stop(daemon, SIGTERM), 3)
+
+        self.assertEqual(self.log.all(), [*START, caught(SIGTERM), caught(SIGQUIT), exiting(3)])
+
     def test_failed_start_up(self) -> None:
         """A failed start-up: status 1 and no "running" line."""
         self.remount("size=1288486912")
