@@ -9,7 +9,7 @@ import signal
 import time
 from pathlib import Path
 
-from benchmarks.measure import Cost, Progress, Row, in_turns, run_tool
+from benchmarks.measure import Cost, Row, Titled, in_turns, run_tool
 from benchmarks.scenery import use_disk, write_log_text
 from tests.harness.log_socket import LogSocket
 from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SYSLOG
@@ -107,14 +107,14 @@ def label(size: int) -> str:
 
 
 def measure_size(size: int, rounds: int, where: str, floor: str) -> list[Row]:
-    progress = Progress(f"archiving {label(size)}, {where}")
+    progress = Titled(f"archiving {label(size)}, {where}")
     progress.say("writing log text")
     text = Path("/tmp/text")
     write_log_text(text, size)
     place = Place(text, floor)
     works = {"daemon": place.by_daemon, "xz": place.by_xz, "logrotate": place.by_logrotate}
     costs = in_turns(rounds, works, progress.say)
-    progress.done()
+    progress.clear()
 
     seconds = {name: [cost.seconds for cost in costs[name]] for name in works}
     processor = {name: [cost.processor_seconds for cost in costs[name]] for name in works}

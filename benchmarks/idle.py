@@ -9,7 +9,7 @@ import subprocess
 import time
 from pathlib import Path
 
-from benchmarks.measure import Progress, Row, run_tool
+from benchmarks.measure import Row, Titled, run_tool
 from tests.harness import services
 from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SYSLOG
 from tests.harness.waiting import wait_until
@@ -65,7 +65,7 @@ class LogKeeper:
 def watch(own_name: str, with_peers: bool, window: int) -> tuple[dict[str, dict], int]:
     """What each idler is and spends in `window` seconds, ours first, and the pages that ours
     touched until it was up."""
-    progress = Progress(f"idle, {own_name}")
+    progress = Titled(f"idle, {own_name}")
     keepers = [LogKeeper("svlogd", "svlogd", "/tmp/svlogd"),
                LogKeeper("s6-log", "s6-log", "t", "/tmp/s6-log")] if with_peers else []
     LIVE_LOG.with_suffix(".txt.0").write_text("a line\n" * 1000)
@@ -90,7 +90,7 @@ def watch(own_name: str, with_peers: bool, window: int) -> tuple[dict[str, dict]
     for idler in idlers:
         spent = {name: value - before[idler.name][name] for name, value in idler.clocks().items()}
         figures[idler.name] = {**idler.state(), **spent}
-    progress.done()
+    progress.clear()
 
     daemon.terminate()
     daemon.wait()
@@ -102,7 +102,7 @@ def watch(own_name: str, with_peers: bool, window: int) -> tuple[dict[str, dict]
 def shortened_cycles(own_name: str) -> Row:
     """The processor time of 1,000 cycles, each with its wake-up, of the daemon with sleeps of a
     millisecond."""
-    progress = Progress(f"idle, {own_name}, shortened sleeps")
+    progress = Titled(f"idle, {own_name}, shortened sleeps")
     daemon = subprocess.Popen([DAEMON], env={**os.environ, "LD_PRELOAD": FAST_SLEEP,
                                              "SLEEP_US": "1000"})
     ours = Idler(own_name, daemon.pid)
@@ -119,7 +119,7 @@ def shortened_cycles(own_name: str) -> Row:
         samples.append((after["processor_us"] - before["processor_us"]) / cycles * 1000 / 1e6)
     daemon.terminate()
     daemon.wait()
-    progress.done()
+    progress.clear()
     return Row("idle", f"{own_name}: processor time of 1,000 cycles", "s", samples)
 
 
@@ -149,13 +149,13 @@ def trace_cycles() -> list[list[str]]:
 
 def count_cycle() -> tuple[list[Row], list[str]]:
     """Counts, and the system calls of a cycle."""
-    progress = Progress("idle, the check cycle")
+    progress = Titled("idle, the check cycle")
     progress.say("system calls")
     cycles = trace_cycles()
     progress.say("processor time and allocations")
     count = 10_000
     costs = [run_tool("engine", "cycles", str(count)) for _ in range(5)]
-    progress.done()
+    progress.clear()
     for_memory = [sum(name in ("brk", "mmap", "munmap", "mremap") for name in cycle)
                   for cycle in cycles]
     rows = [

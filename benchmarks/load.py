@@ -7,7 +7,7 @@ import statistics
 import time
 from pathlib import Path
 
-from benchmarks.measure import Progress, Row, run_tool
+from benchmarks.measure import Row, Titled, run_tool
 from benchmarks.scenery import write_log_text
 from tests.harness import numbered, services
 from tests.harness.paths import LIVE_LOG, SYSLOG
@@ -34,7 +34,7 @@ def sustained_rate(kib: int, seconds: float) -> float:
 
 
 def measure(quick: bool) -> dict:
-    progress = Progress("sustained load")
+    progress = Titled("sustained load")
     table = []
     for kib in SIZES_KIB[:4] if quick else SIZES_KIB:
         progress.say(f"xz of {kib} KiB")
@@ -42,7 +42,7 @@ def measure(quick: bool) -> dict:
         table.append({"rotation_kib": kib, "xz_seconds": seconds,
                       "bytes_per_second": sustained_rate(kib, seconds),
                       "bytes_per_second_slow": sustained_rate(kib, SLOW * seconds)})
-    progress.done()
+    progress.clear()
     return {"rows": [], "table": table}
 
 
@@ -63,7 +63,7 @@ def bytes_per_line() -> float:
 
 def flood(factor: float, duration: float) -> dict:
     """A flood of `factor` times the sustained rate, and the rotations that wait meanwhile."""
-    progress = Progress(f"a flood of {factor:.0%} of the sustained rate")
+    progress = Titled(f"a flood of {factor:.0%} of the sustained rate")
     services.set_rotation_size(RUN_SIZE_KIB)
     rate = factor * sustained_rate(RUN_SIZE_KIB, xz_seconds(RUN_SIZE_KIB))
     line_size = bytes_per_line()
@@ -81,7 +81,7 @@ def flood(factor: float, duration: float) -> dict:
     wait_until(lambda: numbered.has_logged(lines.written), 10)
     services.daemon.stop()
     services.syslogd.stop()
-    progress.done()
+    progress.clear()
     verdict = numbered.judge(lines.written, [file.read() for file in numbered.log_files()])
     result = {"factor": factor, "bytes_per_second": rate, "waiting": waiting,
               "lines_written": lines.written, "lines_lost": len(verdict.lost), "rows": []}

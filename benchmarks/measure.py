@@ -6,8 +6,9 @@ import json
 import statistics
 import subprocess
 import sys
-import time
 from typing import Callable, Mapping, Sequence
+
+from tests.harness.progress import Progress
 
 
 @dataclasses.dataclass(frozen=True)
@@ -26,28 +27,15 @@ def run_tool(*command: str) -> Cost:
     return Cost(**json.loads(done.stdout.splitlines()[-1]))
 
 
-class Progress:
-    """Says on standard error what is being measured: on a terminal in one line, else every now and
-    then."""
+class Titled(Progress):
+    """Says on standard error what is being measured."""
 
     def __init__(self, title: str) -> None:
+        super().__init__(sys.stderr)
         self._title = title
-        self._start = time.monotonic()
-        self._last = float("-inf")
-        self._is_live = sys.stderr.isatty()
 
     def say(self, text: str) -> None:
-        now = time.monotonic()
-        if not self._is_live and now - self._last < 10:
-            return
-        self._last = now
-        line = f"{self._title}: {text} ({now - self._start:.0f} s)"
-        print(f"\r\033[K{line}" if self._is_live else line, end="" if self._is_live else "\n",
-              file=sys.stderr, flush=True)
-
-    def done(self) -> None:
-        if self._is_live:
-            print("\r\033[K", end="", file=sys.stderr, flush=True)
+        self.status(f"{self._title}: {text} ({self.seconds:.0f} s)")
 
 
 def in_turns(rounds: int, works: Mapping[str, Callable[[], Cost]],

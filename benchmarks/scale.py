@@ -7,7 +7,7 @@ import subprocess
 from pathlib import Path
 from typing import Callable, Mapping
 
-from benchmarks.measure import Cost, Progress, Row, in_turns, run_tool
+from benchmarks.measure import Cost, Row, Titled, in_turns, run_tool
 from benchmarks.scenery import LIMIT, Archive, use_disk
 from tests.harness.paths import ARCHIVE
 
@@ -111,7 +111,7 @@ def count_calls(operation: str) -> int:
     return int(total.group(1))
 
 
-def calls_per_file(progress: Progress) -> list[Row]:
+def calls_per_file(progress: Titled) -> list[Row]:
     """From the difference between two archives, so that the calls of any start do not count. The
     goals: a file's size costs a call, its new name another, and the listing hardly any."""
     few, many = 1_000, 10_000
@@ -143,7 +143,7 @@ def growth(times: Mapping[str, Mapping[int, list[float]]]) -> list[Row]:
 
 def measure(quick: bool, disk: Path | None) -> dict:
     where = use_disk(disk) if disk else "tmpfs"
-    progress = Progress(f"scale, {where}")
+    progress = Titled(f"scale, {where}")
     rounds = {1_000: 9, 10_000: 5, 50_000: 3}
     if quick:
         rounds = {1_000: 3, 10_000: 1}
@@ -165,5 +165,5 @@ def measure(quick: bool, disk: Path | None) -> dict:
             times.setdefault(name, {})[count] = ours_times
     if not disk:
         rows += growth(times) + calls_per_file(progress)
-    progress.done()
+    progress.clear()
     return {"rows": rows}

@@ -4,7 +4,6 @@ from __future__ import annotations
 import argparse
 import os
 import re
-import shutil
 import signal
 import sys
 import threading
@@ -15,6 +14,7 @@ from typing import BinaryIO, Iterable
 from tests.harness import numbered, sandbox, services
 from tests.harness.numbered import LogFile, Verdict, log_files
 from tests.harness.paths import BUSYBOX, ROOT
+from tests.harness.progress import Progress
 from tests.harness.waiting import wait_until
 
 RED, GREEN, CYAN = "1;31", "1;32", "36"
@@ -38,27 +38,6 @@ def positive(text: str) -> int:
     if not text.isdecimal() or int(text) == 0:
         raise argparse.ArgumentTypeError(f"'{text}' is not a whole number above 0")
     return int(text)
-
-
-class Screen:
-    """Lines that scroll and, on a terminal, a status line below them."""
-
-    def __init__(self) -> None:
-        self.is_live = sys.stdout.isatty() and os.environ.get("TERM", "dumb") != "dumb"
-        self.has_colour = self.is_live and not os.environ.get("NO_COLOR")
-        self._last_status = float("-inf")
-
-    def line(self, text: str, colour: str = "") -> None:
-        if colour and self.has_colour:
-            text = f"\033[{colour}m{text}\033[0m"
-        print(f"\r\033[K{text}" if self.is_live else text, flush=True)
-
-    def status(self, text: str) -> None:
-        if self.is_live:
-            print(f"\r\033[K{text[:shutil.get_terminal_size().columns - 1]}", end="", flush=True)
-        elif time.monotonic() - self._last_status >= 5:
-            self._last_status = time.monotonic()
-            print(text, flush=True)
 
 
 def human(size: float) -> str:
@@ -135,7 +114,7 @@ class DaemonLines:
                 break
 
 
-def demonstrate(arguments: argparse.Namespace, screen: Screen) -> int:
+def demonstrate(arguments: argparse.Namespace, screen: Progress) -> int:
     """Returns how many lines were written."""
     enough = threading.Event()
     for number in (signal.SIGINT, signal.SIGTERM):
@@ -170,7 +149,7 @@ def demonstrate(arguments: argparse.Namespace, screen: Screen) -> int:
     return flood.written
 
 
-def print_archive(files: list[LogFile], screen: Screen) -> None:
+def print_archive(files: list[LogFile], screen: Progress) -> None:
     screen.line(f"\n{'':42}{'size':>10}{'text':>10}{'ratio':>7}{'lines':>9}  numbers")
     for file in files:
         numbers = file.numbers
@@ -181,7 +160,7 @@ def print_archive(files: list[LogFile], screen: Screen) -> None:
     screen.line("")
 
 
-def print_verdict(verdict: Verdict, screen: Screen) -> None:
+def print_verdict(verdict: Verdict, screen: Progress) -> None:
     for lines in numbered.ranges(verdict.lost)[:10]:
         screen.line(f"lost: {lines}")
     if verdict.lost:
@@ -199,7 +178,7 @@ def main() -> int:
         sandbox.enter(sandbox.command(arguments.build.resolve(), argv,
                                       busybox=arguments.busybox.resolve()))
 
-    screen = Screen()
+    screen = Progress()
     try:
         written = demonstrate(arguments, screen)
     except RuntimeError as error:

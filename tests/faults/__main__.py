@@ -20,15 +20,15 @@ import shutil
 import signal
 import subprocess
 import sys
-import time
 from pathlib import Path
 from typing import Any
 
-from tests.faults.endurance import ENDURANCE
+from tests.faults.endurance import ENDURANCE, is_long
 from tests.faults.inject import Fault
 from tests.faults.scenes import SCENES
 from tests.harness import sandbox
 from tests.harness.paths import ROOT
+from tests.harness.progress import Progress
 
 ALL_SCENES = {**SCENES, **ENDURANCE}
 
@@ -115,53 +115,28 @@ class Tally:
         self.failed += bool(answer["problems"])
 
 
-class Progress:
-    """A line that is rewritten on a terminal, and one now and then elsewhere."""
-
-    SECONDS_BETWEEN_LINES = 20
-
-    def __init__(self, total: int) -> None:
-        self.total = total
-        self.start = self._last = time.monotonic()
-        self._is_live = sys.stdout.isatty()
-
-    def show(self, done: int, failed: int) -> None:
-        now = time.monotonic()
-        text = f"{done} of {self.total} faults, {failed} failed, {now - self.start:.0f} s"
-        if self._is_live:
-            print(f"\r\033[K{text}", end="", flush=True)
-        elif now - self._last >= self.SECONDS_BETWEEN_LINES:
-            self._last = now
-            print(text, flush=True)
-
-    def clear(self) -> None:
-        if self._is_live:
-            print("\r\033[K", end="", flush=True)
-
-
 def make_all(workers: Workers, faults: list[Fault], to_first_failure: bool) -> int:
     """Returns how many failed."""
     tallies = {fault.scene: Tally() for fault in faults}
-    progress = Progress(len(faults))
+    progress = Progress()
     failed = 0
     asked = {workers.ask(fault=dataclasses.astuple(fault)): fault for fault in faults}
     for done, future in enumerate(concurrent.futures.as_completed(asked), 1):
         fault, answer = asked[future], future.result()
         tallies[fault.scene].count(fault, answer)
         for note in answer["notes"]:
-            progress.clear()
-            print(f"{fault.scene}: {note}", flush=True)
+            progress.line(f"{fault.scene}: {note}")
         if answer["problems"]:
             failed += 1
             progress.clear()
             print_failure(fault, answer)
             if to_first_failure:
                 return failed
-        progress.show(done, failed)
+        progress.status(f"{done} of {len(faults)} faults, {failed} failed, {progress.seconds:.0f} s")
     progress.clear()
     print_table(tallies)
     print(f"{len(faults)} faults in {len(tallies)} scenes, {failed} failures of the judge, "
-          f"{time.monotonic() - progress.start:.0f} s")
+          f"{progress.seconds:.0f} s")
     return failed
 
 
@@ -208,10 +183,6 @@ def list_calls(workers: Workers, scene: str) -> None:
 def list_scenes() -> None:
     for scene in ALL_SCENES.values():
         print(f"{scene.name:14} {scene.about}")
-
-
-def is_long(scene: str) -> bool:
-    return scene in ENDURANCE and ENDURANCE[scene].is_long
 
 
 def choose_faults(workers: Workers, arguments: argparse.Namespace) -> list[Fault]:

@@ -279,3 +279,7 @@ ENDURANCE = {each.name: each for each in (
     Endurance("long-life", f"{CYCLES} cycles in one life",
               [Fault("long-life", f"cycle#{CYCLES}", "none")], long_life, is_long=True),
 )}
+
+
+def is_long(scene: str) -> bool:
+    return scene in ENDURANCE and ENDURANCE[scene].is_long

@@ -7,6 +7,7 @@ services   syslogd and the daemon as the init scripts run them, inside a sandbox
 log_socket a reader of /dev/log
 numbered   numbered log lines: who writes them, and the judge that counts them
 daemon     the daemon as a process that a test starts itself, and the lines of its life
+progress   a status line on a terminal
 case       test cases that run in a sandbox
 tree       a copy of the project, to be broken
 """
