@@ -15,7 +15,7 @@ namespace {
 bool StepFails(Rotate& rotate, bool (Rotate::*step)(), const char* name) {
     try {
         return (rotate.*step)();
-    } catch (const std::exception& e) {
+    } catch (const std::exception& e) {  // guard: exceptions
         Log::Error("Exception in %s: %s", name, e.what());
         return true;
     }

@@ -46,8 +46,8 @@ void SigHandler(int signal) {
     const unsigned place = std::min<unsigned>(numNoted, MaxNotes - 1);
     noted[place] = signal;
     numNoted = place + 1;
-    ExitCode = signal == SIGTERM ? 0 : signal;
-    MainRunning = false;
+    ExitCode = signal == SIGTERM ? 0 : signal;  // guard: exit-code
+    MainRunning = false;                        // guard: handler
 }
 
 void InstallStopSignals() {
@@ -64,7 +64,7 @@ void LogCaughtSignals() {
     static bool isLogging = false;  // Each of the lines comes back here as the hook.
     if (isLogging) return;
     isLogging = true;
-    while (numNoted != 0) {
+    while (numNoted != 0) {  // guard: caught-signals
         std::array<int, MaxNotes> caught;
         const unsigned count = TakeNotes(caught);
         for (unsigned i = 0; i < count; ++i) {

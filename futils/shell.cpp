@@ -60,7 +60,7 @@ class Ignored {
 public:
     explicit Ignored(int signal) : signal(signal) {
         (void)sigaction(signal, nullptr, &before);
-        if (before.sa_handler == SIG_DFL) (void)std::signal(signal, SIG_IGN);
+        if (before.sa_handler == SIG_DFL) (void)std::signal(signal, SIG_IGN);  // guard: command
     }
     Ignored(const Ignored&) = delete;
     Ignored& operator=(const Ignored&) = delete;

@@ -104,8 +104,8 @@ bool LogFileUtils::AddFileToTarball(const std::string& name, const std::filesyst
     const bool tarFailed = tarFile.Failed() || Futils::System(command + name);
     if (tarFailed && dlTarExists) LogMissingAppend();
     if (!copyFailed && !tarFailed) dlTarExists = true;
-    (void)Futils::Remove(copy);  // DeleteLogTempFiles takes what stays.
-    return copyFailed || tarFailed;
+    (void)Futils::Remove(copy);      // DeleteLogTempFiles takes what stays.
+    return copyFailed || tarFailed;  // guard: download-result
 }
 
 void LogFileUtils::LogAtDebug(unsigned long estimatedSize, const std::string& name) const {

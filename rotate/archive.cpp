@@ -206,7 +206,7 @@ Rotate::Archiving::Ending Rotate::Archiving::MoveIntoArchive() {
     if (Futils::Sync(Compressed())) return Outcome::Failed;            // guard: sync-copy
     if (Futils::Sync(Moraine::SyslogPathAbs)) return Outcome::Failed;  // guard: sync-renames
     // If xz has made nothing, it is the rename that says so.
-    Futils::RenameResult result = Futils::RenameNoReplace(Compressed(), dest);
+    Futils::RenameResult result = Futils::RenameNoReplace(Compressed(), dest);  // guard: no-replace
     while (result == Futils::RenameResult::TargetExists) {
         dest = rotate.GetFreeArchPfe();
         if (dest.empty()) return Outcome::Failed;
@@ -326,7 +326,7 @@ fs::path Rotate::GetFreeArchPfe() const {
         const std::string fn = GetArchFn();
         if (fn.empty()) return {};
         fs::path pfe = Moraine::ArchPathAbs / fn;
-        if (!Futils::FileExists(pfe) && !Futils::PathExists(pfe)) return pfe;
+        if (!Futils::FileExists(pfe) && !Futils::PathExists(pfe)) return pfe;  // guard: free-name
         std::this_thread::sleep_for(BetweenNameChecks);
     }
     Log::Error("All archive file names of the last %.0f seconds are taken.",

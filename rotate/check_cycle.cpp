@@ -49,7 +49,7 @@ bool Rotate::HasHigherRotation(const std::string& pfn) const {
 bool Rotate::ArchiveMaxSyslogdPfn(const std::filesystem::path& pfn) {
     (void)Futils::System(Moraine::SyslogStopCmd);  // Archived even if syslogd would not stop.
     if (ArchiveIfThere(pfn)) return true;
-    if (Futils::System(Moraine::SyslogStartCmd)) return true;
+    if (Futils::System(Moraine::SyslogStartCmd)) return true;  // guard: start-syslogd
     Log::Error(
         "Syslog had to be stopped to deal with its last possible rotation.  Messages were lost.");
     return false;

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr unsigned short BootsDeletedAtOnce = 100;
+constexpr unsigned short BootsDeletedAtOnce = 100;  // guard: boots-at-once
 constexpr unsigned short AnyNumberOfFiles = 65535;
 
 // Boot numbers that no file has, between numbers that files have.
@@ -48,7 +48,7 @@ bool Rotate::CheckReboots() {
     if (numbers.min == 1) {
         if (numbers.max < Moraine::MaxBootNum) return false;  // Nothing to delete or to renumber.
         const Gap gap = FindGap(numbers);
-        if (gap.size != 0) return LowerBootNumbers(gap.numberBehind, gap.size);
+        if (gap.size != 0) return LowerBootNumbers(gap.numberBehind, gap.size);  // guard: gap
         Log::Info("Log archive contains too many reboots.  Oldest %u will be deleted.",
                   BootsDeletedAtOnce);
         if (DeleteArchiveFiles(true, AnyNumberOfFiles, BootsDeletedAtOnce)) return true;

@@ -57,7 +57,7 @@ bool Rotate::CheckArchSize() {
 
 // Raises filesystem_error if a file's size cannot be read.
 bool Rotate::DeleteOldestUntilLowerMark() {
-    for (const std::string& name : GetArchiveFileList()) {
+    for (const std::string& name : GetArchiveFileList()) {  // guard: oldest-first
         if (Signed(archDirSize) <= LowerMark) return false;
         const fs::path pfn = Moraine::ArchPathAbs / name;
         const unsigned long size = fs::file_size(pfn);

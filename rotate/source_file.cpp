@@ -30,7 +30,7 @@ SourceFile::SourceFile(std::filesystem::path path)
       openError(fd < 0 ? errno : 0) {}
 
 SourceFile::~SourceFile() {
-    if (fd >= 0) (void)close(fd);  // Nothing was written through it.
+    if (fd >= 0) (void)close(fd);  // guard: close-source
 }
 
 void SourceFile::Mark() {

@@ -58,8 +58,8 @@ bool Rotate::RemoveArchivedFiles() {
 
 bool Rotate::CleanUpTempFiles() {
     for (const fs::path& pfn : ListSyslogDirectory()) {
-        if (pfn.extension() == Moraine::XzExt && Futils::Remove(pfn)) return true;
-        if (pfn.extension() == Moraine::TmpExt && Archive(pfn)) return true;
+        if (pfn.extension() == Moraine::XzExt && Futils::Remove(pfn)) return true;  // guard: copies
+        if (pfn.extension() == Moraine::TmpExt && Archive(pfn)) return true;  // guard: leftovers
     }
     return false;
 }
