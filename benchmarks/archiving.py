@@ -66,7 +66,7 @@ class Place:
         shutil.rmtree(SYSLOG, ignore_errors=True)
         ARCHIVE.mkdir(parents=True)
         shutil.copyfile(self._text, path)
-        os.sync()  # or the writing of the copy would be paid by whoever syncs first
+        os.sync()  # or the first to sync would pay for the writing of the copy
         time.sleep(SETTLE_SECONDS)
 
     def by_xz(self) -> Cost:

@@ -20,7 +20,7 @@ FAST_SLEEP = "/usr/sbin/libfast_sleep.so"  # shortens the sleep of a daemon that
 
 
 class Idler:
-    """A process that waits, and what /proc tells of it."""
+    """A process that waits, and its figures from /proc."""
 
     def __init__(self, name: str, pid: int) -> None:
         self.name = name
@@ -29,7 +29,7 @@ class Idler:
     def _field(self, file: str, field: str) -> int:
         found = re.search(rf"^{field}:\s+(\d+)", (self._process / file).read_text(), re.M)
         if not found:
-            raise RuntimeError(f"{self._process / file} tells no {field}")
+            raise RuntimeError(f"{self._process / file} has no {field}")
         return int(found.group(1))
 
     def state(self) -> dict[str, float]:

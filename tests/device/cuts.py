@@ -16,7 +16,7 @@ from tests.device.tally import Tally
 from tests.harness.numbered import logged, numbers_in
 
 ROTATION_LINES = (400, 2500)  # about 40 to 240 KiB
-UNAIMED = "at any moment, since the watcher told nothing"
+UNAIMED = "at any moment, without an event from the watcher"
 LEFT_OVER_LIVE_LOG = "messages.txt.tmp"
 
 # The longer the kernel holds back what was written, the more a cut takes away.
@@ -25,7 +25,7 @@ MOUNT_OPTIONS = ("defaults", "defaults", "commit=15", "commit=30")
 
 @dataclasses.dataclass(frozen=True)
 class Moment:
-    """When to cut: some time after an event, as watch.cpp tells it."""
+    """When to cut: some time after an event that watch.cpp reports."""
 
     name: str
     event: str
@@ -120,7 +120,7 @@ class Chain:
 
 
 def service(files: Mapping[str, bytes]) -> dict[str, bytes]:
-    """What tells of events, and adds the rotations in root/rotations/."""
+    """The service that reports events and adds the rotations in root/rotations/."""
     return {"etc/init.d/S50power-cut": (GUEST / "power-cut.sh").read_bytes(),
             "root/watch": watcher().read_bytes(), **files}
 

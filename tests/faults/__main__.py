@@ -3,7 +3,7 @@ release with shared libraries (release-dynamic), since what makes allocations fa
 
 Each system call of each scene fails once with each errno that fits it, and kills the daemon once;
 each allocation fails once; each stop signal arrives at each call. After each fault the daemon is
-started twice more, and a judge looks at what is left. docs/fault-injection.md tells what it asks for.
+started twice more, and a judge looks at what is left. docs/fault-injection.md lists what it checks.
 
 Without options: a spread of the faults, in under two minutes.
 """

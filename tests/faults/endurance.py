@@ -93,7 +93,7 @@ class RotatingLog:
 
     def rotate(self, times: int) -> None:
         for _ in range(times):
-            if self._is_over():  # nobody takes them away
+            if self._is_over():  # the daemon has ended
                 return
             self._write()
             for number in range(8, -1, -1):

@@ -72,7 +72,7 @@ class Result:
 
 
 class UnknownCall(Exception):
-    """A system call that nobody decided about."""
+    """A system call that has no entry in ERRNOS or PASSIVE."""
 
 
 def part_of_trace(scene: Scene, calls: list[Call]) -> list[Call]:

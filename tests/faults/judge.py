@@ -72,8 +72,8 @@ def judge_silent_end(end: End) -> list[str]:
 
 
 def judge_loading_end(end: End) -> list[str]:
-    """Of a daemon that had no memory before main: it could do without, or the C++ library has ended
-    it, which it can tell on standard error only."""
+    """Of a daemon that had no memory before main: it could do without, or the C++ library has aborted
+    it, with a message on standard error only."""
     is_out_of_memory = end.status == -signal.SIGABRT and "std::bad_alloc" in end.output
     if is_out_of_memory and not end.lines:
         return []
@@ -81,7 +81,7 @@ def judge_loading_end(end: End) -> list[str]:
 
 
 def judge_signals(end: End) -> list[str]:
-    """Of a traced daemon: the signals that were delivered are those that the log tells of."""
+    """Of a traced daemon: the log names exactly the signals that were delivered."""
     delivered = [SIGNAL_NUMBERS[name] for name in end.delivered]
     caught = caught_signals(end)
     return [] if caught == delivered else [f"signals {delivered} delivered, {caught} logged"]
@@ -192,7 +192,7 @@ def judge_download(end: End, *, is_clean: bool) -> list[str]:
     if end.status < 0:
         return problems + [f"killed by signal {-end.status}, output: {end.output.strip()}"]
     if end.status == 1 and any(line.text.startswith(NO_LISTING) for line in end.lines):
-        return problems  # it tells 1 of an archive that cannot be listed, whatever was packed
+        return problems  # the result for an archive that cannot be listed, whatever was packed
     return problems + judge_tar(end.status)
 
 

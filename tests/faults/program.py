@@ -1,5 +1,5 @@
 """Runs the daemon, or the download, once in the sandbox, on a clock that only sleeping moves
-on, and tells how it ended: exit status, log lines, and if it was traced its system calls.
+on, and returns how it ended: exit status, log lines, and if it was traced its system calls.
 """
 from __future__ import annotations
 
@@ -110,7 +110,7 @@ class Runner:
         return spawn(program, **options)
 
     def finish(self, process: subprocess.Popen[bytes]) -> End:
-        """Waits for a started program and tells how it ended."""
+        """Waits for a started program and returns how it ended."""
         hung = False
         try:
             process.wait(HANG_SECONDS)

@@ -25,7 +25,7 @@ void CheckBootNumber(const std::string& name, const std::vector<std::string>& fi
     if (fields.size() < 2) REQUIRE(!failed);
     if (failed) return;
 
-    // A name that is built with the number that was read tells the same number.
+    // A name built with the number that was read gives the same number.
     const std::string built = Util::Format("messages.%03u.1970-01-01.00:00:00.txt.xz", bootNum);
     unsigned short again = 0;
     REQUIRE(!LogFileUtils::GetFnBootNum(built, again));

@@ -1,5 +1,5 @@
 // Faults that mounts cannot make: the test program has its own version of some functions of the C
-// library, which fail when told to and else call the real one. The product knows nothing of it.
+// library, which fail on request and else call the real one. The product knows nothing of it.
 #pragma once
 
 #include <ctime>

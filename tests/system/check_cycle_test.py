@@ -255,7 +255,7 @@ class LiveLog(BlackBoxCase):
 
 
 class PidFile(BlackBoxCase):
-    """Whatever it holds: the live log is taken, and who is not meant gets no signal."""
+    """Whatever it holds: the live log is taken, and no other process gets a signal."""
 
     def setUp(self) -> None:
         super().setUp()

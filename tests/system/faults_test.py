@@ -25,7 +25,7 @@ UNLINK = "?unlink,?unlinkat"
 MKDIR = "?mkdir,?mkdirat"
 FORK = "?clone3,?clone,?vfork"
 
-# The shell itself becomes xz, or tells how xz ended.
+# The shell itself becomes xz, or returns how xz ended.
 KILLED = f"({9}|{128 + 9 << 8})"
 
 RENAME_FAILED = error(Like("Rename failure, reason: .+"))
@@ -78,7 +78,7 @@ class Archiving(BlackBoxCase):
                    leaves={ROTATION.name: "kept", COMPRESSED.name: Like(".+")})
 
     def test_opening_the_source(self) -> None:
-        """The rotation cannot be opened, so what it is cannot be told: it stays."""
+        """The rotation cannot be opened, so it cannot be identified: it stays."""
         self.check(fail("openat", "EMFILE", ROTATION),
                    [error(f"Unable to open {ROTATION}: Too many open files")],
                    leaves={ROTATION.name: "kept", COMPRESSED.name: Like(".+")})
@@ -89,7 +89,7 @@ class Archiving(BlackBoxCase):
                    leaves={ROTATION.name: "kept", COMPRESSED.name: Like(".+")})
 
     def test_no_compressed_file(self) -> None:
-        """An xz that says it worked but made nothing: the rename tells."""
+        """An xz that reports success but made nothing: the rename fails."""
         self.stand_in("xz", "exit 0")
         daemon = self.start_and_wait()
         self.assertEqual(self.stop(daemon), 1)
@@ -218,7 +218,7 @@ class Listing(BlackBoxCase):
             f"GetDirSize failure on {ARCHIVE}: .+")), START_UP_FAILED])
 
     def test_capacity(self) -> None:
-        """The file system does not tell its size."""
+        """The size of the file system cannot be read."""
         daemon = self.start(strace=fail("statfs", "EIO", SYSLOG))
         self.assertEqual(self.wait(daemon), 1)
         self.assertEqual(self.log.all(), [INITIALIZING, error(Like(

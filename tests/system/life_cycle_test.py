@@ -139,7 +139,7 @@ class SignalWhileALineIsWritten(BlackBoxCase):
 class SignalInTheLastLine(BlackBoxCase):
 
     def test_sighup(self) -> None:
-        """A stop signal while the exit line is written comes too late: nobody catches it."""
+        """A stop signal while the exit line is written comes too late: it is not caught."""
         write("messages.txt.0", "last")
         xz = self.slow_xz()
         daemon = self.start(fast_sleep=50)

@@ -1,4 +1,4 @@
-"""Files that nobody expects: the daemon neither crashes nor hangs, and no source is lost."""
+"""Unexpected files: the daemon neither crashes nor hangs, and no source is lost."""
 from __future__ import annotations
 
 import os
@@ -181,7 +181,7 @@ class Folders(BlackBoxCase):
                                               "messages.txt.0.xz/": "", "archive/": ""})
 
     def test_special_files(self) -> None:
-        """A FIFO and a socket that are called like rotations: nobody waits for them."""
+        """A FIFO and a socket that are named like rotations: the daemon does not wait for them."""
         os.mkfifo(SYSLOG / "messages.txt.7")
         os.mkfifo(SYSLOG / "messages.txt.9")
         os.mknod(SYSLOG / "messages.txt.8", 0o140644)

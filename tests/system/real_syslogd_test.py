@@ -24,7 +24,7 @@ MOVED = re.compile(r"'/perm/logs/syslog/messages\.txt\.\d' was moved while it wa
 
 
 class SteppedFlood(numbered.Flood):
-    """Writes only as many lines as it is told, and waits until syslogd has logged them: then none
+    """Writes as many lines as asked for, and waits until syslogd has logged them: then none
     is under way when syslogd is stopped or killed."""
 
     def __init__(self, test: SandboxCase) -> None:

@@ -19,7 +19,7 @@ SENDERS = 4
 # Start-up logs three times for each that it does not know it: it is busy in the C library's syslog.
 STRAYS = [f"stray{number}" for number in range(700)]
 
-# Sends to the process that it is told on standard input, and tells at the end how many it sent.
+# Reads a process ID from standard input, sends to it, and prints at the end how many it sent.
 SENDER = f"""
 import os, random, sys
 draw = random.Random(sys.argv[1]).choice

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Runs the lines that come over the console, one by one, and tells the status of each.
+# Runs the lines that come over the console, one by one, and prints the status of each.
 stty -echo
 echo @ready
 while read -r command; do

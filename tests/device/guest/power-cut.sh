@@ -1,12 +1,12 @@
 #!/bin/sh
-# A service between syslogd and the daemon: tells over the console what happens to the log, and adds
+# A service between syslogd and the daemon: reports on the console what happens to the log, and adds
 # rotations, each safe on the disk before the daemon can see it.
 [ "$1" = start ] || exit 0
 log=/perm/logs/syslog
 # shellcheck source=/dev/null
 [ ! -e /root/settings ] || . /root/settings
 
-tell_log_lines() {
+print_log_lines() {
 	tail -n 0 -F "$log/messages.txt" | while read -r line; do
 		case "$line" in
 			*vandis-moraine:*|*watch:*) echo "@log ${line#*vandis-moraine: }";;
@@ -39,7 +39,7 @@ for leftover in "$log"/*.xz "$log"/*.tmp; do
 done
 rm -f "$log/incoming"
 nice -n -20 /root/watch "$log" "$log/archive"
-tell_log_lines &
+print_log_lines &
 for file in /root/rotations/*; do
 	[ ! -e "$file" ] || add "$file" "${file##*/}"
 done

@@ -1,9 +1,9 @@
-// Tells at once, one line each, what happens to the names in some folders: "@event m archive/NAME".
-// The letters: n created, w closed after writing, m moved in, y moved out, d deleted.
-// It returns when it watches, and does so in the background.
+// Reports at once, one line each, what happens to the names in some folders: "@event m
+// archive/NAME". The letters: n created, w closed after writing, m moved in, y moved out, d
+// deleted. It returns when it watches, and does so in the background.
 //
-// The console is slow. Where there are too many events to tell them all, the variables NTH and
-// LETTER name the one that is told.
+// The console is slow. Where there are too many events to report them all, the variables NTH and
+// LETTER name the one that is reported.
 #include <sys/inotify.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -27,7 +27,7 @@ constexpr Letter Letters[] = {{IN_CREATE, 'n'},
                               {IN_MOVED_FROM, 'y'},
                               {IN_DELETE, 'd'}};
 
-// Whether this is an event to be told.
+// Whether this event is to be reported.
 bool IsWanted(char letter) {
     static const char* const wanted = std::getenv("LETTER");
     static const char* const nth = std::getenv("NTH");
@@ -35,14 +35,14 @@ bool IsWanted(char letter) {
     return wanted == nullptr || (letter == *wanted && --left == 0);
 }
 
-void Tell(const char* folder, const inotify_event& event) {
+void Report(const char* folder, const inotify_event& event) {
     for (const auto& [mask, letter] : Letters) {
         if ((event.mask & mask) == 0 || !IsWanted(letter)) continue;
         char line[512];
         const int size =
             std::snprintf(line, sizeof line, "@event %c %s/%s\n", letter, folder, event.name);
         if (write(STDOUT_FILENO, line, static_cast<std::size_t>(size)) != size) {
-            syslog(LOG_ERR, "cannot tell %s/%s: %m", folder, event.name);
+            syslog(LOG_ERR, "cannot report %s/%s: %m", folder, event.name);
             _exit(1);
         }
     }
@@ -68,7 +68,7 @@ int main(int argc, char** argv) {
     for (ssize_t size = 0; (size = read(queue, events, sizeof events)) > 0;) {
         for (char* at = events; at < events + size;) {
             const auto& event = *reinterpret_cast<const inotify_event*>(at);
-            Tell(folders[event.wd], event);
+            Report(folders[event.wd], event);
             at += sizeof event + event.len;
         }
     }

@@ -1,4 +1,4 @@
-// The process's entry and end: settings are read, main is announced to whoever traces the process,
+// The process's entry and end: settings are read, main is announced in the trace,
 // and the numbers of allocations are reported.
 #include "tests/faults/preload/process.h"
 

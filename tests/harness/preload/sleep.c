@@ -23,7 +23,7 @@ __attribute__((weak)) void BeforeCycleSleep(void);
 // The daemon's other sleeps are of 1.5 seconds at most.
 static const time_t CycleSleep = 2;
 
-// In a trace, the nanoseconds tell the two kinds apart.
+// In a trace, the nanoseconds distinguish the two kinds.
 static const long CycleMark = 2;
 static const long OtherMark = 1;
 
