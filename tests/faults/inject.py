@@ -22,11 +22,12 @@ CHANGE = "EIO ENOSPC EROFS EACCES"
 DATA = "EIO ENOSPC EINTR"
 ERRNOS = {
     "openat": "EIO EACCES EMFILE ENOMEM EINTR", "close": "EIO EINTR", "read": "EIO EINTR",
+    "pread64": "EIO EINTR", "pipe2": "EMFILE ENFILE",
     "write": DATA, "copy_file_range": DATA, "sendfile": DATA, "fadvise64": "EINVAL",
     "getdents64": "EIO ENOMEM", "newfstatat": FILE, "fstat": FILE, "statx": FILE,
     "statfs": FILE + " EINTR", "lseek": "EINVAL", "ioctl": "EIO",
-    "rename": CHANGE, "unlink": CHANGE, "rmdir": CHANGE, "mkdir": CHANGE, "fchmod": CHANGE,
-    "fsync": "EIO ENOSPC EROFS EINTR", "flock": "ENOLCK EAGAIN",
+    "rename": CHANGE, "renameat2": CHANGE + " EINVAL EEXIST", "unlink": CHANGE, "rmdir": CHANGE, "mkdir": CHANGE, "fchmod": CHANGE,
+    "fsync": "EIO ENOSPC EROFS EINTR", "flock": "ENOLCK EAGAIN", "fcntl": "EAGAIN EINVAL ENOLCK",
     "clone3": "EAGAIN ENOMEM", "vfork": "EAGAIN ENOMEM", "wait4": "EINTR ECHILD",
     "kill": "EPERM ESRCH", "clock_nanosleep": "EINTR EINVAL",
     "rt_sigaction": "", "rt_sigprocmask": "",
@@ -35,7 +36,7 @@ ERRNOS = {
 }
 # They touch neither files, nor processes, nor signals, nor the clock; allocations fail by name.
 PASSIVE = ("brk", "mmap", "munmap", "mprotect", "mremap", "madvise", "futex", "getrandom",
-           "rt_sigreturn")
+           "rt_sigreturn", "geteuid")
 MARKS = ("getppid", "getpid", "gettid", "tgkill")  # calls of the preloaded library
 
 # The thousand renames of a thousand files are one idea: of many calls alike, these many at each end.

@@ -23,7 +23,8 @@ from tests.harness.paths import ARCHIVE, LIVE_LOG
 ENDS = {
     0: (f"{NAME} exiting with code: 0",),
     1: (f"{NAME} exiting with code: 1",
-        f"{NAME} could not initialize logging rotation subsystem and will now exit."),
+        f"{NAME} could not initialize logging rotation subsystem and will now exit.",
+        f"{NAME} is running already: another process has locked /var/run/{NAME}.lock."),
     2: (f"{NAME} exiting with code: 2",),
     3: (f"{NAME} exiting with code: 3",),
 }
@@ -53,7 +54,8 @@ def judge_end(end: End) -> list[str]:
         return problems
     caught = caught_signals(end)
     by_signal = {15: 0}.get(caught[-1], caught[-1]) if caught else None
-    has_reason = any(line.severity <= log_socket.WARNING for line in end.lines[:-1])
+    has_reason = any(line.severity <= log_socket.WARNING and "will now exit" not in line.text
+                     for line in end.lines)
     if end.status != by_signal and not (end.status == 1 and has_reason):
         problems.append(f"status {end.status} without a reason in the log")
     return problems
@@ -123,8 +125,11 @@ def judge_by_xz(archive: list[Path]) -> list[str]:
 
 def judge_healed() -> list[str]:
     """After the last clean start."""
-    problems = [f"{file.path} is still there" for file in numbered.log_files()
-                if file.place == "leftovers"]
+    files = [file.read() for file in numbered.log_files()]
+    problems = [f"{file.path} is still there" for file in files if file.place == "leftovers"]
+    duplicated = numbered.Verdict((), files).duplicated
+    if duplicated:
+        problems.append(f"{duplicated} lines are there twice")
     size = sum(path.stat().st_size for path in ARCHIVE.iterdir())
     if size >= scenes.SIZE_LIMIT:
         problems.append(f"the archive has {size} bytes")
@@ -134,34 +139,39 @@ def judge_healed() -> list[str]:
     return problems
 
 
-COPY = re.compile(r'rename\("(?P<copy>/perm/[^"]*\.xz)", "(?P<to>/perm/logs/syslog/archive/[^"]*)"\)')
+RENAME = re.compile(r'rename(at2)?\((AT_FDCWD[^,]*, )?"(?P<of>[^"]*)", (AT_FDCWD[^,]*, )?"(?P<to>[^"]*)"')
 REMOVAL = re.compile(r'unlink\("(?P<path>/perm/logs/syslog/[^"/]*)"\)')
 SYNC = re.compile(r"f(data)?sync\(\d+<(?P<path>[^>]*)>\)")
 
 
 def judge_order(end: End) -> list[str]:
     """Of a traced daemon: a power cut may come at any moment, so a source may be removed only once
-    the compressed file was synced, then named in the archive, and then the archive synced."""
+    the compressed file was synced, then named in the archive, and then the archive synced. If an
+    earlier run has archived it, the archive has to be synced all the same."""
     problems = []
-    synced: set[str] = set()  # compressed files
-    waiting: dict[str, bool] = {}  # sources by their removal's permission
+    synced: set[str] = set()  # compressed files, and the archive
+    # Sources with an archive file: whether they may go. None: never, its content was not synced.
+    waiting: dict[str, bool | None] = {}
     for call in end.calls:
         if not call.succeeded:
             continue
         if call.name in ("clone", "clone3", "vfork"):
-            synced.clear()  # xz writes anew
+            synced &= {str(ARCHIVE)}  # xz writes anew
         elif sync := SYNC.match(call.text):
             synced.add(sync.group("path"))
             if sync.group("path") == str(ARCHIVE):
-                waiting = dict.fromkeys(waiting, True)
-        elif copy := COPY.match(call.text):
-            source = copy.group("copy")[:-len(".xz")]
-            waiting.pop(source, None)
-            if copy.group("copy") in synced:
-                waiting[source] = False
+                waiting = {path: None if may_go is None else True
+                           for path, may_go in waiting.items()}
+        elif rename := RENAME.match(call.text):
+            of, to = rename.group("of", "to")
+            if to.startswith(f"{ARCHIVE}/") and not of.startswith(f"{ARCHIVE}/"):
+                waiting[of[:-len(".xz")]] = False if of in synced else None
+            elif of in waiting:
+                waiting[to] = waiting.pop(of)
         elif removal := REMOVAL.match(call.text):
             path = removal.group("path")
-            if not path.endswith(".xz") and not waiting.get(path, False):
+            may_go = waiting.get(path, str(ARCHIVE) in synced)
+            if not path.endswith(".xz") and not may_go:
                 problems.append(f"{path} was removed before its archive file was safe on disk")
     return problems
 

@@ -41,6 +41,9 @@ SABOTAGES = (
     Sabotage("an archive file is replaced by another of the same second", "leftovers",
              {"free-name": "return pfe;", "no-replace": "(void)Futils::Rename(Compressed(), dest); "
               "auto result = Futils::RenameResult::Renamed;"}),
+    Sabotage("a rotation that was archived before is archived again", "twin",
+             {"twin": "return std::nullopt;"}),
+    Sabotage("its archive file is not synced before it goes", "twin", {"sync-twin": ""}),
     Sabotage("broken copies stay at start-up", "leftovers", {"copies": ""}),
     Sabotage("leftovers are deleted at start-up", "leftovers",
              {"leftovers": "if (pfn.extension() == Moraine::TmpExt && Futils::Remove(pfn)) "

@@ -142,6 +142,18 @@ def leftovers(on: Contents) -> Sources:
 
 
 @with_log_folders
+def twin(on: Contents) -> Sources:
+    """The power went, or the daemon was killed, before the removal of an archived rotation."""
+    archived = on.archived(boot=1)
+    rotation = SYSLOG / "messages.txt.0"
+    rotation.write_bytes(lzma.decompress(archived.read_bytes()))
+    modified = archived.stat().st_mtime_ns
+    os.utime(rotation, ns=(modified, modified))
+    on.log("messages.txt")
+    return on.sources()
+
+
+@with_log_folders
 def renumbering(on: Contents) -> Sources:
     for boot in (5, 6, 7):
         on.archived(boot, minute=1)
@@ -233,6 +245,7 @@ SCENES = {scene.name: scene for scene in (
     Scene("loading", "what comes before main", idle, LOADING),
     Scene("empty", "start-up on an empty device", empty, START_UP, signals=True),
     Scene("leftovers", "start-up after an interrupted run", leftovers, START_UP),
+    Scene("twin", "start-up with a rotation that was archived before", twin, START_UP),
     Scene("renumbering", "start-up that brings boot numbers down", renumbering, START_UP),
     Scene("pruning", "start-up with boots 1 to 999", pruning, START_UP, memory=False),
     Scene("idle", "a cycle with nothing to do, and the end", idle, CYCLE_AND_END, signals=True),
