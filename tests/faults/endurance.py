@@ -71,7 +71,7 @@ def heal(laboratory: Laboratory, sources: scenes.Sources) -> list[str]:
         laboratory.runner.wait_for_orphans()
         problems += [f"{start} start: {problem}" for problem
                      in judge.judge_clean_end(end) + judge.judge_lines(sources)]
-    return problems + judge.judge_healed()
+    return problems + judge.judge_healed() + judge.judge_once()
 
 
 # -- Ten thousand cycles.

@@ -125,11 +125,8 @@ def judge_by_xz(archive: list[Path]) -> list[str]:
 
 def judge_healed() -> list[str]:
     """After the last clean start."""
-    files = [file.read() for file in numbered.log_files()]
-    problems = [f"{file.path} is still there" for file in files if file.place == "leftovers"]
-    duplicated = numbered.Verdict((), files).duplicated
-    if duplicated:
-        problems.append(f"{duplicated} lines are there twice")
+    problems = [f"{file.path} is still there" for file in numbered.log_files()
+                if file.place == "leftovers"]
     size = sum(path.stat().st_size for path in ARCHIVE.iterdir())
     if size >= scenes.SIZE_LIMIT:
         problems.append(f"the archive has {size} bytes")
@@ -137,6 +134,13 @@ def judge_healed() -> list[str]:
     if max(boots, default=0) > 999:
         problems.append(f"the archive has boot number {max(boots)}")
     return problems
+
+
+def judge_once() -> list[str]:
+    """After the last clean start."""
+    files = [file.read() for file in numbered.log_files()]
+    duplicated = numbered.Verdict((), files).duplicated
+    return [f"{duplicated} lines are there twice"] if duplicated else []
 
 
 RENAME = re.compile(r'rename(at2)?\((AT_FDCWD[^,]*, )?"(?P<of>[^"]*)", (AT_FDCWD[^,]*, )?"(?P<to>[^"]*)"')
