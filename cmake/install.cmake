@@ -30,6 +30,13 @@ install(CODE [[
          DESTINATION ${root}/etc/default)
 ]] COMPONENT daemon)
 
+# Whatever starts the daemon runs these two.
+install(PROGRAMS init/quarantine init/xz DESTINATION lib/vandis-moraine COMPONENT daemon)
+
+install(PROGRAMS init/supervise DESTINATION lib/vandis-moraine
+        COMPONENT sysv ${sysv_only_by_name})
+install(FILES init/functions DESTINATION lib/vandis-moraine
+        COMPONENT sysv ${sysv_only_by_name})
 install(CODE [[
     file(INSTALL ${source_dir}/init/S01syslogd-moraine ${source_dir}/init/S90vandis-moraine
          DESTINATION ${root}/etc/init.d PERMISSIONS ${executable})

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -18,6 +19,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -117,6 +119,14 @@ void Mirror(const fs::path& path, Access access = Access::ReadOnly) {
     }
 }
 
+// Shows what the machine has in the folder `path`, but for these names.
+void MirrorAllBut(const fs::path& path, std::initializer_list<std::string_view> names) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(OnMachine(path))) {
+        const std::string name = entry.path().filename();
+        if (std::find(names.begin(), names.end(), name) == names.end()) Mirror(path / name);
+    }
+}
+
 // Covers /tmp, turns that into the root, and by doing so uncovers the machine's own /tmp.
 void ChangeRoot() {
     Check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr),
@@ -130,7 +140,7 @@ void ChangeRoot() {
 
 void MakeSystemFolders(std::uint64_t permBytes) {
     for (const char* path : {"/dev/shm", "/etc/default", "/etc/init.d", "/perm", "/proc", "/root",
-                             "/run", "/tmp", "/usr/sbin", "/var/log", "/var/tmp"}) {
+                             "/run", "/tmp", "/usr/lib", "/usr/sbin", "/var/log", "/var/tmp"}) {
         fs::create_directories(path);
     }
     for (const char* path : {"/dev/shm", "/tmp", "/var/tmp"}) {
@@ -140,9 +150,9 @@ void MakeSystemFolders(std::uint64_t permBytes) {
     fs::create_symlink("usr/sbin", "/sbin");
 
     for (const char* path : {"/bin", "/lib", "/lib32", "/lib64", "/libx32"}) Mirror(path);
-    for (const fs::directory_entry& entry : fs::directory_iterator(OnMachine("/usr"))) {
-        if (entry.path().filename() != "sbin") Mirror("/usr" / entry.path().filename());
-    }
+    // Of these two, the product has folders of its own.
+    MirrorAllBut("/usr", {"sbin", "lib"});
+    MirrorAllBut("/usr/lib", {"vandis-moraine"});
 
     for (const char* path : {"/etc/passwd", "/etc/group"}) {
         if (fs::exists(OnMachine(path))) fs::copy_file(OnMachine(path), path);
@@ -161,6 +171,7 @@ void MakeSystemFolders(std::uint64_t permBytes) {
 
     Mount("tmpfs", "/perm", MS_NOSUID | MS_NODEV, "mode=0755,size=" + std::to_string(permBytes));
     Mount("proc", "/proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
+    Bind("/proc/sys", "/proc/sys", Access::ReadOnly);  // Most of it is the machine's.
 }
 
 void MakeSandbox(const Plan& plan) {

@@ -24,6 +24,8 @@ def command(build: Path, argv: Sequence[str], *, busybox: Path = BUSYBOX,
         DAEMON: build / "vandis-moraine",
         "/etc/init.d/S01syslogd-moraine": ROOT / "init/S01syslogd-moraine",
         "/etc/init.d/S90vandis-moraine": ROOT / "init/S90vandis-moraine",
+        **{f"/usr/lib/vandis-moraine/{name}": ROOT / "init" / name
+           for name in ("functions", "quarantine", "supervise", "xz")},
         **(placed or {}),
     }
     return [str(build / "tests/harness/sandbox"), "--bind", str(ROOT), *options,
