@@ -9,5 +9,6 @@ numbered   numbered log lines: who writes them, and the judge that counts them
 daemon     the daemon as a process that a test starts itself, and the lines of its life
 progress   a status line on a terminal
 case       test cases that run in a sandbox
+init_case  test cases of the init scripts, with BusyBox as shell
 tree       a copy of the project, to be broken
 """
