@@ -1,0 +1,166 @@
+"""There is never more than one syslogd and one daemon, and never an OK without them."""
+from __future__ import annotations
+
+import os
+import subprocess
+from pathlib import Path
+
+from tests.harness import case
+from tests.harness.paths import DAEMON
+from tests.harness.init_case import InitCase, kill, processes, programs_of, supervisors_of
+from tests.harness.services import Service, daemon, syslogd
+
+NOBODY = 65534
+SYSLOGD = ["/sbin/syslogd", "-n", "-O", "/perm/logs/syslog/messages.txt"]
+
+
+class OneOfEach(InitCase):
+
+    def start_both_and_check(self) -> None:
+        for service in (syslogd, daemon):
+            self.assertEqual(self.call(service, "start")[0], 0)
+        self.assert_one_of_each()
+
+    def impostor(self, argv: list[str], user: int = NOBODY) -> int:
+        """A process that only looks like this command. Returns its ID."""
+        process = subprocess.Popen(argv + ["sleep"], executable="/scratch/impostor", user=user)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        self.wait_until(lambda: (process.pid, " ".join([*argv, "sleep"])) in list(processes()),
+                        "it has its name")
+        return process.pid
+
+    def make_impostor(self) -> None:
+        """A program that waits, whatever its arguments are."""
+        source = Path("/scratch/impostor.c")
+        source.write_text("#include <unistd.h>\nint main(void) { for (;;) pause(); }\n")
+        subprocess.run(["cc", "-o", "/scratch/impostor", str(source)], check=True)
+        Path("/scratch").chmod(0o755)
+
+
+class ConcurrentCalls(OneOfEach):
+
+    def race(self, service: Service, *actions: str) -> None:
+        calls = [subprocess.Popen([service.script, action], stdout=subprocess.PIPE, text=True)
+                 for action in actions]
+        for call in calls:
+            output, _ = call.communicate()
+            self.assertEqual(call.returncode, 0, output)
+
+    def test_two_starts(self) -> None:
+        for _ in range(30):
+            self.race(syslogd, "start", "start")
+            self.assertEqual((len(programs_of(syslogd)), len(supervisors_of(syslogd))), (1, 1))
+            self.race(syslogd, "stop", "stop")
+            self.assertEqual((programs_of(syslogd), supervisors_of(syslogd)), ([], []))
+
+    def test_two_starts_of_the_daemon(self) -> None:
+        self.fast_sleep = 100
+        self.set(daemon)
+        for _ in range(30):
+            self.race(daemon, "start", "start")
+            self.assert_one_of_each()
+            self.race(daemon, "stop", "stop")
+            self.assertEqual((programs_of(daemon), supervisors_of(daemon)), ([], []))
+
+    def test_all_at_once(self) -> None:
+        self.start_both()
+        for _ in range(5):
+            self.race(daemon, "start", "restart", "start")
+            self.race(syslogd, "restart", "start", "restart")
+            self.assert_one_of_each()
+
+
+class PidFiles(OneOfEach):
+
+    def test_somebody_elses_process(self) -> None:
+        """Of nobody, with the right name, and in the PID file."""
+        self.make_impostor()
+        for service, argv in ((syslogd, SYSLOGD), (daemon, [DAEMON])):
+            pid = self.impostor(argv)
+            service.pid_file.write_text(f"{pid}\n")
+            self.assertEqual(self.call(service, "start")[0], 0)
+            self.assertEqual(len(programs_of(service)), 2)
+            self.assertEqual(int(service.pid_file.read_text()) in programs_of(service), True)
+            self.assertNotEqual(int(service.pid_file.read_text()), pid)
+            self.assertEqual(self.call(service, "stop")[0], 0)
+            self.assertEqual(programs_of(service), [pid])
+
+    def test_process_of_root_with_another_name(self) -> None:
+        self.make_impostor()
+        for service in (syslogd, daemon):
+            pid = self.impostor(["/usr/sbin/other"], user=0)
+            service.pid_file.write_text(f"{pid}\n")
+            self.assertEqual(self.call(service, "start")[0], 0)
+            service.pid_file.write_text(f"{pid}\n")
+            self.assertEqual(self.call(service, "stop")[0], 0)
+            self.assertTrue(Path(f"/proc/{pid}").exists())
+            self.assertEqual(programs_of(service), [])
+
+    def test_nonsense(self) -> None:
+        for content in ("", "\n", "1\n", "-1\n", "0\n", "99999999999\n", "x\n", "1 2\n"):
+            with self.subTest(content):
+                for service in (syslogd, daemon):
+                    service.pid_file.write_text(content)
+                self.start_both_and_check()
+
+    def test_emptied(self) -> None:
+        self.start_both()
+        for _ in range(3):
+            subprocess.run("rm -rf /run/*", shell=True, check=True)
+            self.start_both_and_check()
+            # The daemon finds syslogd by this file.
+            self.assertEqual(syslogd.pid, programs_of(syslogd)[0])
+            self.assertEqual(daemon.pid, programs_of(daemon)[0])
+        for service in (daemon, syslogd):
+            service.pid_file.unlink()
+            service.stop()
+            self.assertEqual(programs_of(service), [])
+
+    def test_read_only(self) -> None:
+        self.mount("-t", "tmpfs", "-o", "ro", "tmpfs", "/run")
+        for _ in range(3):
+            self.start_both_and_check()
+        pid = programs_of(daemon)[0]
+        kill(pid)
+        self.wait_for_another(daemon, pid)
+        for service in (daemon, syslogd):
+            service.stop()
+            self.assertEqual((programs_of(service), supervisors_of(service)), ([], []))
+
+    def test_read_only_and_two_starts(self) -> None:
+        self.mount("-t", "tmpfs", "-o", "ro", "tmpfs", "/run")
+        for _ in range(10):
+            calls = [subprocess.Popen([syslogd.script, "start"], stdout=subprocess.DEVNULL)
+                     for _ in range(3)]
+            self.assertEqual([call.wait() for call in calls], [0, 0, 0])
+            self.assertEqual(len(programs_of(syslogd)), 1)
+            syslogd.stop()
+
+    def test_lock_is_roots(self) -> None:
+        """Who could open the file could keep everybody else waiting."""
+        self.start_both()
+        locks = list(Path("/var/run").glob("S*.lock"))
+        self.assertEqual(len(locks), 2)
+        for lock in locks:
+            self.assertEqual((lock.stat().st_mode & 0o777, lock.stat().st_uid), (0o600, 0))
+
+
+class OtherSyslogd(OneOfEach):
+
+    def test_is_no_reason_for_ok(self) -> None:
+        """One that writes elsewhere would take our place at /dev/log."""
+        other = subprocess.Popen(["/sbin/syslogd", "-n", "-O", "/scratch/log"])
+        self.addCleanup(other.wait)
+        self.addCleanup(other.kill)
+        self.wait_until(lambda: Path("/dev/log").is_socket(), "it listens")
+        self.assertEqual(self.call(syslogd, "start"),
+                         (1, "Starting syslogd-moraine: FAIL (another syslogd is running)\n"))
+        self.assertEqual(self.call(daemon, "start")[0], 1)
+        os.kill(other.pid, 15)
+        other.wait()
+        self.start_both_and_check()
+
+
+if __name__ == "__main__":
+    case.main()
