@@ -45,6 +45,8 @@ PARTS = (
     Part("style", "layout, scripts, Python, and what each folder may include", "tests/check-style"),
     Part("device", "the emulated device: boots, limits, power cuts",
          "python3 -m tests.device", own="device", waits=True),
+    Part("model", "a search of all states of the model of archiving", "tests/check-model",
+         waits=True),
     Part("tests", "all tests", ctest("dev")),
     Part("sanitizers", "the tests under AddressSanitizer and UndefinedBehaviorSanitizer",
          ctest("asan", "--exclude-regex", "^(library|system.real_syslogd)")),
