@@ -1,5 +1,6 @@
 // Packing archive files into the tar file.
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
