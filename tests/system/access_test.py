@@ -77,6 +77,12 @@ class Rights(AccessCase):
         self.assertNotEqual(self.as_nobody("touch", str(SYSLOG / "x"), group=GROUP), 0)
         self.assertNotEqual(self.as_nobody("cat", str(LIVE_LOG)), 0)
 
+    def test_first_start(self) -> None:
+        """The daemon's first start makes the archive."""
+        self.set(syslogd, "LOG_GROUP=viewers")
+        self.start_both()
+        self.assertEqual(rights(ARCHIVE), ("0750", GROUP))
+
     def test_group_after_a_restart(self) -> None:
         self.set(syslogd, "LOG_GROUP=viewers")
         self.start_both()
