@@ -1,0 +1,65 @@
+// The command `moraine`: picks the verb.
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "tool/help.h"
+#include "tool/options.h"
+#include "tool/verbs.h"
+
+namespace {
+
+struct Verb {
+    std::string_view name;
+    int (*run)(Tool::Arguments arguments);
+};
+
+constexpr Verb Verbs[]{
+    {"log", Tool::RunLog}, {"boots", Tool::RunBoots}, {"verify", Tool::RunVerify}};
+
+constexpr int FailureStatus = 2;
+
+const Verb* FindVerb(std::string_view name) {
+    const auto* const found = std::find_if(std::begin(Verbs), std::end(Verbs),
+                                           [&](const Verb& verb) { return verb.name == name; });
+    return found == std::end(Verbs) ? nullptr : found;
+}
+
+int Print(std::string_view text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return std::fflush(stdout) == 0 ? 0 : FailureStatus;
+}
+
+int Run(Tool::Arguments arguments) {
+    const std::string_view first = arguments.empty() ? "" : arguments.front();
+    if (first == "--help" || first == "-h") return Print(Tool::Help({}));
+    if (first == "--version") return Print("moraine " MORAINE_VERSION "\n");
+    if (first == "help") {
+        return Print(Tool::Help(arguments.size() > 1 ? arguments[1] : std::string_view()));
+    }
+    const bool isVerb = !first.empty() && !first.starts_with('-');
+    const Verb* verb = isVerb ? FindVerb(first) : &Verbs[0];
+    if (verb == nullptr) throw Tool::UsageError("unknown verb '" + std::string(first) + "'");
+    try {
+        return verb->run(arguments.subspan(isVerb ? 1 : 0));
+    } catch (const Tool::HelpRequest&) {
+        return Print(Tool::Help(verb->name));
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    (void)std::signal(SIGPIPE, SIG_DFL);  // Whoever started it may have ignored it.
+    try {
+        return Run(Tool::Arguments(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0));
+    } catch (const Tool::UsageError& e) {
+        std::fprintf(stderr, "moraine: %s (see moraine --help)\n", e.what());
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "moraine: %s\n", e.what());
+    }
+    return FailureStatus;
+}

@@ -1,0 +1,16 @@
+// The verbs of the command `moraine`. Each is thin: it reads its options, calls the library, and
+// prints. Each returns the exit status: 0, 1 (nothing found, or a problem found) or 2 (something
+// could not be read). A command line that makes no sense is thrown as UsageError.
+#pragma once
+
+#include <span>
+
+namespace Tool {
+
+using Arguments = std::span<char* const>;
+
+int RunLog(Arguments arguments);
+int RunBoots(Arguments arguments);
+int RunVerify(Arguments arguments);
+
+}  // namespace Tool
