@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,7 +36,14 @@ private:
     std::shared_ptr<const Automaton> automaton;
 };
 
-// Matches with memory of its own; for one thread. Memory is bounded.
+// Thrown while matching: the expression takes too much time on this text. Only an expression that
+// was made for it does.
+class TooComplex : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Matches with memory of its own, which is bounded; for one thread.
 class Matcher {
 public:
     explicit Matcher(const Pattern& pattern);
@@ -45,17 +53,20 @@ public:
 
     bool Matches(std::string_view line);
 
-    // The first line of `text`, from offset `from` on, that matches: its offset, or npos. Lines end
-    // with a line feed; `from` is the start of one.
-    std::size_t FindLine(std::string_view text, std::size_t from);
+    // Takes a block of lines, each with its line feed, to be searched from its beginning on.
+    void SetText(std::string_view text);
+
+    // The first line that matches at or behind offset `from`, which is the start of a line: the
+    // offset of its start, or npos.
+    std::size_t FindLine(std::size_t from);
 
     // The leftmost longest match in a line at or behind `from`: offset and length. Returns false if
-    // there is none. For highlighting: a long line is searched up to a limit.
+    // there is none. For highlighting: only the beginning of a long line is searched.
     bool Find(std::string_view line, std::size_t from, std::size_t& offset, std::size_t& length);
 
 private:
-    struct State;
-    std::unique_ptr<State> state;
+    class Search;
+    std::unique_ptr<Search> search;
 };
 
 }  // namespace Reader

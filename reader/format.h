@@ -14,8 +14,16 @@ void AppendJsonString(std::string& out, std::string_view text);
 // Appends the line as one JSON object and a line feed. With a cursor, it has the key "cursor", too.
 void AppendJson(std::string& out, const Line& line, bool withCursor = false);
 
-// Appends the line in the Journal Export Format.
-void AppendExport(std::string& out, const Line& line);
+// Lines in the Journal Export Format. What a line does not have, but the importer wants, it gets
+// from the line before: time and host.
+class JournalExport {
+public:
+    void Append(std::string& out, const Line& line);
+
+private:
+    std::string host;
+    CivilTime time = 0;
+};
 
 // "2026-11-21T17:48:08"
 void AppendTime(std::string& out, CivilTime time);

@@ -68,6 +68,7 @@ public:
 
     // No line of the file is later than that.
     CivilTime Latest() const { return latest; }
+    CivilTime ModificationTime() const { return latest - 86400; }
 
 private:
     CivilTime latest;

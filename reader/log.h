@@ -100,12 +100,12 @@ struct Query {
 // Gets one line. Returns false to stop.
 using Take = std::function<bool(const Line&)>;
 
-// How many boots have a log, and which.
+// A boot that has a log.
 struct BootFiles {
     std::uint32_t boot = 0;
     std::int64_t offset = 0;  // 0 is the current boot
     bool isCurrent = false;
-    std::size_t firstSource = 0, lastSource = 0;
+    std::vector<std::size_t> sources;  // in the order of the text
 };
 
 class Log {
@@ -165,10 +165,17 @@ public:
     // True if the query's position is not in the log (any more).
     bool HasLine(const Cursor& cursor);
 
+    // Before it is opened: archive files whose names have no boot number go, with their bare names,
+    // to this function, and are no failure.
+    void CollectMisnamed(Report collect) { misnamed = std::move(collect); }
+
 private:
     struct Files;
+    [[nodiscard]] bool FinishOpening();
+
     std::unique_ptr<Files> files;
     Report report;
+    Report misnamed;
 };
 
 }  // namespace Reader

@@ -1,13 +1,17 @@
 // The command `moraine`: picks the verb.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
+#include <cstring>
 #include <exception>
 #include <string>
 #include <string_view>
 
 #include "tool/help.h"
 #include "tool/options.h"
+#include "tool/output.h"
 #include "tool/verbs.h"
 
 namespace {
@@ -29,8 +33,17 @@ const Verb* FindVerb(std::string_view name) {
 }
 
 int Print(std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    return std::fflush(stdout) == 0 ? 0 : FailureStatus;
+    Tool::Output output;
+    output.Write(text);
+    output.Finish();
+    return 0;
+}
+
+// A file of the log that was opened as standard output would be written to.
+void KeepStandardDescriptors() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) < 0) (void)open("/dev/null", O_RDONLY);  // It takes the lowest.
+    }
 }
 
 int Run(Tool::Arguments arguments) {
@@ -54,12 +67,15 @@ int Run(Tool::Arguments arguments) {
 
 int main(int argc, char** argv) {
     (void)std::signal(SIGPIPE, SIG_DFL);  // Whoever started it may have ignored it.
+    KeepStandardDescriptors();
     try {
         return Run(Tool::Arguments(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0));
     } catch (const Tool::UsageError& e) {
-        std::fprintf(stderr, "moraine: %s (see moraine --help)\n", e.what());
+        Tool::PrintMessage("", std::string(e.what()) + " (see moraine --help)");
+    } catch (const Tool::OutputError& e) {
+        Tool::PrintMessage("standard output", strerror(e.number));
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "moraine: %s\n", e.what());
+        Tool::PrintMessage("", e.what());
     }
     return FailureStatus;
 }

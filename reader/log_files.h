@@ -1,0 +1,40 @@
+// What a Log holds.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "reader/catalogue.h"
+#include "reader/log.h"
+#include "reader/pipeline.h"
+
+namespace Reader {
+
+struct Log::Files {
+    Catalogue catalogue;
+    std::vector<bool> isReported;  // files whose problem has been reported
+
+    // The path of a file, for messages.
+    std::string PathOf(std::size_t index) const;
+    std::string folderPath;  // of the archive
+    std::string waitingPath;
+};
+
+// Where the line of a cursor is; returns false if it is not in the log.
+bool FindCursor(const Catalogue& catalogue, const Cursor& cursor, std::size_t& index);
+
+// Reports what was wrong with a file, once. Returns true if anything was.
+class ProblemReports {
+public:
+    ProblemReports(const Report& report, bool newestFirst)
+        : report(report), newestFirst(newestFirst) {}
+    bool Add(const std::string& path, const FileResult& result);
+
+private:
+    const Report& report;
+    bool newestFirst;
+    bool hasRead = false;
+    std::vector<std::string> gone;
+};
+
+}  // namespace Reader

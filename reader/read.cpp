@@ -1,0 +1,296 @@
+// Log::Read and Log::Count: which files are read, in which order, and what becomes of what was
+// wrong with them.
+#include <algorithm>
+#include <chrono>
+
+#include "reader/hash.h"
+#include "reader/log_files.h"
+#include "reader/selection.h"
+
+namespace Reader {
+
+namespace {
+
+using Jobs = std::vector<Job>;
+
+bool IsInRange(const Filter& filter, std::uint32_t boot) {
+    return !filter.boots || (boot >= filter.boots->first && boot <= filter.boots->last);
+}
+
+struct Totals {
+    std::uint64_t matches = 0;
+    std::uint64_t candidates = 0;
+};
+
+// One call of Read or Count.
+class Reading {
+public:
+    Reading(const Query& query, const Catalogue& catalogue) : query(query), catalogue(catalogue) {}
+
+    // Called with the index of each file that was read and its result.
+    std::function<void(std::size_t index, const FileResult& result)> fileDone;
+
+    // All files that may have lines, oldest first. Returns true if a cursor is not in the log.
+    bool Plan();
+
+    void Deliver(const Take& take);
+    Totals CountMatches();
+
+private:
+    void RunForward(const Jobs& order, const Selection::Limits& limits, const Take& take,
+                    bool newestFirst);
+    Jobs FindLast(Selection::Limits& limits);
+    bool AddBounds(const std::optional<Cursor>& cursor, bool isAfter);
+    PipelineOptions Options() const;
+    bool ShowProgress(std::size_t textBytes);
+    void Count(const Job& job, const FileResult& result);
+    bool WantsContext() const { return query.contextBefore != 0 || query.contextAfter != 0; }
+
+    const Query& query;
+    const Catalogue& catalogue;
+    Jobs jobs;
+    Progress progress;
+};
+
+bool Reading::Plan() {
+    for (std::size_t i = 0; i < catalogue.entries.size(); ++i) {
+        if (IsInRange(query.filter, catalogue.entries[i].boot)) jobs.push_back({i, {}});
+    }
+    progress.allFiles = jobs.size();
+    return AddBounds(query.after, true) || AddBounds(query.before, false);
+}
+
+bool Reading::AddBounds(const std::optional<Cursor>& cursor, bool isAfter) {
+    std::size_t index = 0;
+    if (!cursor) return false;
+    if (!FindCursor(catalogue, *cursor, index)) return true;
+    std::erase_if(jobs,
+                  [&](const Job& job) { return isAfter ? job.index < index : job.index > index; });
+    for (Job& job : jobs) {
+        if (job.index != index) continue;
+        if (isAfter) job.bounds.first = cursor->number + 1;
+        if (!isAfter) job.bounds.end = cursor->number;
+    }
+    progress.allFiles = jobs.size();
+    return false;
+}
+
+PipelineOptions Reading::Options() const {
+    PipelineOptions options;
+    options.filter = &query.filter;
+    options.wantsCandidates = WantsContext();
+    options.jobs = query.jobs;
+    options.cancel = query.cancel;
+    return options;
+}
+
+bool Reading::ShowProgress(std::size_t textBytes) {
+    if (query.cancel != nullptr && *query.cancel) return false;
+    if (!query.progress) return true;
+    progress.textBytes = textBytes;
+    query.progress(progress);
+    return true;
+}
+
+void Reading::Count(const Job& job, const FileResult& result) {
+    ++progress.files;
+    progress.bytes += result.fileBytes;
+    progress.matches += result.matches;
+    fileDone(job.index, result);
+}
+
+void Reading::RunForward(const Jobs& order, const Selection::Limits& limits, const Take& take,
+                         bool newestFirst) {
+    Selection selection(limits, take);
+    PipelineOptions options = Options();
+    options.newestFirst = newestFirst;
+    RunPipeline(catalogue, order, options,
+                {[&](const SharedInfo& info, const Run& run) { return selection.Add(info, run); },
+                 [&](const Job& job, const FileResult& result) {
+                     Count(job, result);
+                     return true;
+                 },
+                 [&](std::size_t textBytes) { return ShowProgress(textBytes); }});
+}
+
+void Reading::Deliver(const Take& take) {
+    Selection::Limits limits;
+    limits.before = query.newestFirst ? query.contextAfter : query.contextBefore;
+    limits.after = query.newestFirst ? query.contextBefore : query.contextAfter;
+    if (query.newestFirst) {
+        if (query.lines) limits.matches = *query.lines;
+        std::reverse(jobs.begin(), jobs.end());
+        RunForward(jobs, limits, take, true);
+    } else if (!query.lines) {
+        RunForward(jobs, limits, take, false);
+    } else if (query.fromOldest) {
+        limits.matches = *query.lines;
+        RunForward(jobs, limits, take, false);
+    } else if (*query.lines != 0) {
+        const Jobs order = FindLast(limits);
+        RunForward(order, limits, take, false);
+    }
+}
+
+// The last matches, oldest first: the matches are counted from the newest file back until there are
+// enough; then the files that have any are read again. Sets how many to skip.
+Jobs Reading::FindLast(Selection::Limits& limits) {
+    Jobs reversed(jobs.rbegin(), jobs.rend());
+    Jobs order;
+    std::uint64_t matches = 0;
+    std::uint64_t context = 0;  // lines before the file with the first match
+    PipelineOptions options = Options();
+    options.wantsLines = false;
+    options.newestFirst = false;
+    const Consumer consumer{{},
+                            [&](const Job& job, const FileResult& result) {
+                                Count(job, result);
+                                if (matches >= *query.lines) context += result.candidates;
+                                matches += result.matches;
+                                if (result.matches != 0 || WantsContext()) order.push_back(job);
+                                return matches < *query.lines || context < query.contextBefore;
+                            },
+                            [&](std::size_t textBytes) { return ShowProgress(textBytes); }};
+
+    // The newest files often do; threads would decompress more than that.
+    constexpr std::size_t FirstFiles = 3;
+    const std::size_t first = std::min(reversed.size(), FirstFiles);
+    const Jobs newest(reversed.begin(), reversed.begin() + static_cast<long>(first));
+    reversed.erase(reversed.begin(), reversed.begin() + static_cast<long>(first));
+    options.jobs = 1;
+    RunPipeline(catalogue, newest, options, consumer);
+    if (matches < *query.lines || context < query.contextBefore) {
+        options.jobs = query.jobs;
+        RunPipeline(catalogue, reversed, options, consumer);
+    }
+    limits.skip = matches > *query.lines ? matches - *query.lines : 0;
+    std::reverse(order.begin(), order.end());
+    progress.files = 0;
+    progress.matches = 0;
+    progress.allFiles = order.size();
+    return order;
+}
+
+Totals Reading::CountMatches() {
+    Totals totals;
+    PipelineOptions options = Options();
+    options.wantsCandidates = false;
+    options.wantsLines = false;
+    RunPipeline(catalogue, jobs, options,
+                {{},
+                 [&](const Job& job, const FileResult& result) {
+                     Count(job, result);
+                     totals.matches += result.matches;
+                     return !query.lines || totals.matches < *query.lines;
+                 },
+                 [&](std::size_t textBytes) { return ShowProgress(textBytes); }});
+    if (query.lines) totals.matches = std::min(totals.matches, *query.lines);
+    return totals;
+}
+
+bool HasLineOf(const Catalogue& catalogue, std::size_t index, const Cursor& cursor) {
+    const Entry& entry = catalogue.entries[index];
+    OpenFile file;
+    std::string error;
+    std::uint64_t hash = 0;
+    if (catalogue.Open(index, file, error) != OpenResult::Opened ||
+        !Scanner::HashFirstLine(entry, file, hash) || hash != cursor.file) {
+        return false;
+    }
+    const Filter all;
+    Scanner scanner({&all, true, false, {}});
+    bool isFound = false;
+    const LineBounds bounds{cursor.number, cursor.number + 1};
+    (void)scanner.Scan(entry, std::move(file), bounds, [&](const SharedInfo&, const Run& run) {
+        isFound = ShortHash(run.text.substr(0, run.text.size() - 1)) == cursor.line;
+        return false;
+    });
+    return isFound;
+}
+
+}  // namespace
+
+// Where it most probably is, first: under the name it had, among what waits, in the newest files.
+bool FindCursor(const Catalogue& catalogue, const Cursor& cursor, std::size_t& index) {
+    const std::vector<Entry>& entries = catalogue.entries;
+    const auto hasName = [&](const Entry& entry) {
+        return entry.kind == Kind::Archive && ShortHash(entry.Rest()) == cursor.name;
+    };
+    for (const bool isFirstSearch : {true, false}) {
+        for (index = entries.size(); index-- != 0;) {
+            const Entry& entry = entries[index];
+            const bool isLikely = cursor.name == 0 ? entry.kind != Kind::Archive : hasName(entry);
+            if (isLikely == isFirstSearch && HasLineOf(catalogue, index, cursor)) return true;
+        }
+    }
+    return false;
+}
+
+bool ProblemReports::Add(const std::string& path, const FileResult& result) {
+    if (result.open == OpenResult::Gone) {
+        // The daemon deletes at the old end. Elsewhere, the text has a gap.
+        if (newestFirst) gone.push_back(path);
+        if (newestFirst || !hasRead) return false;
+        report(path, "deleted while the log was read");
+        return true;
+    }
+    hasRead = true;
+    const bool hasGap = !gone.empty();
+    for (const std::string& name : gone) report(name, "deleted while the log was read");
+    gone.clear();
+    if (!result.problem.empty()) report(path, result.problem);
+    return hasGap || !result.problem.empty();
+}
+
+namespace {
+
+// Connects a reading with the reports. Returns true if anything was reported.
+template <typename Work>
+bool ReportWhile(Reading& reading, ProblemReports& reports, std::vector<bool>& isReported,
+                 const std::function<std::string(std::size_t)>& pathOf, const Work& work) {
+    bool hasFailed = false;
+    reading.fileDone = [&](std::size_t index, const FileResult& result) {
+        if (isReported[index]) return;
+        if (!reports.Add(pathOf(index), result)) return;
+        isReported[index] = true;
+        hasFailed = true;
+    };
+    work();
+    return hasFailed;
+}
+
+}  // namespace
+
+bool Log::Read(const Query& query, const Take& take) {
+    Reading reading(query, files->catalogue);
+    if (reading.Plan()) {
+        report("cursor", "its line is not in the log any more");
+        return true;
+    }
+    const bool countsFromNewest = query.lines && !query.fromOldest;
+    ProblemReports reports(report, query.newestFirst || countsFromNewest);
+    return ReportWhile(
+        reading, reports, files->isReported,
+        [&](std::size_t index) { return files->PathOf(index); }, [&] { reading.Deliver(take); });
+}
+
+bool Log::Count(const Query& query, std::uint64_t& count) {
+    count = 0;
+    Reading reading(query, files->catalogue);
+    if (reading.Plan()) {
+        report("cursor", "its line is not in the log any more");
+        return true;
+    }
+    ProblemReports reports(report, false);
+    return ReportWhile(
+        reading, reports, files->isReported,
+        [&](std::size_t index) { return files->PathOf(index); },
+        [&] { count = reading.CountMatches().matches; });
+}
+
+bool Log::HasLine(const Cursor& cursor) {
+    std::size_t index = 0;
+    return FindCursor(files->catalogue, cursor, index);
+}
+
+}  // namespace Reader

@@ -1,0 +1,195 @@
+#include "reader/scan.h"
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <utility>
+
+#include "reader/hash.h"
+
+namespace Reader {
+
+namespace {
+
+// Lines that are kept to be given out in reverse. A file with more is read once more for the rest.
+constexpr std::size_t MaxKeptBytes = 1UL << 20;
+
+struct KeptLine {
+    std::string text;
+    std::uint64_t number;
+    bool isMatch;
+    std::size_t Size() const { return text.size() + sizeof(KeptLine); }
+};
+
+std::size_t LineEnd(std::string_view block, std::size_t start) {
+    const void* const end = memchr(block.data() + start, '\n', block.size() - start);
+    return static_cast<std::size_t>(static_cast<const char*>(end) - block.data()) + 1;
+}
+
+}  // namespace
+
+Scanner::Scanner(ScanOptions newOptions) : options(std::move(newOptions)), filter(*options.filter) {
+    if (filter.pattern.IsSet()) matcher.emplace(filter.pattern);
+}
+
+bool Scanner::HashFirstLine(const Entry& entry, const OpenFile& file, std::uint64_t& hash) {
+    TextReader reader;
+    reader.Open(file.place, entry.isCompressed);
+    std::string_view block;
+    if (!reader.Next(block)) return false;
+    hash = Hash(block.substr(0, LineEnd(block, 0) - 1));
+    return true;
+}
+
+FileResult Scanner::Scan(const Entry& newEntry, OpenFile newFile, const LineBounds& bounds,
+                         const TakeRun& take) {
+    entry = &newEntry;
+    file = std::move(newFile);
+    result = {};
+    isCounting = true;
+    const Source source{entry->Name(), entry->kind, entry->isCompressed, entry->boot};
+    info = std::make_shared<FileInfo>(FileInfo{source, YearGuess(file.mtime), 0});
+    // No line of the file is late enough.
+    if (filter.since && info->years.Latest() < *filter.since) return result;
+
+    (void)(options.newestFirst ? ScanReversed(bounds, take) : ScanText(bounds, take));
+    if (result.problem.empty()) result.problem = reader.Damage();
+    file.owned = Descriptor();
+    return std::move(result);
+}
+
+void Scanner::Begin(const Entry& newEntry, std::int64_t mtime, std::uint64_t hash,
+                    std::uint64_t firstNumber) {
+    entry = &newEntry;
+    const Source source{entry->Name(), entry->kind, entry->isCompressed, entry->boot};
+    info = std::make_shared<FileInfo>(FileInfo{source, YearGuess(mtime), hash});
+    number = firstNumber;
+}
+
+// All three return false if no more is wanted.
+bool Scanner::ScanText(const LineBounds& bounds, const TakeRun& take) {
+    reader.Open(file.place, entry->isCompressed);
+    number = 1;
+    std::string_view block;
+    bool goesOn = true;
+    while (goesOn && number < bounds.end && reader.Next(block)) {
+        if (number == 1) info->hash = Hash(block.substr(0, LineEnd(block, 0) - 1));
+        goesOn =
+            ScanBlock(block, bounds, take) && (!options.progress || options.progress(block.size()));
+    }
+    result.fileBytes = reader.FileBytes();
+    result.textBytes = reader.TextBytes();
+    return goesOn;
+}
+
+bool Scanner::ScanReversed(const LineBounds& bounds, const TakeRun& take) {
+    LineBounds rest = bounds;
+    for (;;) {
+        std::deque<KeptLine> kept;
+        std::size_t keptBytes = 0;
+        bool isComplete = true;
+        const TakeRun keep = [&](const SharedInfo&, const Run& run) {
+            std::uint64_t lineNumber = run.firstNumber;
+            for (std::size_t start = 0; start < run.text.size(); ++lineNumber) {
+                const std::size_t end = LineEnd(run.text, start);
+                kept.push_back(
+                    {std::string(run.text.substr(start, end - start)), lineNumber, run.isMatch});
+                keptBytes += kept.back().Size();
+                start = end;
+                while (keptBytes > MaxKeptBytes && kept.size() > 1) {
+                    keptBytes -= kept.front().Size();
+                    kept.pop_front();
+                    isComplete = false;
+                }
+            }
+            return true;
+        };
+        if (!ScanText(rest, keep)) return false;
+        isCounting = false;
+        while (!kept.empty()) {
+            const KeptLine& line = kept.back();
+            rest.end = line.number;
+            if (!take(info, {line.text, line.number, 1, line.isMatch})) return false;
+            kept.pop_back();
+        }
+        if (isComplete) return true;
+        if (!reader.Damage().empty()) result.problem = reader.Damage();
+    }
+}
+
+bool Scanner::ScanBlock(std::string_view block, const LineBounds& bounds, const TakeRun& take) {
+    const bool isSimple = bounds.IsAll() && !filter.LooksAtFields();
+    if (isSimple && !matcher) {
+        const std::uint64_t lines = CountLines(block);
+        const std::uint64_t first = std::exchange(number, number + lines);
+        return Emit({block, first, lines, true}, take);
+    }
+    if (matcher) matcher->SetText(block);
+    if (isSimple && !options.wantsCandidates) return ScanMatches(block, take);
+    return ScanLines(block, bounds, take);
+}
+
+// Only the matches are looked at, or what lies between them.
+bool Scanner::ScanMatches(std::string_view block, const TakeRun& take) {
+    std::size_t at = 0;
+    while (at < block.size()) {
+        const std::size_t found = std::min(matcher->FindLine(at), block.size());
+        const std::string_view between = block.substr(at, found - at);
+        const std::uint64_t lines = CountLines(between);
+        if (filter.isInverted && lines != 0 && !Emit({between, number, lines, true}, take)) {
+            return false;
+        }
+        number += lines;
+        if (found == block.size()) return true;
+        at = LineEnd(block, found);
+        const std::string_view line = block.substr(found, at - found);
+        if (!filter.isInverted && !Emit({line, number, 1, true}, take)) return false;
+        ++number;
+    }
+    return true;
+}
+
+bool Scanner::ScanLines(std::string_view block, const LineBounds& bounds, const TakeRun& take) {
+    std::size_t nextMatch = matcher ? matcher->FindLine(0) : 0;
+    std::size_t end = 0;
+    for (std::size_t start = 0; start < block.size(); start = end, ++number) {
+        end = LineEnd(block, start);
+        bool isMatch = true;
+        if (matcher) {
+            isMatch = (start == nextMatch) != filter.isInverted;
+            if (start == nextMatch) nextMatch = matcher->FindLine(end);
+        }
+        if ((!isMatch && !options.wantsCandidates) || !bounds.Contains(number)) continue;
+        const std::string_view line = block.substr(start, end - start);
+        if (!PassesFields(line.substr(0, line.size() - 1))) continue;
+        if (!Emit({line, number, 1, isMatch}, take)) return false;
+    }
+    return true;
+}
+
+bool Scanner::Emit(const Run& run, const TakeRun& take) {
+    if (isCounting) {
+        result.candidates += run.lines;
+        if (run.isMatch) result.matches += run.lines;
+    }
+    return take(info, run);
+}
+
+bool Scanner::PassesFields(std::string_view line) const {
+    if (!filter.LooksAtFields()) return true;
+    const Fields fields = ParseLine(line);
+    if (!fields.hasForm) return false;
+    if (filter.severity &&
+        (fields.severity > *filter.severity || fields.severity < filter.lowestSeverity)) {
+        return false;
+    }
+    if (!filter.tags.empty() &&
+        std::find(filter.tags.begin(), filter.tags.end(), fields.tag) == filter.tags.end()) {
+        return false;
+    }
+    if (!filter.since && !filter.until) return true;
+    const CivilTime time = info->years.TimeOf(fields);
+    return (!filter.since || time >= *filter.since) && (!filter.until || time <= *filter.until);
+}
+
+}  // namespace Reader

@@ -1,0 +1,380 @@
+// Reading a tar file where it is: the members' names and places. Understood are the forms in which
+// tar programs write downloads and copies: ustar, old GNU with long names and large numbers, and
+// pax. What is no file of the log is passed over.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <new>
+#include <optional>
+#include <utility>
+
+#include "reader/catalogue.h"
+
+namespace Reader {
+
+namespace {
+
+constexpr std::size_t BlockSize = 512;
+constexpr std::uint64_t MaxExtension = 1UL << 20;  // a long name, a pax header
+constexpr std::size_t MaxName = 250;               // of a file system
+
+struct Header {
+    char name[100];
+    char mode[8];
+    char uid[8];
+    char gid[8];
+    char size[12];
+    char mtime[12];
+    char checksum[8];
+    char type;
+    char linkName[100];
+    char magic[8];
+    char user[32];
+    char group[32];
+    char major[8];
+    char minor[8];
+    char prefix[155];
+    char padding[12];
+};
+static_assert(sizeof(Header) == BlockSize);
+
+template <std::size_t Size>
+std::string_view Text(const char (&field)[Size]) {
+    return {field, strnlen(field, Size)};
+}
+
+// Octal digits, or, with the first bit set, a big-endian number. Returns true on failure.
+template <std::size_t Size>
+bool ReadNumber(const char (&field)[Size], std::uint64_t& number) {
+    number = 0;
+    if ((static_cast<unsigned char>(field[0]) & 0x80) != 0) {
+        for (std::size_t i = 1; i < Size; ++i) {
+            if ((number >> 55) != 0) return true;
+            number = number << 8 | static_cast<unsigned char>(field[i]);
+        }
+        return false;
+    }
+    std::string_view text = Text(field);
+    while (text.starts_with(' ')) text.remove_prefix(1);
+    for (const char c : text) {
+        if (c == ' ') break;
+        if (c < '0' || c > '7') return true;
+        number = number * 8 + static_cast<std::uint64_t>(c - '0');
+    }
+    return false;
+}
+
+bool HasChecksum(const Header& header) {
+    std::uint64_t expected = 0;
+    if (ReadNumber(header.checksum, expected)) return false;
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&header);
+    constexpr std::size_t First = offsetof(Header, checksum);
+    std::uint64_t sum = 0;
+    for (std::size_t i = 0; i < BlockSize; ++i) {
+        sum += i >= First && i < First + sizeof header.checksum ? ' ' : bytes[i];
+    }
+    return sum == expected;
+}
+
+bool IsZero(const Header& header) {
+    const auto* const bytes = reinterpret_cast<const char*>(&header);
+    return std::all_of(bytes, bytes + BlockSize, [](char c) { return c == 0; });
+}
+
+std::string BareName(std::string_view path) {
+    while (path.ends_with('/')) path.remove_suffix(1);
+    return std::string(path.substr(path.rfind('/') + 1));
+}
+
+// A file that cannot be sought in: whatever of it is asked for is kept.
+class Stream {
+public:
+    explicit Stream(int fd) : fd(fd) {}
+
+    // Appends `size` bytes to the memory; returns how many there were.
+    std::uint64_t Append(std::uint64_t size) {
+        std::uint64_t done = 0;
+        while (done < size) {
+            if (used == capacity) Grow();
+            const std::uint64_t room = std::min<std::uint64_t>(size - done, capacity - used);
+            const ssize_t count = read(fd, memory + used, room);
+            if (count < 0 && errno == EINTR) continue;
+            if (count < 0) error = errno;
+            if (count <= 0) break;
+            used += static_cast<std::size_t>(count);
+            done += static_cast<std::size_t>(count);
+        }
+        return done;
+    }
+    void Drop(std::uint64_t size) { used -= static_cast<std::size_t>(size); }
+
+    std::size_t Used() const { return used; }
+    const char* At(std::uint64_t offset) const { return memory + offset; }
+    int Error() const { return error; }
+    std::unique_ptr<char[], void (*)(void*)> Release() {
+        return {std::exchange(memory, nullptr), &std::free};
+    }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+    ~Stream() { std::free(memory); }
+
+private:
+    // mremap makes this cheap: the pages move, not the bytes.
+    void Grow() {
+        constexpr std::size_t Step = 1UL << 20;
+        const std::size_t larger = std::max(Step, capacity + capacity / 4);
+        void* const moved = std::realloc(memory, larger);
+        if (moved == nullptr) throw std::bad_alloc();
+        memory = static_cast<char*>(moved);
+        capacity = larger;
+    }
+
+    int fd;
+    char* memory = nullptr;
+    std::size_t used = 0;
+    std::size_t capacity = 0;
+    int error = 0;
+};
+
+struct Member {
+    Name name;
+    Place place;
+    std::int64_t mtime = 0;
+    bool isRegular = true;
+};
+
+class TarReader {
+public:
+    TarReader(const std::string& path, Descriptor file, Catalogue& catalogue)
+        : path(path), file(std::move(file)), catalogue(catalogue) {}
+    void Read();
+
+private:
+    bool ReadHeader(Header& header);
+    void ReadMembers();
+    bool ReadExtension(const Header& header, std::uint64_t size);
+    bool TakeMember(const Header& header, std::uint64_t size);
+    std::uint64_t ReadData(std::uint64_t size, bool isKept, Place& place);
+    std::string ReadText(std::uint64_t size);
+    void ReadPax(std::string_view text);
+    void Fail(const std::string& reason) { catalogue.problems.push_back({path, reason}); }
+    void AddToCatalogue();
+
+    const std::string& path;
+    Descriptor file;
+    Catalogue& catalogue;
+
+    bool isSeekable = false;
+    std::uint64_t position = 0;
+    std::uint64_t fileSize = 0;
+    std::unique_ptr<Stream> stream;
+
+    // Of the next member, from headers before its own.
+    std::string longName;
+    std::optional<std::uint64_t> paxSize;
+    std::optional<std::int64_t> paxTime;
+
+    std::map<std::string, Member> members;  // of two with the same name, the later one counts
+};
+
+void TarReader::Read() {
+    struct stat status {};
+    isSeekable = fstat(file.Get(), &status) == 0 && S_ISREG(status.st_mode);
+    if (isSeekable) {
+        const off_t at = lseek(file.Get(), 0, SEEK_CUR);
+        position = static_cast<std::uint64_t>(std::max<off_t>(at, 0));
+        fileSize = static_cast<std::uint64_t>(status.st_size);
+    } else {
+        stream = std::make_unique<Stream>(file.Get());
+    }
+    ReadMembers();
+    AddToCatalogue();
+}
+
+// Reads the next block. Returns false at the end of the file.
+bool TarReader::ReadHeader(Header& header) {
+    std::uint64_t count = 0;
+    if (isSeekable) {
+        const ssize_t done = pread(file.Get(), &header, BlockSize, static_cast<off_t>(position));
+        count = done < 0 ? 0 : static_cast<std::uint64_t>(done);
+        position += count;
+    } else {
+        count = stream->Append(BlockSize);
+        if (count == BlockSize) {
+            std::memcpy(&header, stream->At(stream->Used() - BlockSize), BlockSize);
+        }
+        stream->Drop(count);
+        if (stream->Error() != 0) Fail(strerror(stream->Error()));
+    }
+    return count == BlockSize;
+}
+
+void TarReader::ReadMembers() {
+    for (bool isFirst = true;; isFirst = false) {
+        Header header;
+        if (!ReadHeader(header)) {
+            Fail(isFirst ? "not a tar file" : "the tar file is truncated");
+            return;
+        }
+        if (!isFirst && IsZero(header)) return;
+        std::uint64_t size = 0;
+        if (!HasChecksum(header) || ReadNumber(header.size, size)) {
+            if (isFirst && IsZero(header)) return;  // an empty one
+            Fail(isFirst ? "not a tar file" : "the tar file is damaged");
+            return;
+        }
+        const bool isExtension = header.type == 'L' || header.type == 'x';
+        if (isExtension ? ReadExtension(header, size) : TakeMember(header, size)) {
+            Fail("the tar file is truncated");
+            return;
+        }
+    }
+}
+
+// Passes over the bytes of a member and its padding. Returns how many bytes there were.
+std::uint64_t TarReader::ReadData(std::uint64_t size, bool isKept, Place& place) {
+    const std::uint64_t padding = (BlockSize - size % BlockSize) % BlockSize;
+    if (isSeekable) {
+        const std::uint64_t left = fileSize > position ? fileSize - position : 0;
+        const std::uint64_t there = std::min(size, left);
+        place.fd = file.Get();
+        place.offset = position;
+        place.size = there;
+        position += size + padding;
+        return there;
+    }
+    if (isKept) {
+        place.offset = stream->Used();
+        place.size = stream->Append(size);
+        stream->Drop(stream->Append(padding));
+        return place.size;
+    }
+    constexpr std::uint64_t Piece = 64UL << 10;
+    std::uint64_t done = 0;
+    while (done < size + padding) {
+        const std::uint64_t wanted = std::min(Piece, size + padding - done);
+        const std::uint64_t count = stream->Append(wanted);
+        stream->Drop(count);
+        done += count;
+        if (count < wanted) break;
+    }
+    return std::min(done, size);
+}
+
+std::string TarReader::ReadText(std::uint64_t size) {
+    Place place;
+    const std::uint64_t there = ReadData(size, true, place);
+    std::string text(static_cast<std::size_t>(there), '\0');
+    if (isSeekable) {
+        const ssize_t count =
+            pread(file.Get(), text.data(), text.size(), static_cast<off_t>(place.offset));
+        text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    } else {
+        std::memcpy(text.data(), stream->At(place.offset), text.size());
+        stream->Drop(there);
+    }
+    return text;
+}
+
+// Returns true if the file ends before.
+bool TarReader::ReadExtension(const Header& header, std::uint64_t size) {
+    if (size > MaxExtension) {
+        Place place;
+        return ReadData(size, false, place) < size;
+    }
+    const std::string text = ReadText(size);
+    if (text.size() < size) return true;
+    if (header.type == 'L') {
+        longName = text.c_str();
+    } else {
+        ReadPax(text);
+    }
+    return false;
+}
+
+// Records of the form "LENGTH KEY=VALUE\n".
+void TarReader::ReadPax(std::string_view text) {
+    while (!text.empty()) {
+        char* end = nullptr;
+        const std::string digits(text.substr(0, 20));
+        const unsigned long length = std::strtoul(digits.c_str(), &end, 10);
+        const auto keyAt = static_cast<std::size_t>(end - digits.c_str()) + 1;
+        if (length > text.size() || length <= keyAt || *end != ' ') return;
+        const std::string_view record = text.substr(keyAt, length - keyAt - 1);
+        text.remove_prefix(length);
+        const std::size_t equals = record.find('=');
+        if (equals == std::string_view::npos) continue;
+        const std::string value(record.substr(equals + 1));
+        if (record.starts_with("path=")) longName = value;
+        if (record.starts_with("size=")) paxSize = std::strtoull(value.c_str(), nullptr, 10);
+        if (record.starts_with("mtime=")) paxTime = std::strtoll(value.c_str(), nullptr, 10);
+    }
+}
+
+// Returns true if the file ends before; what there is of the member is taken.
+bool TarReader::TakeMember(const Header& header, std::uint64_t size) {
+    std::string name = longName.empty() ? BareName(Text(header.name)) : BareName(longName);
+    size = paxSize.value_or(size);
+    std::uint64_t time = 0;
+    (void)ReadNumber(header.mtime, time);  // Without one, it counts as 0.
+    Member member;
+    member.mtime = paxTime.value_or(static_cast<std::int64_t>(time));
+    longName.clear();
+    paxSize.reset();
+    paxTime.reset();
+
+    constexpr std::uint64_t MaxSize = 1UL << 60;
+    size = std::min(size, MaxSize);
+    member.isRegular = header.type == '0' || header.type == '\0' || header.type == '7';
+    const bool hasData = member.isRegular || header.type == 'g' || header.type == 'K' ||
+                         header.type == 'S' || header.type > '7';
+    if (!hasData) size = 0;
+    member.name = ParseName(name);
+    const bool isOurs = member.name.form != Name::Form::Foreign && name.size() <= MaxName &&
+                        header.type != '5' && header.type != 'g' && header.type != 'K';
+    const bool isKept = isOurs && member.isRegular && member.name.form == Name::Form::Log;
+    const std::uint64_t there = ReadData(size, isKept, member.place);
+    if (isOurs) members.insert_or_assign(std::move(name), member);
+    return there < size;
+}
+
+void TarReader::AddToCatalogue() {
+    if (stream) {
+        catalogue.memory = stream->Release();
+    } else {
+        catalogue.held.push_back(std::move(file));
+    }
+    for (auto& [name, member] : members) {
+        // Parsed again: the parts point into the name.
+        const Name parsed = ParseName(name);
+        if (!member.isRegular) {
+            catalogue.problems.push_back({name, "not a regular file, skipped"});
+            continue;
+        }
+        if (parsed.form == Name::Form::Misnamed) {
+            catalogue.problems.push_back({name, "no boot number in its name, skipped", true});
+            continue;
+        }
+        const bool isHalfMade = parsed.kind != Kind::Archive && parsed.isCompressed &&
+                                members.contains(name.substr(0, name.size() - 3));
+        if (isHalfMade) continue;
+        if (catalogue.memory) member.place.memory = catalogue.memory.get();
+        catalogue.AddPlaced(name, parsed, {member.place, member.mtime});
+    }
+    catalogue.Finish(0);
+}
+
+}  // namespace
+
+void OpenTar(const std::string& path, Descriptor file, Catalogue& catalogue) {
+    TarReader(path, std::move(file), catalogue).Read();
+}
+
+}  // namespace Reader

@@ -1,0 +1,44 @@
+// What the verbs that read have in common: -D, the boots, the number of threads.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "reader/log.h"
+#include "tool/options.h"
+
+namespace Tool {
+
+constexpr int FoundStatus = 0;
+constexpr int NothingStatus = 1;
+constexpr int FailureStatus = 2;
+
+// The log, and whether something of it could not be read; that has been reported.
+struct Input {
+    std::unique_ptr<Reader::Log> log;
+    bool hasFailed = false;
+};
+
+// The device's own log, or without a value the copy at `directory`.
+Input OpenInput(const std::optional<std::string>& directory);
+
+// -b: "12", "0", "-1", "3..5"; "" is the current boot. Throws UsageError.
+struct BootChoice {
+    std::int64_t first = 0;
+    std::int64_t last = 0;
+    bool isRange = false;
+};
+BootChoice ParseBoots(std::string_view text);
+
+// The boots as they are numbered in the log. None if there is no such boot. Throws UsageError if
+// the range is reversed.
+std::optional<Reader::BootRange> ResolveBoots(const Reader::Log& log, const BootChoice& choice);
+
+unsigned NumProcessors();
+
+// 1536 as "1.5 KiB".
+std::string FormatSize(std::uint64_t bytes);
+
+}  // namespace Tool

@@ -1,0 +1,15 @@
+// Points in time as people type them: "2026-11-21 17:48:08", "2026-11-21", "17:48", "today",
+// "yesterday", "now", "-2h", "-1h30min", "2 days ago".
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "reader/line.h"
+
+namespace Tool {
+
+// `now` is the local time. None if the text makes no sense.
+std::optional<Reader::CivilTime> ParseTime(std::string_view text, Reader::CivilTime now);
+
+}  // namespace Tool

@@ -1,0 +1,106 @@
+// moraine verify
+#include "reader/format.h"
+#include "tool/input.h"
+#include "tool/output.h"
+#include "tool/verbs.h"
+
+namespace Tool {
+
+namespace {
+
+enum LongOnly { Json = 256 };
+
+constexpr Option Options[]{{'D', "directory", Option::Value::Required}, {Json, "json"}};
+
+struct Damage {
+    std::string file;
+    std::string reason;
+};
+
+struct Summary {
+    std::size_t files = 0;
+    std::uint64_t bytes = 0, textBytes = 0, lines = 0;
+    std::vector<Damage> damaged;
+};
+
+std::string ToJson(const Summary& summary) {
+    std::string text = "{\"files\":" + std::to_string(summary.files) +
+                       ",\"bytes\":" + std::to_string(summary.bytes) +
+                       ",\"text_bytes\":" + std::to_string(summary.textBytes) +
+                       ",\"lines\":" + std::to_string(summary.lines) + ",\"damaged\":[";
+    for (const Damage& damage : summary.damaged) {
+        if (&damage != &summary.damaged.front()) text += ',';
+        text += "{\"file\":";
+        Reader::AppendJsonString(text, damage.file);
+        text += ",\"reason\":";
+        Reader::AppendJsonString(text, damage.reason);
+        text += '}';
+    }
+    return text + "]}\n";
+}
+
+std::string ToText(const Summary& summary, bool isTerminal) {
+    std::string text;
+    for (const Damage& damage : summary.damaged) {
+        if (isTerminal) {
+            Reader::AppendVisible(text, damage.file);
+        } else {
+            text += damage.file;
+        }
+        text += ": " + damage.reason + "\n";
+    }
+    text += std::to_string(summary.files) + " archive files, " + FormatSize(summary.bytes) + ", " +
+            FormatSize(summary.textBytes) + " of text, " + std::to_string(summary.lines) +
+            " lines: ";
+    return text + (summary.damaged.empty() ? "all intact\n"
+                                           : std::to_string(summary.damaged.size()) + " damaged\n");
+}
+
+}  // namespace
+
+int RunVerify(Arguments arguments) {
+    std::optional<std::string> directory;
+    bool isJson = false;
+    OptionReader options(Options, arguments);
+    while (const int id = options.Next()) {
+        if (id == 'D') directory = options.Value();
+        if (id == Json) isJson = true;
+    }
+    HandleInterrupt();
+    Output output;
+    ProgressLine progress;
+    Summary summary;
+    Reader::Log log(PrintMessage);
+    log.CollectMisnamed([&](const std::string& name, const std::string&) {
+        summary.damaged.push_back({name, "no boot number in its name"});
+        ++summary.files;
+    });
+    bool hasFailed = directory ? log.OpenCopy(*directory) : log.OpenDevice();
+    for (std::size_t i = 0; i < log.NumSources(); ++i) {
+        if (log.GetSource(i).kind != Reader::Kind::Archive) continue;
+        const Reader::Log::Check check = log.Verify(i);
+        const std::string name(log.GetSource(i).name);
+        ++summary.files;
+        summary.bytes += check.bytes;
+        summary.textBytes += check.textBytes;
+        summary.lines += check.lines;
+        if (check.isUnreadable) {
+            PrintMessage(name, check.damage);
+            hasFailed = true;
+        } else if (!check.damage.empty()) {
+            summary.damaged.push_back({name, check.damage});
+        }
+        if (progress.IsDue()) {
+            progress.Show("moraine: " + std::to_string(i + 1) + " of " +
+                          std::to_string(log.NumSources()) + " files, " +
+                          FormatSize(summary.textBytes) + " of text");
+        }
+    }
+    progress.Clear();
+    output.Write(isJson ? ToJson(summary) : ToText(summary, output.IsTerminal()));
+    output.Finish();
+    if (hasFailed) return FailureStatus;
+    return summary.damaged.empty() ? FoundStatus : NothingStatus;
+}
+
+}  // namespace Tool
