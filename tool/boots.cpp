@@ -16,12 +16,6 @@ enum LongOnly { Json = 256, NoPager };
 constexpr Option Options[]{
     {'D', "directory", Option::Value::Required}, {Json, "json"}, {NoPager, "no-pager"}};
 
-struct Row {
-    Reader::BootFiles boot;
-    std::uint64_t bytes = 0;
-    Reader::Log::Times times;
-};
-
 std::string FormatTime(const std::optional<Reader::CivilTime>& time, const char* none) {
     if (!time) return none;
     std::string text;
@@ -29,21 +23,7 @@ std::string FormatTime(const std::optional<Reader::CivilTime>& time, const char*
     return text;
 }
 
-std::string JsonTime(const std::optional<Reader::CivilTime>& time) {
-    return time ? "\"" + FormatTime(time, "") + "\"" : "null";
-}
-
-void AppendJson(std::string& out, const Row& row) {
-    out += "{\"offset\":" + std::to_string(row.boot.offset);
-    out += ",\"boot\":" + std::to_string(row.boot.boot);
-    out += ",\"files\":" + std::to_string(row.boot.sources.size());
-    out += ",\"bytes\":" + std::to_string(row.bytes);
-    out += ",\"first\":" + JsonTime(row.times.first);
-    out += ",\"last\":" + JsonTime(row.times.last);
-    out += std::string(",\"current\":") + (row.boot.isCurrent ? "true" : "false") + "}";
-}
-
-void AppendRow(std::string& out, const Row& row) {
+void AppendRow(std::string& out, const Reader::BootRow& row) {
     std::array<char, 160> text;
     std::string first = FormatTime(row.times.first, "-");
     std::string last = FormatTime(row.times.last, "-");
@@ -52,8 +32,8 @@ void AppendRow(std::string& out, const Row& row) {
         if (separator != std::string::npos) (*time)[separator] = ' ';
     }
     const int length = std::snprintf(text.data(), text.size(), "%6lld %6u %6zu %10s  %-19s  %s\n",
-                                     static_cast<long long>(row.boot.offset), row.boot.boot,
-                                     row.boot.sources.size(), FormatSize(row.bytes).c_str(),
+                                     static_cast<long long>(row.files.offset), row.files.boot,
+                                     row.files.sources.size(), FormatSize(row.bytes).c_str(),
                                      first.c_str(), last.c_str());
     out.append(text.data(), static_cast<std::size_t>(length));
 }
@@ -74,18 +54,16 @@ int RunBoots(Arguments arguments) {
     Input input = OpenInput(directory);
     Output output;
     ProgressLine progress;
-    std::vector<Reader::BootFiles> boots = input.log->Boots();
+    const std::vector<Reader::BootFiles> boots = input.log->Boots();
     const std::size_t total = boots.size();
     std::string text =
         isJson ? "[" : "OFFSET   BOOT  FILES       SIZE  FIRST                LAST\n";
     std::size_t done = 0;
-    for (Reader::BootFiles& boot : boots) {
-        Row row;
-        for (const std::size_t index : boot.sources) row.bytes += input.log->GetSize(index);
-        input.hasFailed = input.log->GetTimes(boot, row.times) || input.hasFailed;
-        row.boot = std::move(boot);
+    for (const Reader::BootFiles& boot : boots) {
+        Reader::BootRow row;
+        input.hasFailed = Reader::ReadBootRow(*input.log, boot, row) || input.hasFailed;
         if (isJson && done != 0) text += ',';
-        if (isJson) AppendJson(text, row);
+        if (isJson) Reader::AppendJson(text, row);
         if (!isJson) AppendRow(text, row);
         ++done;
         if (progress.IsDue()) {

@@ -4,27 +4,11 @@
 #include <unistd.h>
 
 #include <array>
-#include <charconv>
 #include <cstdio>
 
 #include "tool/output.h"
 
 namespace Tool {
-
-namespace {
-
-std::optional<std::int64_t> ParseBoot(std::string_view text) {
-    std::int64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return number;
-}
-
-[[noreturn]] void ThrowReversed() {
-    throw UsageError("--boot: the first boot of the range is behind the last");
-}
-
-}  // namespace
 
 Input OpenInput(const std::optional<std::string>& directory) {
     Input input;
@@ -36,33 +20,17 @@ Input OpenInput(const std::optional<std::string>& directory) {
     return input;
 }
 
-BootChoice ParseBoots(std::string_view text) {
-    BootChoice choice;
-    if (text.empty()) return choice;
-    const std::size_t dots = text.find("..");
-    const auto first = ParseBoot(text.substr(0, dots));
-    const auto last = dots == std::string_view::npos ? first : ParseBoot(text.substr(dots + 2));
-    if (!first || !last) {
-        throw UsageError("--boot: '" + std::string(text) + "' is neither a boot nor a range N..M");
-    }
-    choice = {*first, *last, dots != std::string_view::npos};
-    const bool areAlike = (*first > 0) == (*last > 0);
-    if (areAlike && *first > *last) ThrowReversed();
+Reader::BootChoice ReadBoots(const OptionReader& options) {
+    Reader::BootChoice choice;
+    std::string error;
+    if (Reader::ParseBoots(options.Value(), choice, error)) throw UsageError("--boot: " + error);
     return choice;
 }
 
-std::optional<Reader::BootRange> ResolveBoots(const Reader::Log& log, const BootChoice& choice) {
-    const auto resolve = [&](std::int64_t boot) -> std::optional<std::int64_t> {
-        if (boot > 0) return boot;
-        const std::optional<std::uint32_t> number = log.BootAt(boot);
-        return number ? std::optional<std::int64_t>(*number) : std::nullopt;
-    };
-    const std::optional<std::int64_t> first = resolve(choice.first);
-    const std::optional<std::int64_t> last = resolve(choice.last);
-    if (!last || (!first && !choice.isRange)) return std::nullopt;
-    // A range may begin before the oldest boot.
-    const Reader::BootRange range{first.value_or(0), *last};
-    if (range.first > range.last) ThrowReversed();
+Reader::BootRange ResolveBoots(const Reader::Log& log, const Reader::BootChoice& choice) {
+    Reader::BootRange range;
+    std::string error;
+    if (Reader::ResolveBoots(log, choice, range, error)) throw UsageError("--boot: " + error);
     return range;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "reader/boots.h"
 #include "reader/log.h"
 #include "tool/options.h"
 
@@ -24,17 +25,9 @@ struct Input {
 // The device's own log, or without a value the copy at `directory`.
 Input OpenInput(const std::optional<std::string>& directory);
 
-// -b: "12", "0", "-1", "3..5"; "" is the current boot. Throws UsageError.
-struct BootChoice {
-    std::int64_t first = 0;
-    std::int64_t last = 0;
-    bool isRange = false;
-};
-BootChoice ParseBoots(std::string_view text);
-
-// The boots as they are numbered in the log. None if there is no such boot. Throws UsageError if
-// the range is reversed.
-std::optional<Reader::BootRange> ResolveBoots(const Reader::Log& log, const BootChoice& choice);
+// The value of -b. Both throw UsageError; an offset without a boot gives an empty range.
+Reader::BootChoice ReadBoots(const OptionReader& options);
+Reader::BootRange ResolveBoots(const Reader::Log& log, const Reader::BootChoice& choice);
 
 unsigned NumProcessors();
 

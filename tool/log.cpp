@@ -9,11 +9,11 @@
 #include <cstring>
 #include <ctime>
 
+#include "reader/time.h"
 #include "tool/input.h"
 #include "tool/line_writer.h"
 #include "tool/options.h"
 #include "tool/output.h"
-#include "tool/time.h"
 #include "tool/verbs.h"
 
 namespace Tool {
@@ -54,7 +54,7 @@ enum class When { Auto, Always, Never };
 struct Request {
     Reader::Query query;
     Reader::Expression expression;
-    std::optional<BootChoice> boots;
+    std::optional<Reader::BootChoice> boots;
     std::optional<std::string> directory;
     std::optional<std::string> cursorFile;
     Format format = Format::Text;
@@ -90,7 +90,7 @@ void ReadPriority(const OptionReader& options, Reader::Filter& filter) {
 }
 
 Reader::CivilTime ReadTime(const OptionReader& options) {
-    const auto time = ParseTime(options.Value(), Reader::LocalTime(std::time(nullptr)));
+    const auto time = Reader::ParseTime(options.Value(), Reader::LocalTime(std::time(nullptr)));
     if (!time) ThrowUnknown(options, "a time (2026-11-21 17:48:08, 17:48, yesterday, -2h, ...)");
     return *time;
 }
@@ -158,7 +158,7 @@ bool ReadFilterOption(int id, const OptionReader& options, Request& request) {
             query.filter.until = ReadTime(options);
             return true;
         case 'b':
-            request.boots = ParseBoots(options.Value());
+            request.boots = ReadBoots(options);
             return true;
         default:
             return false;
@@ -347,7 +347,7 @@ int LogPrinter::Run() {
     Reader::Query& query = request.query;
     if (request.boots) {
         query.filter.boots = ResolveBoots(*input.log, *request.boots);
-        if (!query.filter.boots) {
+        if (query.filter.boots->IsEmpty()) {
             PrintMessage("", "there is no such boot in the log (see moraine boots)");
             if (request.isCounting) output.Write("0\n");
             output.Finish();

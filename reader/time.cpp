@@ -1,9 +1,9 @@
-#include "tool/time.h"
+#include "reader/time.h"
 
 #include <array>
 #include <cstdint>
 
-namespace Tool {
+namespace Reader {
 
 namespace {
 
@@ -35,7 +35,7 @@ bool CutCharacter(std::string_view& text, char c) {
 }
 
 // 17:48 or 17:48:08
-bool CutClock(std::string_view& text, Reader::Date& date) {
+bool CutClock(std::string_view& text, Date& date) {
     if (!CutNumber(text, 1, 2, date.hour) || !CutCharacter(text, ':') ||
         !CutNumber(text, 2, 2, date.minute)) {
         return false;
@@ -43,7 +43,7 @@ bool CutClock(std::string_view& text, Reader::Date& date) {
     return !CutCharacter(text, ':') || CutNumber(text, 2, 2, date.second);
 }
 
-bool CutDay(std::string_view& text, Reader::Date& date) {
+bool CutDay(std::string_view& text, Date& date) {
     return CutNumber(text, 4, 4, date.year) && CutCharacter(text, '-') &&
            CutNumber(text, 1, 2, date.month) && CutCharacter(text, '-') &&
            CutNumber(text, 1, 2, date.day);
@@ -103,7 +103,7 @@ bool ParseSpan(std::string_view text, std::int64_t& seconds) {
     return true;
 }
 
-std::optional<Reader::CivilTime> ParseRelative(std::string_view text, Reader::CivilTime now) {
+std::optional<CivilTime> ParseRelative(std::string_view text, CivilTime now) {
     constexpr std::string_view Ago = " ago";
     std::int64_t seconds = 0;
     if (text.ends_with(Ago)) {
@@ -120,26 +120,26 @@ std::optional<Reader::CivilTime> ParseRelative(std::string_view text, Reader::Ci
 
 }  // namespace
 
-std::optional<Reader::CivilTime> ParseTime(std::string_view text, Reader::CivilTime now) {
-    const Reader::CivilTime today = now - (now % SecsPerDay + SecsPerDay) % SecsPerDay;
+std::optional<CivilTime> ParseTime(std::string_view text, CivilTime now) {
+    const CivilTime today = now - (now % SecsPerDay + SecsPerDay) % SecsPerDay;
     if (text == "now") return now;
     if (text == "today") return today;
     if (text == "yesterday") return today - SecsPerDay;
     if (text == "tomorrow") return today + SecsPerDay;
     if (const auto time = ParseRelative(text, now)) return time;
 
-    Reader::Date date = Reader::ToDate(today);
+    Date date = ToDate(today);
     std::string_view rest = text;
     bool isRead = CutDay(rest, date);
     if (!isRead) {
-        date = Reader::ToDate(today);
+        date = ToDate(today);
         rest = text;
         isRead = CutClock(rest, date);
     } else if (CutCharacter(rest, ' ') || CutCharacter(rest, 'T')) {
         isRead = CutClock(rest, date);
     }
-    if (!isRead || !rest.empty() || !Reader::IsValid(date)) return std::nullopt;
-    return Reader::ToCivil(date);
+    if (!isRead || !rest.empty() || !IsValid(date)) return std::nullopt;
+    return ToCivil(date);
 }
 
-}  // namespace Tool
+}  // namespace Reader

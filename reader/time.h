@@ -7,9 +7,9 @@
 
 #include "reader/line.h"
 
-namespace Tool {
+namespace Reader {
 
 // `now` is the local time. None if the text makes no sense.
-std::optional<Reader::CivilTime> ParseTime(std::string_view text, Reader::CivilTime now);
+std::optional<CivilTime> ParseTime(std::string_view text, CivilTime now);
 
-}  // namespace Tool
+}  // namespace Reader
