@@ -29,6 +29,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <ctime>
 #include <map>
 
 #include "daemon/moraine.h"
@@ -113,17 +114,37 @@ bool IsUnchanged(int folder, const std::vector<std::string>& names, const Waitin
     });
 }
 
+// The daemon moves the rotation that it has archived aside, to the name of an interrupted log, makes
+// sure that it is the right one, and moves it back if syslogd was faster. Its number is free then.
+bool IsMovedAside(const WaitingFiles& files) {
+    const std::string live = Moraine::SyslogPfe.filename().native();
+    if (!files.contains(live + Moraine::TmpExt.native())) return false;
+    constexpr int LastRotation = 9;
+    bool isHole = false;
+    for (int number = 0; number <= LastRotation; ++number) {
+        const bool isThere = files.contains(live + "." + std::to_string(number));
+        if (isThere && isHole) return true;
+        isHole = !isThere;
+    }
+    return false;
+}
+
 // Step 1. Between two rotations there is time for this many times over; where there is not, the
 // last attempt has to do.
 bool CollectWaiting(int folder, WaitingFiles& files, std::string& error) {
     constexpr int MaxAttempts = 1000;
+    constexpr int MaxWaits = 50;
     std::vector<std::string> names;
+    int waits = 0;
     for (int i = 0; i < MaxAttempts; ++i) {
         files.clear();
         if (ListWaiting(folder, names, error)) return true;
         for (const std::string& name : names) OpenWaiting(folder, name, files);
         if (ListWaiting(folder, names, error)) return true;
-        if (IsUnchanged(folder, names, files)) return false;
+        if (!IsUnchanged(folder, names, files)) continue;
+        if (!IsMovedAside(files) || ++waits > MaxWaits) return false;
+        constexpr timespec Moment{0, 1'000'000};
+        (void)nanosleep(&Moment, nullptr);  // A signal may cut it short.
     }
     return false;
 }

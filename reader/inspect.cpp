@@ -8,7 +8,7 @@ namespace {
 // The first or the last time stamp in a file. Returns false if it has none.
 bool FindTime(const Catalogue& catalogue, std::size_t index, bool isLast, FileResult& result,
               std::optional<CivilTime>& time) {
-    Reader::OpenFile file;
+    OpenFile file;
     result.open = catalogue.Open(index, file, result.problem);
     if (result.open != OpenResult::Opened) return false;
     const YearGuess years(file.mtime);
@@ -64,7 +64,7 @@ bool Log::GetTimes(const BootFiles& boot, Times& times) {
 Log::Check Log::Verify(std::size_t index) {
     Check check;
     const Entry& entry = files->catalogue.entries[index];
-    Reader::OpenFile file;
+    OpenFile file;
     const OpenResult result = files->catalogue.Open(index, file, check.damage);
     if (result != OpenResult::Opened) {
         check.isUnreadable = true;

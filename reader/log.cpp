@@ -37,7 +37,6 @@ bool Log::OpenDevice() {
     OpenDeviceFolders(files->catalogue);
     files->folderPath = Moraine::ArchPathAbs.native();
     files->waitingPath = Moraine::SyslogPathAbs.native();
-    files->isFolder = true;
     return FinishOpening();
 }
 
@@ -48,8 +47,7 @@ bool Log::OpenCopy(const std::string& path) {
         const std::string archivePath = path + "/" + Moraine::ArchPathRel.native();
         const bool hasFolder = stat(archivePath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
         files->waitingPath = path;
-        files->isFolder = true;
-        files->folderPath = hasFolder ? archivePath : path;
+            files->folderPath = hasFolder ? archivePath : path;
         return FinishOpening();
     }
     const bool isStandardInput = path == "-";
@@ -98,24 +96,6 @@ std::uint64_t Log::GetSize(std::size_t index) const {
     struct stat status {};
     if (fstatat(catalogue.folder.Get(), entry.name, &status, AT_SYMLINK_NOFOLLOW) != 0) return 0;
     return static_cast<std::uint64_t>(status.st_size);
-}
-
-int Log::OpenFile(std::size_t index) const {
-    const Catalogue& catalogue = files->catalogue;
-    const Entry& entry = catalogue.entries[index];
-    if (entry.isPlaced) {
-        const Place& place = catalogue.placed[entry.id].place;
-        const bool isWhole = place.memory == nullptr && files->isFolder;
-        if (isWhole) return fcntl(place.fd, F_DUPFD_CLOEXEC, 0);
-        errno = ENOTSUP;
-        return -1;
-    }
-    Reader::OpenFile file;
-    std::string error;
-    const OpenResult result = catalogue.Open(index, file, error);
-    if (result == OpenResult::Opened) return file.owned.Release();
-    if (result == OpenResult::Gone) errno = ENOENT;
-    return -1;
 }
 
 std::uint32_t Log::CurrentBoot() const {

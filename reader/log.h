@@ -129,12 +129,6 @@ public:
     // Size on disk; 0 if it is gone.
     std::uint64_t GetSize(std::size_t index) const;
 
-    // A new descriptor for a file as a whole, for pread; the caller closes it. A file that waits is
-    // the one that the snapshot holds, wherever it has been moved meanwhile; the snapshot's part of
-    // it is GetSize long. Returns -1, with errno, if it cannot be opened; ENOENT if it has been
-    // deleted. A member of a tar file has none (ENOTSUP).
-    int OpenFile(std::size_t index) const;
-
     // The current boot's number, and the boots that have a log, oldest first.
     std::uint32_t CurrentBoot() const;
     std::vector<BootFiles> Boots() const;

@@ -18,7 +18,6 @@ struct Log::Files {
     std::string PathOf(std::size_t index) const;
     std::string folderPath;  // of the archive
     std::string waitingPath;
-    bool isFolder = false;  // not a tar file
 };
 
 // Where the line of a cursor is; returns false if it is not in the log.

@@ -1,0 +1,132 @@
+"""`moraine log` while syslogd rotates and the daemon archives: whatever moves during a read, the
+numbers of the lines that it prints are consecutive."""
+from __future__ import annotations
+
+import json
+import os
+import re
+import signal
+import subprocess
+import threading
+from pathlib import Path
+
+from tests.harness import case, numbered, services
+from tests.harness.case import SandboxCase
+from tests.harness.daemon import start_settings
+
+NUMBER = re.compile(rb" flood: line (\d+) ")
+BOOT_FILE = Path("/var/run/vandis-moraine.boot")
+
+
+def moraine(*options: str) -> list[str]:
+    return [os.environ["MORAINE_BUILD"] + "/moraine", "log", *options]
+
+
+def numbers(output: bytes) -> list[int]:
+    return [int(number) for number in NUMBER.findall(output)]
+
+
+class Flooded(SandboxCase):
+
+    def setUp(self) -> None:
+        super().setUp()
+        services.set_rotation_size(128)
+        Path("/etc/default/vandis-moraine").write_text(start_settings(fast_sleep=100))
+        self.addCleanup(self.end_services)
+        services.syslogd.start()
+        services.daemon.start()
+        self.flood = numbered.Flood(rate=1500)
+        self.addCleanup(self.flood.stop)
+        self.flood.start()
+
+    def end_services(self) -> None:
+        for service in (services.daemon, services.syslogd):
+            if service.pid is not None:
+                os.killpg(os.getpgid(service.pid), signal.SIGKILL)
+                self.wait_until(lambda: service.pid is None, "a killed process has ended")
+
+    def archived(self) -> int:
+        return len(list(numbered.ARCHIVE.glob("*.xz"))) if numbered.ARCHIVE.exists() else 0
+
+    def assert_consecutive(self, found: list[int], first: int, least: int) -> None:
+        expected = list(range(first, first + len(found)))
+        if found != expected:
+            wrong = next(i for i, pair in enumerate(zip(found, expected)) if pair[0] != pair[1])
+            self.fail(f"around line {found[max(wrong - 2, 0):wrong + 3]}")
+        self.assertGreaterEqual(found[-1], least)
+
+    def logged(self) -> int:
+        """A number whose line syslogd has written."""
+        last = 0
+        for path in (numbered.LIVE_LOG, numbered.LIVE_LOG.with_suffix(".txt.0")):
+            try:
+                last = max([last, *numbers(path.read_bytes())])
+            except FileNotFoundError:
+                pass
+        return last
+
+    def test_every_read_is_consecutive(self) -> None:
+        runs = 0
+        while self.archived() < 8:
+            least = self.logged()
+            done = subprocess.run(moraine("-j1" if runs % 2 else "-j2"), stdout=subprocess.PIPE,
+                                  check=True)
+            if least:
+                self.assert_consecutive(numbers(done.stdout), 1, least)
+                runs += 1
+        self.assertGreater(runs, 20)
+
+    def test_every_reversed_read_is_consecutive(self) -> None:
+        runs = 0
+        while self.archived() < 4:
+            least = self.logged()
+            done = subprocess.run(moraine("-r", "-g", "flood"), stdout=subprocess.PIPE)
+            found = numbers(done.stdout)[::-1]
+            if least:
+                self.assert_consecutive(found, 1, least)
+                runs += 1
+        self.assertGreater(runs, 10)
+
+    def test_follow_prints_each_line_once(self) -> None:
+        self.wait_until(lambda: self.logged() > 100, "a hundred lines")
+        follower = subprocess.Popen(moraine("-f", "-n", "5"), stdout=subprocess.PIPE)
+        assert follower.stdout is not None
+        output: list[bytes] = []
+        reader = threading.Thread(target=lambda: output.extend(follower.stdout))
+        reader.start()
+        before = self.archived()
+        self.wait_until(lambda: self.archived() >= before + 5, "five more archive files")
+        services.syslogd.stop()
+        self.flood.stop()
+        services.syslogd.start()
+        marker = self.flood.written + 1
+        last = numbered.Flood(rate=1000, limit=marker)
+        last.written = marker - 1
+        last.start()
+        self.addCleanup(last.stop)
+        self.wait_until(lambda: any(b" line %d " % marker in line for line in output[-50:]),
+                        "the last line")
+        follower.send_signal(signal.SIGINT)
+        self.assertEqual(follower.wait(), 130)
+        reader.join()
+        follower.stdout.close()
+        found = numbers(b"".join(output))
+        self.assert_consecutive(found, found[0], marker)
+
+    def test_a_shipper_gets_each_line_once_across_its_restarts(self) -> None:
+        """The position in the cursor file outlives rotation, archiving and a reboot's new number."""
+        shipped: list[int] = []
+        self.wait_until(lambda: self.logged() > 100, "a hundred lines")
+        while self.archived() < 4:
+            done = subprocess.run(moraine("-o", "json", "--cursor-file", "/perm/cursor"),
+                                  stdout=subprocess.PIPE)
+            self.assertIn(done.returncode, (0, 1))
+            for line in done.stdout.splitlines():
+                message = json.loads(line)["message"]
+                if message.startswith("line "):
+                    shipped.append(int(message.split()[1]))
+        self.assert_consecutive(shipped, 1, 1)
+
+
+if __name__ == "__main__":
+    case.main()
