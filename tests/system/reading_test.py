@@ -3,6 +3,7 @@ numbers of the lines that it prints are consecutive."""
 from __future__ import annotations
 
 import json
+import lzma
 import os
 import re
 import signal
@@ -96,8 +97,9 @@ class Flooded(SandboxCase):
         reader.start()
         before = self.archived()
         self.wait_until(lambda: self.archived() >= before + 5, "five more archive files")
-        services.syslogd.stop()
         self.flood.stop()
+        self.wait_until(lambda: numbered.has_logged(self.flood.written), "all lines so far")
+        services.syslogd.stop()
         services.syslogd.start()
         marker = self.flood.written + 1
         last = numbered.Flood(rate=1000, limit=marker)
@@ -126,6 +128,93 @@ class Flooded(SandboxCase):
                 if message.startswith("line "):
                     shipped.append(int(message.split()[1]))
         self.assert_consecutive(shipped, 1, 1)
+
+
+class Mover(threading.Thread):
+    """Does what syslogd and the daemon do to the files, and nothing else, as fast as it can."""
+
+    def __init__(self) -> None:
+        super().__init__(daemon=True)
+        self.rotations = 0
+        self.logged = 0
+        self._stopping = threading.Event()
+        numbered.ARCHIVE.mkdir(parents=True, exist_ok=True)
+
+    def stop(self) -> None:
+        self._stopping.set()
+        self.join()
+
+    def run(self) -> None:
+        while not self._stopping.is_set():
+            with numbered.LIVE_LOG.open("ab", buffering=0) as live_log:
+                for _ in range(5):
+                    line = numbered.LINE.format(self.logged + 1, 0, 0, 0, 0)[4:]
+                    live_log.write(b"Jan  1 00:00:00 device user.info " + line.encode() + b"\n")
+                    self.logged += 1
+            self._rotate()
+            if self.rotation(4).exists():
+                self._archive(self.rotation(4))
+
+    @staticmethod
+    def rotation(number: int) -> Path:
+        return numbered.LIVE_LOG.with_name(f"messages.txt.{number}")
+
+    def _rotate(self) -> None:
+        for number in range(8, -1, -1):
+            if self.rotation(number).exists():
+                self.rotation(number).rename(self.rotation(number + 1))
+        numbered.LIVE_LOG.rename(self.rotation(0))
+        self.rotations += 1
+
+    def _archive(self, source: Path) -> None:
+        compressed = source.with_name(source.name + ".xz")
+        compressed.write_bytes(lzma.compress(source.read_bytes()))
+        times = source.stat()
+        os.utime(compressed, ns=(times.st_atime_ns, times.st_mtime_ns))
+        stamp = f"{self.rotations // 3600:02}:{self.rotations // 60 % 60:02}:{self.rotations % 60:02}"
+        compressed.rename(numbered.ARCHIVE / f"messages.001.1970-01-01.{stamp}.txt.xz")
+        source.unlink()
+
+
+class Moved(SandboxCase):
+
+    def read_while_moving(self, *options: str) -> None:
+        mover = Mover()
+        self.addCleanup(mover.stop)
+        mover.start()
+        self.wait_until(lambda: mover.rotations > 10, "ten rotations")
+        for run in range(150):
+            least = mover.logged
+            done = subprocess.run(moraine(*options), stdout=subprocess.PIPE, check=True)
+            found = numbers(done.stdout)
+            found = found[::-1] if "-r" in options else found
+            with self.subTest(run=run, rotations=mover.rotations):
+                self.assertEqual(found, list(range(found[0], found[-1] + 1)))
+                self.assertGreaterEqual(found[-1], least)
+                if "-n" not in options:
+                    self.assertEqual(found[0], 1)
+
+    def test_forward(self) -> None:
+        self.read_while_moving()
+
+    def test_reversed(self) -> None:
+        self.read_while_moving("-r")
+
+    def test_last_lines(self) -> None:
+        self.read_while_moving("-n", "40")
+
+    def test_a_file_that_is_archived_and_still_waits_is_printed_once(self) -> None:
+        numbered.ARCHIVE.mkdir(parents=True)
+        text = b"Jan  1 00:00:00 device user.info flood: line 1 end 1\n"
+        source = Mover.rotation(3)
+        source.write_bytes(text)
+        archived = numbered.ARCHIVE / case.archive_name(1)
+        archived.write_bytes(lzma.compress(text))
+        for moved, lines in ((0, 1), (1, 2)):  # the times to the nanosecond, or not
+            time = source.stat().st_mtime_ns + moved
+            os.utime(archived, ns=(time, time))
+            done = subprocess.run(moraine(), stdout=subprocess.PIPE, check=True)
+            self.assertEqual(done.stdout, text * lines)
 
 
 if __name__ == "__main__":
