@@ -98,6 +98,18 @@ std::uint64_t Log::GetSize(std::size_t index) const {
     return static_cast<std::uint64_t>(status.st_size);
 }
 
+int Log::OpenSource(std::size_t index, std::string& error) const {
+    const Catalogue& catalogue = files->catalogue;
+    const Entry& entry = catalogue.entries[index];
+    if (entry.isPlaced) {
+        const int copy = fcntl(catalogue.placed[entry.id].place.fd, F_DUPFD_CLOEXEC, 0);
+        if (copy < 0) error = strerror(errno);
+        return copy;
+    }
+    OpenFile file;
+    return catalogue.Open(index, file, error) == OpenResult::Opened ? file.owned.Release() : -1;
+}
+
 std::uint32_t Log::CurrentBoot() const {
     return files->catalogue.currentBoot;
 }

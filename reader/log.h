@@ -128,6 +128,10 @@ public:
     Source GetSource(std::size_t index) const;
     // Size on disk; 0 if it is gone.
     std::uint64_t GetSize(std::size_t index) const;
+    // Opens a file of a folder for pread; the caller closes the descriptor. A log that waits is the
+    // one that Open found, whatever its name is now. Returns -1 on failure, with the reason in
+    // `error`, which stays empty if the daemon has deleted the file.
+    int OpenSource(std::size_t index, std::string& error) const;
 
     // The current boot's number, and the boots that have a log, oldest first.
     std::uint32_t CurrentBoot() const;

@@ -22,7 +22,8 @@ struct Verb {
 };
 
 constexpr Verb Verbs[]{
-    {"log", Tool::RunLog}, {"boots", Tool::RunBoots}, {"verify", Tool::RunVerify}};
+    {"log", Tool::RunLog},       {"boots", Tool::RunBoots}, {"status", Tool::RunStatus},
+    {"verify", Tool::RunVerify}, {"pack", Tool::RunPack},   {"delete", Tool::RunDelete}};
 
 constexpr int FailureStatus = 2;
 

@@ -12,5 +12,8 @@ using Arguments = std::span<char* const>;
 int RunLog(Arguments arguments);
 int RunBoots(Arguments arguments);
 int RunVerify(Arguments arguments);
+int RunStatus(Arguments arguments);
+int RunPack(Arguments arguments);
+int RunDelete(Arguments arguments);
 
 }  // namespace Tool

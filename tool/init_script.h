@@ -1,0 +1,13 @@
+// Calls an init script of the device, as a user would.
+#pragma once
+
+#include <string>
+
+namespace Tool {
+
+// Runs `script` with the argument `action`, out of reach of the terminal's signals. Returns true on
+// failure, with what the script printed, or why it could not be run, in `output`.
+[[nodiscard]] bool RunInitScript(const std::string& script, const char* action,
+                                 std::string& output);
+
+}  // namespace Tool

@@ -1,0 +1,218 @@
+// Writes the log to a tar file, which gets its name only once it is complete.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "reader/format.h"
+#include "reader/log.h"
+#include "reader/pack.h"
+#include "tool/input.h"
+#include "tool/options.h"
+#include "tool/output.h"
+#include "tool/output_file.h"
+#include "tool/verbs.h"
+#include "tool/wording.h"
+
+namespace Tool {
+
+namespace {
+
+using Which = Reader::PackOptions::Which;
+
+constexpr Reader::BootRange NoBoot{.first = -1, .last = -1};
+
+struct Request {
+    std::string output;  // empty: named for host and time
+    bool isForced = false;
+    bool isDryRun = false;
+    std::optional<BootChoice> boots;  // -b
+    Reader::PackOptions options;
+};
+
+// "15M", "none"
+std::uint64_t ReadSize(const std::string& text) {
+    if (text == "none") return Reader::PackOptions::NoLimit;
+    std::uint64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    static constexpr std::string_view Suffixes = "KMG";
+    unsigned shift = 0;
+    if (rest != end && rest + 1 == end) {
+        const char suffix = static_cast<char>(*rest & ~0x20);  // in upper case
+        const std::size_t index = Suffixes.find(suffix);
+        if (index != std::string_view::npos) shift = 10 * (static_cast<unsigned>(index) + 1);
+    }
+    const bool hasUnknownRest = rest != end && shift == 0;
+    if (error != std::errc() || hasUnknownRest || number > UINT64_MAX >> shift) {
+        throw UsageError("--limit: '" + text + "' is not a size, as 500K, 15M, 2G or none");
+    }
+    return number << shift;
+}
+
+void SetWhich(Request& request, Which which) {
+    if (request.options.which != Which::All && request.options.which != which) {
+        throw UsageError("--oldest and --newest exclude each other");
+    }
+    request.options.which = which;
+}
+
+Request ReadRequest(Arguments arguments) {
+    enum { Force = 256, Newest, Oldest, Files, Boots, DryRun };
+    static constexpr Option Options[]{{'o', "output", Option::Value::Required},
+                                      {Force, "force"},
+                                      {'l', "limit", Option::Value::Required},
+                                      {Newest, "newest"},
+                                      {Oldest, "oldest"},
+                                      {Files, "files", Option::Value::Required},
+                                      {Boots, "boots", Option::Value::Required},
+                                      {'b', "boot", Option::Value::OptionalRange},
+                                      {DryRun, "dry-run"}};
+    Request request;
+    OptionReader options(Options, arguments);
+    while (const int option = options.Next()) {
+        switch (option) {
+            case 'o':
+                request.output = options.Value();
+                if (request.output.empty()) throw UsageError("--output: no file is named");
+                break;
+            case Force:
+                request.isForced = true;
+                break;
+            case 'l':
+                request.options.limit = ReadSize(options.Value());
+                break;
+            case Newest:
+                SetWhich(request, Which::Newest);
+                break;
+            case Oldest:
+                SetWhich(request, Which::Oldest);
+                break;
+            case Files:
+                request.options.maxFiles = options.Number();
+                break;
+            case Boots:
+                request.options.maxBoots = options.Number();
+                break;
+            case 'b':
+                request.boots = ParseBoots(options.Value());
+                break;
+            default:
+                request.isDryRun = true;
+        }
+    }
+    return request;
+}
+
+std::string HostName() {
+    std::array<char, 256> name{};
+    if (gethostname(name.data(), name.size() - 1) != 0 || name.front() == '\0') return "device";
+    return name.data();
+}
+
+// "device-logs-20261121-174808.tar"
+std::string DefaultFile(const Reader::PackOrigin& origin) {
+    const std::time_t now = origin.time;
+    std::tm local{};
+    localtime_r(&now, &local);
+    std::array<char, 32> stamp{};
+    std::strftime(stamp.data(), stamp.size(), "%Y%m%d-%H%M%S", &local);
+    std::string host = origin.host;
+    std::replace(host.begin(), host.end(), '/', '_');
+    return host + "-logs-" + stamp.data() + ".tar";
+}
+
+std::string LeftOut(const Reader::Packer& packer) {
+    const std::vector<std::string>& names = packer.LeftOut();
+    if (names.empty()) return "nothing left out";
+    std::string text = Counted(names.size(), "file", "files") + " left out";
+    text += " (" + Shown(names.front(), STDERR_FILENO);
+    if (names.size() > 1) text += " to " + Shown(names.back(), STDERR_FILENO);
+    return text + ")";
+}
+
+void PrintMembers(const Reader::Packer& packer) {
+    for (const Reader::PackMember& member : packer.Members()) {
+        std::printf("%12llu  %s\n", static_cast<unsigned long long>(member.size),
+                    Shown(member.name).c_str());
+    }
+    std::printf("%12llu  in all, with the manifest; %s\n",
+                static_cast<unsigned long long>(packer.StreamSize()), LeftOut(packer).c_str());
+}
+
+int WriteFile(OutputFile& file, Reader::Packer& packer, const std::string& name) {
+    static constexpr std::uint64_t BetweenShows = 256UL << 10;
+    ProgressLine progress;
+    std::uint64_t shown = 0;
+    const auto show = [&](std::uint64_t done) {
+        if (done - shown < BetweenShows || !progress.IsDue()) return;
+        shown = done;
+        progress.Show("Packing: " + FormatSize(done) + " of " + FormatSize(packer.StreamSize()));
+    };
+    const bool hasFailed =
+        packer.Write([&](std::string_view bytes) { return file.Write(bytes); }, show) ||
+        file.Commit();
+    progress.Clear();
+    if (hasFailed) {
+        PrintMessage(file.Name(), file.Error());
+        return FailureStatus;
+    }
+    std::fprintf(stderr, "%s: %s, %s; %s\n", Shown(name, STDERR_FILENO).c_str(),
+                 Counted(packer.Members().size(), "file", "files").c_str(),
+                 FormatSize(packer.StreamSize()).c_str(), LeftOut(packer).c_str());
+    return 0;
+}
+
+int Pack(const Request& request, const Reader::Log& log, const Reader::Report& report) {
+    const Reader::PackOrigin origin{.host = HostName(),
+                                    .version = MORAINE_VERSION,
+                                    .boot = log.CurrentBoot(),
+                                    .time = std::time(nullptr)};
+    const std::string name = request.output.empty() ? DefaultFile(origin) : request.output;
+    OutputFile file;
+    if (!request.isDryRun && file.Open(name, request.isForced)) {
+        PrintMessage(file.Name(), file.Error());
+        return FailureStatus;
+    }
+    Reader::Packer packer(log, request.options, origin, report);
+    int status = 0;
+    if (packer.Members().empty()) {
+        PrintMessage("nothing to pack", LeftOut(packer));
+        status = NothingStatus;
+    } else if (request.isDryRun) {
+        PrintMembers(packer);
+        if (std::fflush(stdout) != 0) status = FailureStatus;
+    } else {
+        status = WriteFile(file, packer, name);
+    }
+    return packer.HasUnreadable() ? FailureStatus : status;
+}
+
+}  // namespace
+
+int RunPack(Arguments arguments) {
+    Request request = ReadRequest(arguments);
+    HandleInterrupt();
+    const Reader::Report report = PrintMessage;
+    Reader::Log log(report);
+    const bool isIncomplete = log.OpenDevice();
+    if (request.boots) {
+        request.options.boots = ResolveBoots(log, *request.boots);
+        if (!request.options.boots) request.options.boots = NoBoot;
+    }
+    const int status = Pack(request, log, report);
+    return isIncomplete ? FailureStatus : status;
+}
+
+}  // namespace Tool
