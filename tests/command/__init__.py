@@ -1,0 +1,1 @@
+"""The command `moraine` as a black box, in a sandbox."""
