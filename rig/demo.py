@@ -4,7 +4,10 @@ from __future__ import annotations
 import argparse
 import os
 import re
+import shlex
+import shutil
 import signal
+import subprocess
 import sys
 import threading
 import time
@@ -17,6 +20,7 @@ from tests.harness.paths import BUSYBOX, ROOT
 from tests.harness.progress import Progress
 from tests.harness.waiting import wait_until
 
+COMPLETION = ROOT / "packaging/bash-completion/moraine"
 RED, GREEN, CYAN = "1;31", "1;32", "36"
 
 
@@ -26,6 +30,8 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--rate", type=positive, default=1000, help="lines per second (1000)")
     parser.add_argument("--rotation-size", type=positive, default=600, metavar="KIB",
                         help="size at which syslogd rotates its file, in KiB (600)")
+    parser.add_argument("--keep", action="store_true",
+                        help="end with a shell inside the sandbox")
     parser.add_argument("--build", type=Path, default=ROOT / "build/release",
                         help="folder in which the daemon was built")
     parser.add_argument("--busybox", type=Path, default=BUSYBOX)
@@ -169,26 +175,64 @@ def print_verdict(verdict: Verdict, screen: Progress) -> None:
         screen.line(f"NOTHING LOST: {verdict}", GREEN)
 
 
+# What to try on the log that is there now.
+TOUR = (("boots",), ("-g", "vandis-moraine: Archived", "-n", "3"), ("status",))
+
+
+def show_tour(screen: Screen) -> None:
+    """Calls the command `moraine`; syslogd and the daemon run."""
+    for arguments in TOUR:
+        screen.line(f"\n$ {shlex.join(('moraine', *arguments))}", CYAN)
+        subprocess.run(["moraine", *arguments], env={**os.environ, "PAGER": "cat"})
+
+
+def run_shell(screen: Screen) -> None:
+    """Until the user leaves it."""
+    screen.line("\nThis is a shell inside the sandbox, with the log and its services. "
+                "exit ends both. Try: moraine --help", CYAN)
+    bash = shutil.which("bash")
+    shell = [bash, "--rcfile", str(COMPLETION)] if bash else ["sh"]
+    subprocess.run(shell, cwd="/perm/logs/syslog", env={**os.environ, "PS1": "sandbox# "})
+
+
+def look_around(arguments: argparse.Namespace, screen: Screen) -> None:
+    services.syslogd.start()
+    try:
+        services.daemon.start()
+        show_tour(screen)
+        if arguments.keep:
+            run_shell(screen)
+        services.daemon.stop()
+    finally:
+        services.syslogd.stop()
+
+
+def show(arguments: argparse.Namespace, screen: Screen) -> int:
+    written = demonstrate(arguments, screen)
+    files = [file.read() for file in log_files()]
+    print_archive(files, screen)
+    verdict = numbered.judge(written, files)
+    print_verdict(verdict, screen)
+    look_around(arguments, screen)
+    return 1 if verdict.lost else 0
+
+
 def main() -> int:
     arguments = parse_arguments()
     if arguments.only_check_arguments:
         return 0
     if not arguments.inside:
         argv = sandbox.python("rig.demo", "--inside", *sys.argv[1:])
-        sandbox.enter(sandbox.command(arguments.build.resolve(), argv,
-                                      busybox=arguments.busybox.resolve()))
+        build = arguments.build.resolve()
+        sandbox.enter(sandbox.command(build, argv, busybox=arguments.busybox.resolve(),
+                                      placed={"/usr/sbin/moraine": build / "moraine"}))
 
     screen = Progress()
     try:
-        written = demonstrate(arguments, screen)
+        return show(arguments, screen)
     except RuntimeError as error:
         screen.line(f"demo: {error}", RED)
         return 1
-    files = [file.read() for file in log_files()]
-    print_archive(files, screen)
-    verdict = numbered.judge(written, files)
-    print_verdict(verdict, screen)
-    return 1 if verdict.lost else 0
 
 
 if __name__ == "__main__":
