@@ -30,7 +30,7 @@ struct Request {
     enum class From { Nowhere, Oldest, Newest } from = From::Nowhere;
     std::optional<std::uint64_t> maxFiles;
     std::optional<std::uint64_t> maxBoots;
-    std::optional<BootChoice> boots;  // -b
+    std::optional<Reader::BootChoice> boots;  // -b
     bool isConfirmed = false;
     bool isDryRun = false;
 };
@@ -82,7 +82,7 @@ Request ReadRequest(Arguments arguments) {
                 request.maxBoots = options.Number();
                 break;
             case 'b':
-                request.boots = ParseBoots(options.Value());
+                request.boots = ReadBoots(options);
                 break;
             case Yes:
                 request.isConfirmed = true;
@@ -103,10 +103,7 @@ struct Victim {
 std::vector<Victim> Choose(const Request& request, const Reader::Log& log) {
     std::vector<Victim> victims;
     std::optional<Reader::BootRange> range;
-    if (request.boots) {
-        range = ResolveBoots(log, *request.boots);
-        if (!range) return victims;
-    }
+    if (request.boots) range = ResolveBoots(log, *request.boots);
     std::set<std::uint32_t> boots;
     const std::size_t count = log.NumSources();
     for (std::size_t i = 0; i < count; ++i) {

@@ -31,13 +31,11 @@ namespace {
 
 using Which = Reader::PackOptions::Which;
 
-constexpr Reader::BootRange NoBoot{.first = -1, .last = -1};
-
 struct Request {
     std::string output;  // empty: named for host and time
     bool isForced = false;
     bool isDryRun = false;
-    std::optional<BootChoice> boots;  // -b
+    std::optional<Reader::BootChoice> boots;  // -b
     Reader::PackOptions options;
 };
 
@@ -106,7 +104,7 @@ Request ReadRequest(Arguments arguments) {
                 request.options.maxBoots = options.Number();
                 break;
             case 'b':
-                request.boots = ParseBoots(options.Value());
+                request.boots = ReadBoots(options);
                 break;
             default:
                 request.isDryRun = true;
@@ -207,10 +205,7 @@ int RunPack(Arguments arguments) {
     const Reader::Report report = PrintMessage;
     Reader::Log log(report);
     const bool isIncomplete = log.OpenDevice();
-    if (request.boots) {
-        request.options.boots = ResolveBoots(log, *request.boots);
-        if (!request.options.boots) request.options.boots = NoBoot;
-    }
+    if (request.boots) request.options.boots = ResolveBoots(log, *request.boots);
     const int status = Pack(request, log, report);
     return isIncomplete ? FailureStatus : status;
 }
