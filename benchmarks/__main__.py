@@ -14,7 +14,8 @@ import sys
 from pathlib import Path
 from typing import Any, Callable, Mapping
 
-from benchmarks import archiving, footprint, idle, load, plot, report, scale
+from benchmarks import (archiving, footprint, idle, load, plot, reading, report,
+                        scale)
 from benchmarks.measure import Row
 from tests.harness import sandbox
 from tests.harness.paths import DAEMON, ROOT
@@ -26,8 +27,9 @@ INSIDE: Mapping[str, Callable[..., dict]] = {
     "scale": scale.measure,
     "load": load.measure,
     "flood": load.flood,
+    "reading": reading.measure,
 }
-SECTIONS = ("footprint", "idle", "archiving", "scale", "load")
+SECTIONS = ("footprint", "idle", "archiving", "scale", "load", "reading")
 
 
 @dataclasses.dataclass
@@ -65,7 +67,8 @@ class Sandbox:
             arguments["disk"] = str(disk) if disk else None
         tools = builds.static / "benchmarks"
         placed = {"/usr/sbin/engine": tools / "engine", "/usr/sbin/floor": tools / "floor",
-                  "/usr/sbin/logrotate": Path("/usr/sbin/logrotate")}
+                  "/usr/sbin/logrotate": Path("/usr/sbin/logrotate"),
+                  reading.MORAINE: builds.static / "moraine"}
         if daemon:
             placed[DAEMON] = daemon
             placed[idle.FAST_SLEEP] = builds.fast_sleep
@@ -155,6 +158,9 @@ def measure(sections: list[str], quick: bool, disk: Path, builds: Builds) -> dic
         if not quick:
             floods = [Sandbox(builds, "flood", factor=factor, duration=130) for factor in (0.9, 2)]
             results["floods"] = [add(each.result()) for each in floods]
+    if "reading" in sections:
+        add(Sandbox(builds, "reading", quick=quick).result())
+        results["rows"] += map(dataclasses.asdict, reading.measure_size(builds.arm_static / "moraine"))
     return results
 
 

@@ -179,14 +179,14 @@ def print_verdict(verdict: Verdict, screen: Progress) -> None:
 TOUR = (("boots",), ("-g", "vandis-moraine: Archived", "-n", "3"), ("status",))
 
 
-def show_tour(screen: Screen) -> None:
+def show_tour(screen: Progress) -> None:
     """Calls the command `moraine`; syslogd and the daemon run."""
     for arguments in TOUR:
         screen.line(f"\n$ {shlex.join(('moraine', *arguments))}", CYAN)
         subprocess.run(["moraine", *arguments], env={**os.environ, "PAGER": "cat"})
 
 
-def run_shell(screen: Screen) -> None:
+def run_shell(screen: Progress) -> None:
     """Until the user leaves it."""
     screen.line("\nThis is a shell inside the sandbox, with the log and its services. "
                 "exit ends both. Try: moraine --help", CYAN)
@@ -195,7 +195,7 @@ def run_shell(screen: Screen) -> None:
     subprocess.run(shell, cwd="/perm/logs/syslog", env={**os.environ, "PS1": "sandbox# "})
 
 
-def look_around(arguments: argparse.Namespace, screen: Screen) -> None:
+def look_around(arguments: argparse.Namespace, screen: Progress) -> None:
     services.syslogd.start()
     try:
         services.daemon.start()
@@ -207,7 +207,7 @@ def look_around(arguments: argparse.Namespace, screen: Screen) -> None:
         services.syslogd.stop()
 
 
-def show(arguments: argparse.Namespace, screen: Screen) -> int:
+def show(arguments: argparse.Namespace, screen: Progress) -> int:
     written = demonstrate(arguments, screen)
     files = [file.read() for file in log_files()]
     print_archive(files, screen)

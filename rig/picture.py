@@ -1,0 +1,157 @@
+"""Draws a terminal session with the command moraine: in a sandbox, syslogd and the daemon run through
+a few boots of a small machine; then the commands below are run on a terminal, and what they print
+becomes an SVG picture on standard output.
+
+    python3 -m rig.picture >docs/session.svg
+"""
+from __future__ import annotations
+
+import argparse
+import html
+import os
+import random
+import re
+import shlex
+import socket
+import subprocess
+import sys
+from pathlib import Path
+
+from tests.harness import sandbox, services
+from tests.harness.paths import BUSYBOX, LOG_SOCKET, ROOT, SYSLOG
+from tests.harness.waiting import wait_until
+
+COMMANDS = (
+    ("moraine", "boots"),
+    ("moraine", "-p", "err", "-n", "4"),
+    ("moraine", "-b", "-1", "-g", "pressure (8[5-9]|9)", "-n", "3"),
+    ("moraine", "status"),
+)
+BOOTS = 4
+ROTATION_KB = 16
+
+SEVERITY = {"err": 11, "warning": 12, "info": 14}  # of the facility user
+
+CHARACTER, LINE, MARGIN = 8.43, 19, 18
+COLOURS = {31: "#ff7b72", 32: "#7ee787", 33: "#e3b341", 34: "#79c0ff", 35: "#d2a8ff",
+           36: "#76e3ea", 90: "#8b949e", 91: "#ffa198"}
+TEXT, PAPER = "#e6edf3", "#0d1117"
+SGR = re.compile(r"\x1b\[([0-9;]*)m")
+
+
+def log(severity: str, tag: str, text: str) -> None:
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+        sender.connect(str(LOG_SOCKET))
+        sender.send(f"<{SEVERITY[severity]}>{tag}: {text}".encode())
+
+
+def work(choose: random.Random) -> None:
+    """The lines of one boot, until syslogd has rotated."""
+    log("info", "pump[212]", "started, firmware 2.4.1")
+    while not (SYSLOG / "messages.txt.0").exists():
+        pressure = choose.gauss(70, 8)
+        log("info", "pump[212]", f"pressure {pressure:.1f} kPa, flow {choose.gauss(410, 9):.0f} l/h")
+        if pressure > 90:
+            log("warning", "pump[212]", f"pressure above {pressure:.0f} kPa, valve 3 opened")
+        if choose.random() < 0.01:
+            log("err", "modbus[198]", f"no answer from unit {choose.randrange(1, 9)} in 500 ms")
+    log("info", "pump[212]", f"pressure {choose.gauss(70, 3):.1f} kPa, valves closed")
+
+
+def run_boots() -> None:
+    choose = random.Random(7)
+    services.set_rotation_size(ROTATION_KB)
+    for boot in range(BOOTS):
+        services.syslogd.start()
+        services.daemon.start()
+        work(choose)
+        if boot < BOOTS - 1:
+            services.daemon.stop()  # It archives the rotation.
+            services.syslogd.stop()
+            wait_until(lambda: not LOG_SOCKET.exists(), 1)
+
+
+def on_terminal(argv: tuple[str, ...]) -> str:
+    master, slave = os.openpty()
+    process = subprocess.Popen(argv, stdout=slave, stderr=slave,
+                               env={**os.environ, "PAGER": "cat", "TERM": "xterm"})
+    os.close(slave)
+    shown = b""
+    try:
+        while chunk := os.read(master, 65536):
+            shown += chunk
+    except OSError:  # It has ended.
+        pass
+    process.wait()
+    os.close(master)
+    return shown.decode().replace("\r\n", "\n")
+
+
+def session() -> list[str]:
+    """The lines of the session, with their colours."""
+    Path("/dev/pts").mkdir(exist_ok=True)
+    subprocess.run(["mount", "-t", "devpts", "-o", "newinstance,ptmxmode=0666", "devpts", "/dev/pts"],
+                   check=True)
+    if not Path("/dev/ptmx").exists():
+        Path("/dev/ptmx").symlink_to("pts/ptmx")
+    lines = []
+    for argv in COMMANDS:
+        lines += [f"\x1b[32m$\x1b[0m {shlex.join(argv)}", *on_terminal(argv).splitlines(), ""]
+    return lines[:-1]
+
+
+def spans(line: str) -> str:
+    """One line as SVG text."""
+    parts, colour, is_bold = [], None, False
+    for index, piece in enumerate(SGR.split(line)):
+        if index % 2 == 0:
+            if piece:
+                style = f' fill="{colour}"' if colour else ""
+                style += ' font-weight="bold"' if is_bold else ""
+                parts.append(f"<tspan{style}>{html.escape(piece)}</tspan>")
+            continue
+        for code in (int(text or 0) for text in piece.split(";")):
+            if code == 0:
+                colour, is_bold = None, False
+            elif code == 1:
+                is_bold = True
+            else:
+                colour = COLOURS.get(code, colour)
+    return "".join(parts)
+
+
+def picture(lines: list[str]) -> str:
+    width = round(max(len(SGR.sub("", line)) for line in lines) * CHARACTER + 2 * MARGIN)
+    height = len(lines) * LINE + 2 * MARGIN
+    rows = [f'<text x="{MARGIN}" y="{MARGIN + (row + 0.75) * LINE:.0f}" xml:space="preserve">'
+            f"{spans(line)}</text>" for row, line in enumerate(lines) if line]
+    return "\n".join((
+        f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" '
+        f'height="{height}" role="img" aria-label="A terminal session with the command moraine">',
+        f'<rect width="100%" height="100%" rx="8" fill="{PAPER}"/>',
+        f'<g font-family="ui-monospace, DejaVu Sans Mono, Menlo, Consolas, monospace" '
+        f'font-size="14" fill="{TEXT}">', *rows, "</g>", "</svg>"))
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(prog="python3 -m rig.picture", description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--text", action="store_true", help="print the session as text instead")
+    parser.add_argument("--build", type=Path, default=ROOT / "build/release",
+                        help="folder in which the product was built")
+    parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
+    arguments = parser.parse_args()
+    if not arguments.inside:
+        build = arguments.build.resolve()
+        sandbox.enter(sandbox.command(
+            build, sandbox.python("rig.picture", "--inside", *sys.argv[1:]), busybox=BUSYBOX,
+            placed={"/usr/sbin/moraine": build / "moraine"}))
+    run_boots()
+    lines = session()
+    services.daemon.stop()
+    services.syslogd.stop()
+    print("\n".join(SGR.sub("", line) for line in lines) if arguments.text else picture(lines))
+
+
+if __name__ == "__main__":
+    main()
