@@ -1,0 +1,398 @@
+// The page: connects its parts, and keeps its address in step with what it shows.
+
+import * as address from "./address.js";
+import {Refused, json} from "./api.js";
+import {Boots} from "./boots.js";
+import {Device} from "./device.js";
+import {Download} from "./download.js";
+import {matcher} from "./expression.js";
+import {count, size} from "./format.js";
+import {Lines} from "./lines.js";
+import {MAX_LINES, Reading} from "./reading.js";
+
+const TYPING_MS = 600;
+const TEXT_FILTERS = ["tag", "since", "until"];
+
+const $ = (id) => document.getElementById(id);
+const show = (id, isShown) => { $(id).hidden = !isShown; };
+
+let state = address.read();
+let results = null;      // while a context is shown: where its line stands in the results
+let stopFollowing = null;
+let newLines = 0;        // that came while the reader was elsewhere
+
+const lines = new Lines($("lines"), {
+    onNear: (side) => reading.more(side),
+    onClick: (row) => (state.context || !address.isFiltered(state) ? mark(row) : openContext(row)),
+    onMove: moved,
+});
+const device = new Device(showStatus, showReachable);
+const reading = new Reading(device, lines, showState);
+const boots = new Boots($("boots"), $("boot-text"), (boot) => change({boot}));
+const download = new Download($("dialog"), {
+    state: () => state,
+    boots: () => boots.boots,
+    bytesPerLine: (format) => {
+        const sample = lines.rows.slice(-200);
+        const overhead = format === "json" ? 230 : 60;
+        return overhead + sample.reduce((sum, row) => sum + row.message.length, 0) / (sample.length || 1);
+    },
+});
+
+// -- The state of the device
+
+let archive = "";
+
+function showStatus(status) {
+    const node = $("health");
+    const title = document.createElement("b");
+    title.textContent = status.healthy ? "Healthy" : "Not healthy";
+    const reasons = document.createElement("ul");
+    for (const reason of status.reasons ?? []) {
+        reasons.appendChild(document.createElement("li")).textContent = reason;
+    }
+    const text = [title.textContent, ...(status.reasons ?? [])].join("\n");
+    if (node.dataset.text !== text) {
+        node.dataset.text = text;
+        node.className = status.healthy ? "healthy" : "ill";
+        node.replaceChildren(title, ...(status.healthy ? [] : [reasons]));
+    }
+    if (!status.archive) return;
+    const {bytes, limit_bytes: limit, files} = status.archive;
+    const meter = $("archive-meter");
+    meter.max = limit;
+    meter.value = bytes;
+    $("archive-text").textContent = `Archive ${size(bytes)} of ${size(limit)}`;
+    meter.textContent = $("archive-text").textContent;
+    const version = JSON.stringify([status.archive, status.waiting?.rotations]);
+    if (archive && archive !== version) readBoots();
+    archive = version;
+}
+
+function showReachable(isLost) {
+    const since = new Date().toLocaleTimeString([], {hour12: false});
+    $("offline").textContent = `The device cannot be reached since ${since}. This is what was read before; the page continues by itself when the device is back.`;
+    show("offline", isLost);
+    document.body.classList.toggle("lost", isLost);
+    if (isLost) return;
+    readBoots();
+    if (lines.isAtEnd && !stopFollowing) reading.refresh();
+}
+
+async function readBoots() {
+    boots.set(await device.persist(AbortSignal.timeout(86400000), () => json("boots")));
+    if (!state.boot) reading.bootList = boots.boots;
+}
+
+// -- What is shown
+
+// Shows what the address says.
+async function open() {
+    state = address.read();
+    fillForm();
+    follow(false);
+    boots.select(state.boot);
+    if (!state.context) boots.mark(new Map());
+    const filters = state.context ? {} : state;
+    if (!setMatcher()) return;
+    await reading.open(filters, boots.boots, state.context || state.line || state.at, Boolean(state.context || state.line));
+    if (state.context) results ??= {list: [], index: -1};
+}
+
+// Changes filters, and begins again.
+function change(changes) {
+    const next = {...state, ...changes, at: "", line: "", context: ""};
+    if (JSON.stringify(next) === JSON.stringify(state)) return;
+    results = null;
+    address.write(next, {push: true});
+    const wasFollowing = Boolean(stopFollowing) && !next.boot;
+    open().then(() => wasFollowing && follow(true));
+}
+
+function fillForm() {
+    $("search").value = state.grep;
+    $("regexp").checked = state.regexp;
+    $("ignore-case").checked = state["ignore-case"];
+    $("priority").value = state.priority;
+    for (const name of TEXT_FILTERS) $(name).value = state[name];
+}
+
+// False, with a message, if the expression has an error.
+function setMatcher() {
+    let error = "";
+    try {
+        lines.find = matcher(state.grep, state.regexp, state["ignore-case"]);
+    } catch (caught) {
+        lines.find = () => [];
+        error = caught.message;
+    }
+    fieldError("search", error);
+    if (error) {
+        reading.clear(state);
+        showState();
+    }
+    return !error;
+}
+
+function fieldError(field, message) {
+    const fields = field === "search" ? ["search"] : ["since", "until"];
+    const error = $(field === "search" ? "search-error" : "time-error");
+    error.textContent = message;
+    error.hidden = !message;
+    for (const name of fields) {
+        if (message && (name === field || field === "search")) $(name).setAttribute("aria-invalid", "true");
+        else $(name).removeAttribute("aria-invalid");
+    }
+}
+
+// An error of the device, at the field that it names.
+function showError(error) {
+    const field = ["since", "until"].find((name) => error?.message.includes(name));
+    fieldError("since", "");
+    if (error instanceof Refused && field) fieldError(field, error.message);
+    else if (error instanceof Refused && error.message.includes("grep")) fieldError("search", error.message);
+}
+
+function showState() {
+    const isSearch = address.isFiltered(state) && !state.context;
+    const isSearching = reading.progress !== null;
+    showError(reading.error);
+    show("progress", isSearching);
+    show("cancel", isSearching);
+    if (isSearching) $("progress").value = reading.progress;
+    show("back", Boolean(state.context));
+    show("clear", isSearch && !isSearching);
+    show("newest", lines.hasBelow || reading.newer);
+    $("message").textContent = describe(isSearch, isSearching);
+    $("lines").classList.toggle("results", isSearch);
+    if (isSearch && !state.at && !state.line) markBoots();
+    const host = lines.rows.at(-1)?.host ?? location.hostname;
+    $("host").textContent = host;
+    document.title = `${host}: log`;
+}
+
+function describe(isSearch, isSearching) {
+    if (reading.error) return reading.error.message;
+    if ($("search").hasAttribute("aria-invalid")) return "";
+    const found = lines.rows.length;
+    const which = lines.current ? `Match ${(lines.rows.indexOf(lines.current) + 1).toLocaleString("en")} of ${found.toLocaleString("en")}` : count(found, "match");
+    if (isSearching) return `Searching, ${Math.floor(100 * reading.progress)} %: ${count(found, "match")}`;
+    if (state.context) return `Around ${lines.current ? lines.describe(lines.current) : "the line"}`;
+    if (stopFollowing && newLines && !lines.isAtEnd) return `Following, ${count(newLines, "new line")}`;
+    if (stopFollowing) return "Following";
+    if (!isSearch) return found || !reading.isComplete ? "" : "No lines";
+    if (!found) return reading.isComplete ? "No line matches." : "";
+    if (reading.cancelled) return `Cancelled: ${which} so far`;
+    if (found >= MAX_LINES) return `${which}, the newest`;
+    return `${which}${reading.older || reading.newer ? " so far" : ""}`;
+}
+
+function markBoots() {
+    const found = new Map();
+    for (const {boot} of lines.rows) found.set(boot, (found.get(boot) ?? 0) + 1);
+    boots.mark(found);
+}
+
+// -- Position
+
+let moveTimer = 0;
+
+function moved() {
+    if (lines.isAtEnd) newLines = 0;
+    show("newest", lines.hasBelow || reading.newer);
+    clearTimeout(moveTimer);
+    moveTimer = setTimeout(storePosition, 300);
+}
+
+function storePosition() {
+    if (state.context) return;
+    state.line = lines.current?.cursor ?? "";
+    state.at = state.line || lines.isAtEnd ? "" : lines.top?.cursor ?? "";
+    address.write(state);
+}
+
+function mark(row) {
+    lines.select(lines.rows.indexOf(row));
+    storePosition();
+    showState();
+}
+
+async function toNewest() {
+    lines.current = null;
+    newLines = 0;
+    if (reading.newer || state.context) {
+        const {context} = state;
+        state = {...state, at: "", line: "", context: "", ...(context ? {grep: "", tag: "", priority: "", since: "", until: ""} : {})};
+        address.write(state, {push: Boolean(context)});
+        await open();
+    }
+    lines.toEnd();
+    storePosition();
+    showState();
+}
+
+// -- Matches and their context
+
+function openContext(row) {
+    storePosition();
+    results = {list: lines.rows, index: lines.rows.indexOf(row)};
+    address.write({...state, at: "", line: row.cursor});
+    address.write({...state, at: "", line: "", follow: false, context: row.cursor}, {push: true});
+    open();
+    $("lines").focus();
+}
+
+function backToResults() {
+    const {list, index} = results ?? {list: []};
+    address.write({...state, context: "", line: list[index]?.cursor ?? state.context}, {push: true});
+    open();
+    $("lines").focus();
+}
+
+// Goes to the match `step` lines away; in a context, to the context of that match.
+function step(distance) {
+    if (state.context) {
+        const row = results?.list[results.index + distance];
+        if (!row) return;
+        results.index += distance;
+        address.write({...state, context: row.cursor});
+        open();
+        return;
+    }
+    const matches = lines.rows;
+    const isMatch = address.isFiltered(state) ? () => true : () => false;
+    let index = lines.current ? matches.indexOf(lines.current) + distance
+        : distance < 0 || lines.isAtEnd ? matches.length - 1 : matches.indexOf(lines.top);
+    while (matches[index] && !isMatch(matches[index])) index += distance;
+    if (matches[index]) mark(matches[index]);
+    else if (distance < 0) reading.more("older");
+    else reading.more("newer");
+}
+
+// -- Follow
+
+async function follow(isOn) {
+    stopFollowing?.();
+    stopFollowing = null;
+    $("follow").checked = isOn;
+    $("lines").setAttribute("aria-live", isOn ? "polite" : "off");
+    state.follow = isOn;
+    if (isOn) {
+        const isCurrent = !state.boot || boots.boots.some((boot) => boot.current && String(boot.boot) === state.boot);
+        if (!isCurrent || reading.newer || state.context) {
+            state = {...state, boot: isCurrent ? state.boot : "", at: "", line: "", context: "", follow: false};
+            address.write(state, {push: true});
+            await open();
+            $("follow").checked = true;
+            state.follow = true;
+        }
+        lines.current = null;
+        lines.toEnd();
+        stopFollowing = reading.follow();
+    }
+    address.write({...state, ...(isOn ? {at: "", line: ""} : {})});
+    showState();
+}
+
+// -- Input
+
+let typing = 0;
+
+function readForm() {
+    clearTimeout(typing);
+    const changes = {grep: $("search").value, regexp: $("regexp").checked,
+        "ignore-case": $("ignore-case").checked, priority: $("priority").value};
+    for (const name of TEXT_FILTERS) changes[name] = $(name).value.trim();
+    change(changes);
+}
+
+function typed() {
+    clearTimeout(typing);
+    typing = setTimeout(readForm, TYPING_MS);
+}
+
+$("filters").addEventListener("submit", (event) => {
+    event.preventDefault();
+    readForm();
+});
+for (const name of ["search", ...TEXT_FILTERS]) $(name).addEventListener("input", typed);
+for (const name of ["search", "regexp", "ignore-case", "priority", ...TEXT_FILTERS]) $(name).addEventListener("change", readForm);
+$("search").addEventListener("keydown", (event) => {
+    if (event.key !== "Enter") return;
+    event.preventDefault();
+    readForm();
+    $("lines").focus();
+});
+$("more-filters").addEventListener("click", () => {
+    const isOpen = $("fields").hidden;
+    $("fields").hidden = !isOpen;
+    $("more-filters").setAttribute("aria-expanded", isOpen);
+});
+$("all-boots").addEventListener("click", () => change({boot: ""}));
+$("cancel").addEventListener("click", () => reading.cancel());
+$("clear").addEventListener("click", () => change({grep: "", priority: "", tag: "", since: "", until: ""}));
+$("back").addEventListener("click", backToResults);
+$("newest").addEventListener("click", toNewest);
+$("follow").addEventListener("change", () => follow($("follow").checked));
+$("download").addEventListener("click", () => download.open());
+$("copy").addEventListener("click", copyLink);
+
+async function copyLink() {
+    storePosition();
+    let isCopied = true;
+    try {
+        await navigator.clipboard.writeText(location.href);
+    } catch {
+        isCopied = copyBySelection(location.href);
+    }
+    $("message").textContent = isCopied ? "Link copied" : "Copy the address of this page: it is the link.";
+    setTimeout(showState, 3000);
+}
+
+// The clipboard is there for secure pages only; a device has no certificate.
+function copyBySelection(text) {
+    const field = document.createElement("textarea");
+    field.value = text;
+    document.body.append(field);
+    field.select();
+    const isCopied = document.execCommand("copy");
+    field.remove();
+    $("copy").focus();
+    return isCopied;
+}
+
+const KEYS = {
+    "/": () => { $("search").focus(); $("search").select(); },
+    f: () => follow(!stopFollowing),
+    n: () => step(1),
+    p: () => step(-1),
+};
+
+document.addEventListener("keydown", (event) => {
+    const isTyping = event.target.matches("input:not([type=checkbox]), select, textarea") || $("dialog").open;
+    if (event.ctrlKey || event.metaKey || event.altKey) return;
+    if (event.key === "Escape" && !$("dialog").open && reading.progress !== null) reading.cancel();
+    else if (event.key === "Escape" && !isTyping && state.context) backToResults();
+    else if (event.key === "Enter" && event.target === $("lines") && lines.current && !state.context
+        && address.isFiltered(state)) openContext(lines.current);
+    else if (!isTyping && $("keys").checked && KEYS[event.key]) KEYS[event.key]();
+    else return;
+    event.preventDefault();
+});
+
+$("keys").checked = localStorage.getItem("keys") !== "off";
+$("keys").addEventListener("change", () => localStorage.setItem("keys", $("keys").checked ? "on" : "off"));
+addEventListener("popstate", () => open());
+addEventListener("hashchange", () => JSON.stringify(address.read()) === JSON.stringify(state) || open());
+
+// The lines come first; a search needs the boots for its progress.
+async function start() {
+    const wantsFollow = state.follow;
+    device.poll();
+    if (address.isFiltered(state) && !state.at && !state.line) await readBoots();
+    else readBoots();
+    await open();
+    if (wantsFollow) follow(true);
+}
+
+start();

@@ -1,0 +1,130 @@
+// The page beside a device made of numbers: sizes and accidents that a real one takes hours for.
+import assert from "node:assert/strict";
+import path from "node:path";
+import {after, afterEach, before, beforeEach, test} from "node:test";
+import {Browser, ROOT} from "./browser.mjs";
+import {MockDevice} from "./mock_device.mjs";
+
+const WWW = path.join(ROOT, "build/page-www");
+let browser, device, url;
+
+async function open({options, ...settings} = {}, hash = "") {
+    device = new MockDevice({www: WWW, ...settings});
+    url = await device.start();
+    browser = await Browser.launch(options);
+    await browser.page.goto(url + hash);
+    await browser.lines.getByText("flow").last().waitFor();
+}
+
+afterEach(async () => {
+    await browser?.close();
+    await device?.stop().catch(() => {});
+});
+
+async function elements() {
+    return browser.page.evaluate(() => document.querySelectorAll("[role=log] *").length);
+}
+
+test("135,000 lines scroll with a bounded document", async () => {
+    await open({boots: 900, linesPerBoot: 150});
+    const number = device.lines.length;
+    assert.ok(number > 100000, `${number} lines`);
+    // The oldest line, by scrolling up alone.
+    for (let round = 0; round < 200; round += 1) {
+        if (await browser.lines.getByText("Boot 1", {exact: true}).count()) break;
+        await browser.lines.evaluate((node) => { node.scrollTop = 0; });
+        await browser.page.waitForTimeout(50);
+        assert.ok(await elements() < 1000);
+        if (await browser.lines.evaluate((node) => [...node.querySelectorAll(".row")].some((row) => row.row.line === 1))) break;
+    }
+    const seen = await browser.lines.evaluate((node) => [...node.querySelectorAll(".row")].map((row) => row.row.line));
+    assert.equal(seen[0], 1);
+    // And down again, line by line: each once, in order.
+    let last = 0;
+    for (let round = 0; round < 40; round += 1) {
+        const rows = await browser.lines.evaluate((node) => {
+            node.scrollTop += node.clientHeight;
+            return new Promise((resolve) => setTimeout(() => resolve([...node.querySelectorAll(".row")].map((row) => row.row.line)), 30));
+        });
+        assert.ok(rows[0] <= last + 1 || last === 0, `gap between ${last} and ${rows[0]}`);
+        rows.forEach((line, index) => assert.equal(line, rows[0] + index));
+        last = rows.at(-1);
+    }
+    assert.deepEqual(browser.console, []);
+});
+
+test("a search shows results and progress while it reads, and can be cancelled", async () => {
+    await open({boots: 300, linesPerBoot: 400, delay: 40});
+    await browser.search("Out of memory");
+    await browser.lines.getByText("Out of memory").first().waitFor();
+    const progress = browser.get("progressbar", "Search progress");
+    assert.ok(await progress.isVisible());
+    await browser.page.getByText(/Searching, [1-9]/).waitFor();
+    await browser.get("button", "Cancel").click();
+    await browser.page.getByText(/Cancelled: [\d,]+ match/).waitFor();
+    assert.ok(!await progress.isVisible());
+    const requests = device.requests.length;
+    await browser.page.waitForTimeout(300);
+    assert.equal(device.requests.slice(requests).filter((request) => request.includes("/log")).length, 0);
+});
+
+test("the device goes away in the middle of a search and comes back", async () => {
+    await open({boots: 300, linesPerBoot: 400, delay: 20});
+    const expected = device.lines.filter((line) => line.message.includes("Out of memory")).length;
+    await browser.search("Out of memory");
+    await browser.page.getByText(/Searching, [1-9]\d %/).waitFor();
+    const {port} = device;
+    await device.stop();
+    await browser.get("alert", "").filter({hasText: "cannot be reached"}).waitFor();
+    assert.ok(await browser.lines.getByText("Out of memory").count() > 0);
+    await browser.screenshot("unreachable");
+    await device.start(port);
+    await browser.page.getByText(`${expected} matches`, {exact: true}).waitFor();
+    assert.equal(await browser.get("alert", "").filter({hasText: "cannot be reached"}).count(), 0);
+});
+
+test("follow resumes behind the last line when the device is back", async () => {
+    await open({});
+    await browser.page.keyboard.press("f");
+    assert.ok(await browser.get("switch", "Follow").isChecked());
+    device.append({time: "2026-11-21T17:50:00", facility: "user", severity: "info", tag: "x", message: "new 1"});
+    await browser.lines.getByText("new 1", {exact: true}).waitFor();
+    const {port} = device;
+    await device.stop();
+    await browser.get("alert", "").filter({hasText: "cannot be reached"}).waitFor();
+    for (let i = 2; i < 30; i += 1) device.append({message: `new ${i}`});
+    await device.start(port);
+    await browser.lines.getByText("new 29", {exact: true}).waitFor();
+    const rows = await browser.lines.evaluate((node) => [...node.querySelectorAll(".row")].map((row) => row.row.line));
+    rows.forEach((line, index) => assert.equal(line, rows[0] + index));
+});
+
+test("filters and position survive a reload", async () => {
+    await open({boots: 40});
+    await browser.get("combobox", "Severity").selectOption("warning");
+    await browser.get("textbox", "Program").fill("pumpd");
+    await browser.page.getByText(/^\d+ matches$/).waitFor();
+    await browser.lines.focus();
+    for (let i = 0; i < 30; i += 1) await browser.page.keyboard.press("p");
+    const current = await browser.lines.locator("[aria-current]").textContent();
+    await browser.page.waitForTimeout(400);
+    await browser.page.reload();
+    await browser.lines.locator("[aria-current]").waitFor();
+    assert.equal(await browser.lines.locator("[aria-current]").textContent(), current);
+    assert.equal(await browser.get("combobox", "Severity").inputValue(), "warning");
+    assert.equal(await browser.get("textbox", "Program").inputValue(), "pumpd");
+});
+
+test("errors of the device and of an expression stand at their field", async () => {
+    await open({});
+    await browser.get("checkbox", "Regular expression").check();
+    await browser.search("a(b");
+    await browser.page.getByText("unmatched (").waitFor();
+    assert.equal(await browser.get("searchbox", "Search").getAttribute("aria-invalid"), "true");
+    await browser.get("searchbox", "Search").fill("");
+    await browser.get("textbox", "Since").fill("soon");
+    await browser.get("textbox", "Since").press("Enter");
+    await browser.page.getByText("since: 'soon' is not a time").first().waitFor();
+    assert.equal(await browser.get("textbox", "Since").getAttribute("aria-invalid"), "true");
+    assert.equal(await browser.get("textbox", "Until").getAttribute("aria-invalid"), null);
+});
