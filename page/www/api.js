@@ -2,7 +2,7 @@
 // callers can continue behind the last line they have.
 
 const PROGRAM = "cgi-bin/moraine/";
-const BUSY = 503;
+export const BUSY = 503;
 
 // The device does not answer, or stopped in the middle.
 export class Unreachable extends Error {}
@@ -30,8 +30,8 @@ function wait(milliseconds, signal) {
     });
 }
 
-// A busy device is asked again until it has time.
-async function request(name, params, signal) {
+// A busy device is asked again until it has time, if the caller is patient.
+async function request(name, params, signal, isPatient = true) {
     for (;;) {
         let response;
         try {
@@ -40,7 +40,7 @@ async function request(name, params, signal) {
             throw signal?.aborted && error.name === "AbortError" ? error : new Unreachable(error.message);
         }
         if (response.ok) return response;
-        if (response.status !== BUSY) {
+        if (response.status !== BUSY || !isPatient) {
             const answer = await response.json().catch(() => ({}));
             throw new Refused(response.status, answer.error ?? `error ${response.status}`);
         }
@@ -49,8 +49,8 @@ async function request(name, params, signal) {
     }
 }
 
-export async function json(name, params, signal) {
-    const response = await request(name, params, signal);
+export async function json(name, params, signal, isPatient) {
+    const response = await request(name, params, signal, isPatient);
     try {
         return await response.json();
     } catch (error) {
@@ -71,6 +71,7 @@ async function readLines(response, signal, take) {
             throw signal?.aborted ? error : new Unreachable(error.message);
         }
         if (piece.done) return;
+        signal?.throwIfAborted();
         const lines = decoder.decode(piece.value, {stream: true}).split("\n");
         rest.push(lines[0]);
         if (lines.length === 1) continue;
@@ -85,6 +86,7 @@ export async function log(params, signal, take) {
     let end;
     await readLines(await request("log", params, signal), signal, (texts) => {
         const lines = texts.map((text) => JSON.parse(text));
+        if (lines.at(-1).error) throw new Refused(200, lines.at(-1).error);
         if (lines.at(-1).end) end = lines.pop();
         if (lines.length) take(lines);
     });

@@ -1,6 +1,6 @@
 // Whether the device answers. Requests that fail report it here and wait until it is back.
 
-import {Unreachable, json} from "./api.js";
+import {BUSY, Unreachable, json} from "./api.js";
 
 const POLL_MS = 5000;
 const ANSWER_MS = 10000;
@@ -24,12 +24,15 @@ export class Device {
         this.current = current;
         const limit = setTimeout(() => current.abort(), ANSWER_MS);
         try {
-            this.onStatus(await json("status", {}, current.signal));
+            this.onStatus(await json("status", {}, current.signal, false));
             this.found();
         } catch (error) {
             if (this.current !== current) return;
             if (error instanceof Unreachable || error.name === "AbortError") this.lost();
-            else this.onStatus({healthy: false, reasons: [error.message]});
+            else {
+                if (error.status !== BUSY) this.onStatus({healthy: false, reasons: [error.message]});
+                this.found();
+            }
         } finally {
             clearTimeout(limit);
             if (this.current === current) {

@@ -7,6 +7,7 @@ import {isFiltered, parameters} from "./address.js";
 
 const FIRST_PAGE = 500;
 const LAST_PAGE = 10000;
+const GONE = 404;
 const BATCH_MS = 2000;     // how long one request of a search should take
 export const MAX_LINES = 150000;  // kept in memory
 
@@ -28,7 +29,7 @@ class Plan {
             first = this.left.pop();
             this.size += first.bytes;
         }
-        return first === last ? String(last.boot) : `${first.boot}..${last.boot}`;
+        return first === last ? `${last.boot}` : `${first.boot}..${last.boot}`;
     }
 
     finish(milliseconds) {
@@ -70,8 +71,8 @@ export class Reading {
         this.clear(filters);
         const signal = this.abort.signal;
         await this.guard(signal, async () => {
-            if (at) await this.around(at, isCurrent, signal);
-            else if (isFiltered(filters)) await this.search(boots, signal);
+            if (at && await this.around(at, isCurrent, signal)) return;
+            if (isFiltered(filters)) await this.search(boots, signal);
             else this.older = (await this.readOlder({lines: FIRST_PAGE}, signal)).more;
             this.isComplete = true;
         });
@@ -91,6 +92,16 @@ export class Reading {
                 this.progress = null;
                 this.onChange();
             }
+        }
+    }
+
+    // A line that the device has deleted meanwhile: there is nothing on that side.
+    async near(work) {
+        try {
+            return await work();
+        } catch (error) {
+            if (error.status !== GONE) throw error;
+            return {more: false};
         }
     }
 
@@ -129,22 +140,25 @@ export class Reading {
         this[side] = true;
     }
 
+    // False if the line is no longer kept: then there is nothing.
     async around(at, isCurrent, signal) {
-        const before = await this.readOlder({before: at, lines: 200}, signal);
+        const before = await this.near(() => this.readOlder({before: at, lines: 200}, signal));
         this.older = before.more;
         // Behind the line before, so that the line itself is read too.
         const last = this.view.rows.at(-1)?.cursor ?? at;
-        this.newer = (await this.readNewer({after: last, lines: 300}, signal)).more;
+        this.newer = (await this.near(() => this.readNewer({after: last, lines: 300}, signal))).more;
         this.view.show(at, isCurrent);
+        this.isComplete = this.view.rows.length > 0;
+        return this.isComplete;
     }
 
     async search(boots, signal) {
-        const plan = new Plan(boots.filter((boot) => !this.filters.boot || inRange(boot.boot, this.filters.boot)));
+        const plan = new Plan(!boots.length ? [{boot: this.filters.boot, bytes: 1}] : boots.filter((boot) => !this.filters.boot || inRange(boot.boot, this.filters.boot)));
         this.progress = 0;
         this.onChange();
         for (let boot; (boot = plan.next()) !== null; ) {
             const start = performance.now();
-            let params = {boot, lines: LAST_PAGE};
+            let params = {...(boot && {boot}), lines: LAST_PAGE};
             for (;;) {
                 const end = await this.readOlder(params, signal);
                 if (!end.more) break;
@@ -179,9 +193,9 @@ export class Reading {
         this.step = Math.min(2 * this.step, LAST_PAGE);
         this.busy[side] = true;
         this.guard(signal, async () => {
-            const end = side === "older"
-                ? await this.readOlder({before: rows[0].cursor, lines: this.step}, signal)
-                : await this.readNewer({after: rows.at(-1).cursor, lines: this.step}, signal);
+            const end = await this.near(() => (side === "older"
+                ? this.readOlder({before: rows[0].cursor, lines: this.step}, signal)
+                : this.readNewer({after: rows.at(-1).cursor, lines: this.step}, signal)));
             this[side] = end.more;
             this.busy[side] = false;
             this.isComplete = true;
@@ -203,12 +217,12 @@ export class Reading {
             while (!signal.aborted) {
                 const last = this.view.rows.at(-1)?.cursor;
                 const params = {...parameters(this.filters), ...(last && {after: last})};
-                await this.device.persist(signal, () => api.follow(params, signal, (lines) => {
+                await this.near(() => this.device.persist(signal, () => api.follow(params, signal, (lines) => {
                     params.after = lines.at(-1).cursor;
                     this.view.append(lines);
                     this.trim("older");
                     this.onChange();
-                }));
+                })));
                 await new Promise((resolve) => setTimeout(resolve, 500));
             }
         });

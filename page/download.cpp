@@ -1,0 +1,118 @@
+// /download: the tar stream of `moraine pack`.
+#include <unistd.h>
+
+#include <climits>
+#include <ctime>
+#include <array>
+
+#include "page/requests.h"
+#include "reader/format.h"
+#include "reader/pack.h"
+
+namespace Page {
+
+namespace {
+
+constexpr std::uint64_t MaxNumber = 65535;
+
+std::string HostName() {
+    std::array<char, HOST_NAME_MAX + 1> name{};
+    if (gethostname(name.data(), name.size() - 1) != 0 || name[0] == '\0') return "device";
+    return name.data();
+}
+
+std::uint64_t TakeLimit(Parameters& parameters) {
+    const std::optional<std::string> text = parameters.Text("limit");
+    if (!text) return Reader::PackOptions::DefaultLimit;
+    const std::optional<std::uint64_t> limit = Reader::ParseSize(*text);
+    if (!limit) Refuse("limit", *text, "is not a size, such as 15M, or none");
+    return *limit;
+}
+
+Reader::PackOptions TakeOptions(Parameters& parameters) {
+    Reader::PackOptions options;
+    options.limit = TakeLimit(parameters);
+    const bool isNewest = parameters.Flag("newest");
+    const bool isOldest = parameters.Flag("oldest");
+    if (isNewest && isOldest) throw Error{400, "oldest: not together with newest"};
+    if (isNewest) options.which = Reader::PackOptions::Which::Newest;
+    if (isOldest) options.which = Reader::PackOptions::Which::Oldest;
+    options.maxFiles = parameters.Number("files", MaxNumber).value_or(options.maxFiles);
+    options.maxBoots = parameters.Number("boots", MaxNumber).value_or(options.maxBoots);
+    return options;
+}
+
+// {"members":[{"name":"messages.txt.xz","size":5120},...],"size":10240,"left_out":["..."]}
+std::string Describe(const Reader::Packer& packer) {
+    std::string text = R"({"members":[)";
+    const char* comma = "";
+    for (const Reader::PackMember& member : packer.Members()) {
+        text += comma;
+        text += R"({"name":)";
+        Reader::AppendJsonString(text, member.name);
+        text += R"(,"size":)" + std::to_string(member.size);
+        text += R"(,"boot":)" + std::to_string(member.boot) + '}';
+        comma = ",";
+    }
+    text += R"(],"size":)" + std::to_string(packer.StreamSize()) + R"(,"left_out":[)";
+    comma = "";
+    for (const std::string& name : packer.LeftOut()) {
+        text += comma;
+        Reader::AppendJsonString(text, name);
+        comma = ",";
+    }
+    return text + "]}\n";
+}
+
+}  // namespace
+
+std::string FileName(const std::string& what, const std::string& extension) {
+    std::string name = HostName();
+    // It becomes part of a header field.
+    for (char& c : name) {
+        const bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                             (c >= '0' && c <= '9') || c == '-' || c == '.';
+        if (!isPlain) c = '_';
+    }
+    std::array<char, 32> time{};
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    (void)localtime_r(&now, &local);  // Cannot fail before the year 2147485547.
+    (void)std::strftime(time.data(), time.size(), "%Y%m%d-%H%M%S", &local);  // It fits.
+    return name + '-' + what + '-' + time.data() + '.' + extension;
+}
+
+void ServeDownload(Parameters& parameters, Answer& answer) {
+    Reader::PackOptions options = TakeOptions(parameters);
+    const std::optional<std::string> boots = parameters.Text("boot");
+    const bool isDryRun = parameters.Flag("dry-run");
+    parameters.RefuseOthers();
+
+    TakeTurn();
+    const std::unique_ptr<Reader::Log> log = OpenLog();
+    options.boots = TakeBoots(boots, *log);
+    const Reader::PackOrigin origin{HostName(), MORAINE_VERSION, log->CurrentBoot(),
+                                    std::time(nullptr)};
+    Reader::Packer packer(*log, options, origin, [](const std::string&, const std::string&) {});
+    if (isDryRun) {
+        const std::string text = Describe(packer);
+        answer.SetSize(text.size());
+        answer.Write(text);
+        return answer.Flush();
+    }
+    if (packer.Members().empty()) throw Error{404, "nothing to pack"};
+
+    answer.SetType("application/x-tar");
+    answer.SetFileName(FileName("logs", "tar"));
+    answer.SetSize(packer.StreamSize());
+    answer.Flush();
+    if (!answer.HasBody()) return;
+    const auto sink = [&](std::string_view bytes) {
+        answer.Write(bytes);
+        return false;
+    };
+    (void)packer.Write(sink, [](std::uint64_t) {});  // The sink cannot fail: it ends the process.
+    answer.Flush();
+}
+
+}  // namespace Page

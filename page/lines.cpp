@@ -1,0 +1,254 @@
+// The addresses that answer with lines: /log and /follow.
+//
+// A page of lines is read from its cursor on, in the direction in which it lies, and ends as soon as
+// it is full. To know whether there are more, one line more than asked for is read.
+#include <optional>
+#include <string>
+
+#include "page/limits.h"
+#include "page/requests.h"
+#include "reader/expression.h"
+#include "reader/format.h"
+#include "reader/line.h"
+#include "reader/time.h"
+
+namespace Page {
+
+namespace {
+
+constexpr std::uint64_t DefaultLines = 500;
+constexpr std::uint64_t MaxLines = 10'000;
+constexpr std::uint64_t DefaultFollowed = 10;
+
+constexpr const char* TooSlow =
+    "grep: the search takes too long for this device; name a boot or a shorter time";
+
+// What /log and /follow have in common.
+struct Selection {
+    Reader::Query query;
+    std::optional<std::string> boots;
+    std::optional<std::uint64_t> lines;
+};
+
+std::optional<Reader::Cursor> TakeCursor(Parameters& parameters, std::string_view name) {
+    const std::optional<std::string> text = parameters.Text(name);
+    if (!text) return std::nullopt;
+    const std::optional<Reader::Cursor> cursor = Reader::ParseCursor(*text);
+    if (!cursor) Refuse(name, *text, "is not a cursor");
+    return cursor;
+}
+
+std::optional<Reader::CivilTime> TakeTime(Parameters& parameters, std::string_view name) {
+    const std::optional<std::string> text = parameters.Text(name);
+    if (!text) return std::nullopt;
+    const std::optional<Reader::CivilTime> time = Reader::ParseTime(*text);
+    if (!time) {
+        Refuse(name, *text, "is not a time, such as '2026-11-21 17:48', 'yesterday' or '-2h'");
+    }
+    return time;
+}
+
+void TakePattern(Parameters& parameters, Reader::Filter& filter) {
+    Reader::Expression expression;
+    expression.patterns = parameters.Texts("grep");
+    expression.isFixed = parameters.Flag("fixed-strings");
+    expression.ignoresCase = parameters.Flag("ignore-case");
+    filter.isInverted = parameters.Flag("invert-match");
+    if (expression.patterns.empty()) {
+        filter.isInverted = false;
+        return;
+    }
+    std::string error;
+    if (filter.pattern.Compile(expression, error)) Refuse("grep", expression.patterns[0], error);
+}
+
+Selection TakeSelection(Parameters& parameters) {
+    Selection selection;
+    Reader::Filter& filter = selection.query.filter;
+    TakePattern(parameters, filter);
+    if (const auto text = parameters.Text("priority")) {
+        filter.severity = Reader::ParseSeverity(*text);
+        if (!filter.severity) Refuse("priority", *text, "is neither emerg to debug nor 0 to 7");
+    }
+    filter.tags = parameters.Texts("tag");
+    filter.since = TakeTime(parameters, "since");
+    filter.until = TakeTime(parameters, "until");
+    selection.boots = parameters.Text("boot");
+    selection.lines = parameters.Number("lines", MaxLines);
+    selection.query.after = TakeCursor(parameters, "after");
+    selection.query.cancel = &TimeIsUp;
+    return selection;
+}
+
+// Opens the log for a selection whose parameters are all known to be valid.
+std::unique_ptr<Reader::Log> Open(Selection& selection) {
+    TakeTurn();
+    std::unique_ptr<Reader::Log> log = OpenLog();
+    selection.query.filter.boots = TakeBoots(selection.boots, *log);
+    const Reader::Query& query = selection.query;
+    for (const auto& [name, cursor] : {std::pair("before", query.before), {"after", query.after}}) {
+        if (cursor && !log->HasLine(*cursor)) {
+            throw Error{404, std::string(name) + ": this line is not kept any more"};
+        }
+    }
+    return log;
+}
+
+std::string ToJson(const Reader::Line& line) {
+    std::string text;
+    Reader::AppendJson(text, line, true);
+    return text;
+}
+
+// -- /log
+
+class Page {
+public:
+    Page(Reader::Log& log, const Reader::Query& query, std::uint64_t lines, Answer& answer)
+        : log(log), query(query), lines(lines), answer(answer) {}
+
+    void Serve() {
+        query.progress = [&](const Reader::Progress&) { answer.KeepAlive(" "); };
+        if (query.newestFirst || query.fromOldest) {
+            ReadOnwards();
+        } else {
+            ReadLast();
+        }
+        if (TimeIsUp) throw Error{500, TooSlow};
+        answer.Write(hasMore ? "{\"end\":true,\"more\":true}\n" : "{\"end\":true,\"more\":false}\n");
+        answer.Flush();
+    }
+
+private:
+    // The order of the answer is that of the reading: the line behind the last one ends it.
+    void ReadOnwards() {
+        query.lines = lines + 1;
+        std::uint64_t written = 0;
+        Read(query, [&](const Reader::Line& line) {
+            hasMore = written == lines;
+            if (!hasMore) answer.Write(ToJson(line));
+            ++written;
+            return !hasMore;
+        });
+    }
+
+    // The last lines, oldest first: whether there is one before the first is asked separately.
+    void ReadLast() {
+        query.lines = lines;
+        std::uint64_t written = 0;
+        std::optional<Reader::Cursor> first;
+        Read(query, [&](const Reader::Line& line) {
+            if (written++ == 0) first = line.GetCursor();
+            answer.Write(ToJson(line));
+            return true;
+        });
+        if (written < lines) return;
+        query.before = first ? first : query.before;
+        query.lines = 1;
+        query.newestFirst = true;
+        Read(query, [&](const Reader::Line&) {
+            hasMore = true;
+            return false;
+        });
+    }
+
+    void Read(const Reader::Query& part, const Reader::Take& take) {
+        // What could not be read was reported; the rest is worth having.
+        (void)log.Read(part, take);
+    }
+
+    Reader::Log& log;
+    Reader::Query query;
+    std::uint64_t lines;
+    Answer& answer;
+    bool hasMore = false;
+};
+
+void ServeCount(Reader::Log& log, const Reader::Query& query, Answer& answer) {
+    std::uint64_t count = 0;
+    Reader::Query counted = query;
+    counted.progress = [&](const Reader::Progress&) { answer.KeepAlive(" "); };
+    (void)log.Count(counted, count);  // As above.
+    if (TimeIsUp) throw Error{500, TooSlow};
+    answer.Write("{\"count\":" + std::to_string(count) + "}\n{\"end\":true,\"more\":false}\n");
+    answer.Flush();
+}
+
+// The lines as a file: all of them, unless a number was given.
+void ServeFile(Reader::Log& log, const Reader::Query& query, bool isJson, Answer& answer) {
+    answer.SetType(isJson ? "application/x-ndjson" : "text/plain; charset=utf-8");
+    answer.SetFileName(FileName("log", isJson ? "json" : "txt"));
+    if (!answer.HasBody()) return answer.Flush();
+    std::string text;
+    Reader::Query quiet = query;
+    quiet.progress = [&](const Reader::Progress&) { answer.KeepAlive({}); };
+    (void)log.Read(quiet, [&](const Reader::Line& line) {
+        text.clear();
+        if (isJson) {
+            Reader::AppendJson(text, line);
+        } else {
+            text.append(line.text).push_back('\n');
+        }
+        answer.Write(text);
+        return true;
+    });
+    answer.Flush();
+}
+
+}  // namespace
+
+void ServeLog(Parameters& parameters, Answer& answer) {
+    Selection selection = TakeSelection(parameters);
+    Reader::Query& query = selection.query;
+    query.before = TakeCursor(parameters, "before");
+    query.newestFirst = parameters.Flag("reverse");
+    query.fromOldest = query.after.has_value() && !query.newestFirst;
+    const bool isCount = parameters.Flag("count");
+    const std::optional<std::string> file = parameters.Text("download");
+    if (file && *file != "text" && *file != "json") {
+        Refuse("download", *file, "is neither text nor json");
+    }
+    parameters.RefuseOthers();
+    if (query.before && query.after) throw Error{400, "before: not together with after"};
+
+    const std::unique_ptr<Reader::Log> log = Open(selection);
+    answer.SetType("application/x-ndjson");
+    if (file) {
+        query.lines = selection.lines;
+        return ServeFile(*log, query, *file == "json", answer);
+    }
+    if (!answer.HasBody()) return answer.Flush();
+    if (isCount) {
+        query.lines = selection.lines;
+        return ServeCount(*log, query, answer);
+    }
+    Page(*log, query, selection.lines.value_or(DefaultLines), answer).Serve();
+}
+
+// -- /follow
+
+void ServeFollow(Parameters& parameters, Answer& answer) {
+    Selection selection = TakeSelection(parameters);
+    parameters.RefuseOthers();
+    const std::unique_ptr<Reader::Log> log = Open(selection);
+    selection.query.lines = selection.lines;
+    if (!selection.query.lines && !selection.query.after) selection.query.lines = DefaultFollowed;
+
+    answer.SetType("text/event-stream");
+    answer.Flush();
+    if (!answer.HasBody()) return;
+    // What could not be read was reported. A browser reads on by itself when the answer ends.
+    (void)log->Follow(
+        selection.query,
+        [&](const Reader::Line& line) {
+            answer.Write("id: " + ToText(line.GetCursor()) + "\ndata: " + ToJson(line) + '\n');
+            return !TimeIsUp;
+        },
+        [&] {
+            answer.KeepAlive(":\n\n");
+            return !TimeIsUp;
+        });
+    answer.Flush();
+}
+
+}  // namespace Page

@@ -1,0 +1,111 @@
+// The program behind the log page: a CGI program, started by the web server for each request, that
+// answers questions about the log and changes nothing. See docs/moraine-page.8.
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <new>
+#include <string_view>
+
+#include "page/answer.h"
+#include "page/limits.h"
+#include "page/parameters.h"
+#include "page/requests.h"
+#include "reader/boots.h"
+#include "reader/format.h"
+#include "reader/status.h"
+
+namespace Page {
+
+namespace {
+
+struct Address {
+    std::string_view path;
+    void (*serve)(Parameters& parameters, Answer& answer);
+};
+
+constexpr Address Addresses[]{{"/status", ServeStatus},
+                              {"/boots", ServeBoots},
+                              {"/log", ServeLog},
+                              {"/follow", ServeFollow},
+                              {"/download", ServeDownload}};
+
+std::string_view Environment(const char* name) {
+    const char* const value = std::getenv(name);
+    return value == nullptr ? std::string_view() : value;
+}
+
+void Serve(Answer& answer) {
+    const std::string_view method = Environment("REQUEST_METHOD");
+    if (method != "GET" && method != "HEAD") throw Error{405, "only GET and HEAD are possible"};
+    const std::string_view path = Environment("PATH_INFO");
+    for (const Address& address : Addresses) {
+        if (address.path != path) continue;
+        Parameters parameters(Environment("QUERY_STRING"));
+        return address.serve(parameters, answer);
+    }
+    throw Error{404, "no such address"};
+}
+
+void Run() {
+    (void)std::signal(SIGPIPE, SIG_DFL);  // The server may have ignored it.
+    LimitResources();
+    Answer answer(Environment("REQUEST_METHOD") != "HEAD");
+    try {
+        Serve(answer);
+    } catch (const Error& error) {
+        answer.Fail(error);
+    } catch (const std::bad_alloc&) {
+        answer.Fail({500, "out of memory"});
+    } catch (const std::exception& error) {
+        answer.Fail({500, error.what()});
+    }
+}
+
+}  // namespace
+
+void TakeTurn() {
+    if (!TakeSlot()) throw Error{503, "four requests are running; try again"};
+}
+
+std::unique_ptr<Reader::Log> OpenLog() {
+    std::string reason;
+    auto log = std::make_unique<Reader::Log>([&](const std::string& file, const std::string& what) {
+        if (reason.empty()) reason = file + ": " + what;
+    });
+    const bool hasFailed = log->OpenDevice();
+    if (hasFailed && log->NumSources() == 0) throw Error{500, reason};
+    return log;
+}
+
+std::optional<Reader::BootRange> TakeBoots(const std::optional<std::string>& text,
+                                           const Reader::Log& log) {
+    if (!text) return std::nullopt;
+    std::string error;
+    const std::optional<Reader::BootRange> range = Reader::ParseBoots(*text, log, error);
+    if (!range) Refuse("boot", *text, error);
+    return range;
+}
+
+void ServeStatus(Parameters& parameters, Answer& answer) {
+    parameters.RefuseOthers();
+    TakeTurn();
+    answer.Write(Reader::ToJson(Reader::ReadStatus()) + '\n');
+    answer.Flush();
+}
+
+void ServeBoots(Parameters& parameters, Answer& answer) {
+    parameters.RefuseOthers();
+    TakeTurn();
+    const std::unique_ptr<Reader::Log> log = OpenLog();
+    std::string text;
+    Reader::AppendBoots(text, *log);
+    answer.Write(text);
+    answer.Flush();
+}
+
+}  // namespace Page
+
+int main() {
+    Page::Run();
+    return EXIT_SUCCESS;
+}

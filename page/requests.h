@@ -1,0 +1,32 @@
+// The addresses of the program. Each function reads its parameters, before it reads anything else,
+// and writes the answer; what is wrong is thrown as Page::Error.
+#pragma once
+
+#include <memory>
+
+#include "page/answer.h"
+#include "page/parameters.h"
+#include "reader/log.h"
+
+namespace Page {
+
+void ServeStatus(Parameters& parameters, Answer& answer);
+void ServeBoots(Parameters& parameters, Answer& answer);
+void ServeLog(Parameters& parameters, Answer& answer);
+void ServeFollow(Parameters& parameters, Answer& answer);
+void ServeDownload(Parameters& parameters, Answer& answer);
+
+// The device's log. Throws if it cannot be read at all.
+std::unique_ptr<Reader::Log> OpenLog();
+
+// The value of "boot", checked and resolved.
+std::optional<Reader::BootRange> TakeBoots(const std::optional<std::string>& text,
+                                           const Reader::Log& log);
+
+// Takes one of the slots; throws if the device is busy.
+void TakeTurn();
+
+// "pump-17-logs-20261121-174808.tar", from this device's name and the time.
+std::string FileName(const std::string& what, const std::string& extension);
+
+}  // namespace Page
