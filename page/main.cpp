@@ -68,12 +68,14 @@ void TakeTurn() {
 }
 
 std::unique_ptr<Reader::Log> OpenLog() {
-    std::string reason;
-    auto log = std::make_unique<Reader::Log>([&](const std::string& file, const std::string& what) {
-        if (reason.empty()) reason = file + ": " + what;
-    });
+    // The log goes on reporting when this function has returned.
+    const auto reason = std::make_shared<std::string>();
+    auto log =
+        std::make_unique<Reader::Log>([reason](const std::string& file, const std::string& what) {
+            if (reason->empty()) *reason = file + ": " + what;
+        });
     const bool hasFailed = log->OpenDevice();
-    if (hasFailed && log->NumSources() == 0) throw Error{500, reason};
+    if (hasFailed && log->NumSources() == 0) throw Error{500, *reason};
     return log;
 }
 

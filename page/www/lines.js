@@ -6,6 +6,7 @@ import {time, visible} from "./format.js";
 
 const OVERSCAN = 300;      // pixels beyond the window that are ready
 const LONGEST = 2000;      // characters of a line that are shown until it is asked for
+const MONTHS = ["Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"];
 const SEVERITIES = ["emerg", "alert", "crit", "err", "warning", "notice", "info", "debug"];
 
 function element(tag, className, text) {
@@ -18,9 +19,7 @@ function element(tag, className, text) {
 // The line as syslogd wrote it, as far as it matters to a search, with where each part begins.
 function original(row) {
     if (!row.time) return {text: row.message, message: 0};
-    const [year, month, day] = row.time.slice(0, 10).split("-").map(Number);
-    const name = new Date(Date.UTC(year, month - 1, day)).toLocaleString("en", {month: "short", timeZone: "UTC"});
-    let text = `${name} ${String(day).padStart(2)} `;
+    let text = `${MONTHS[row.time.slice(5, 7) - 1]} ${String(Number(row.time.slice(8, 10))).padStart(2)} `;
     const parts = {time: text.length};
     text += `${row.time.slice(11)} `;
     if (row.host) text += `${row.host} `;
@@ -43,13 +42,13 @@ function program(row) {
 }
 
 export class Lines {
-    // `find` returns the ranges of a text that match the search. Calls `onNear("older")` and
+    // Calls `onNear("older")` and
     // `onNear("newer")` when an end comes near, `onClick(row)`, and `onMove()` after scrolling.
     constructor(node, {onNear, onClick, onMove}) {
         this.node = node;
         this.onNear = onNear;
         this.onMove = onMove;
-        this.find = () => [];
+        this.find = () => [];  // returns the ranges of a text that match the search
         this.sizer = node.appendChild(element("div", "sizer"));
         this.window = this.sizer.appendChild(element("div", "window"));
         node.addEventListener("scroll", () => this.scrolled(), {passive: true});
