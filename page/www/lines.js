@@ -43,11 +43,13 @@ function program(row) {
 
 export class Lines {
     // Calls `onNear("older")` and
-    // `onNear("newer")` when an end comes near, `onClick(row)`, and `onMove()` after scrolling.
-    constructor(node, {onNear, onClick, onMove}) {
+    // `onNear("newer")` when an end comes near, `onClick(row)`, `onMove()` after the reader scrolled, and
+    // `onRender()` after any change of what is shown.
+    constructor(node, {onNear, onClick, onMove, onRender}) {
         this.node = node;
         this.onNear = onNear;
         this.onMove = onMove;
+        this.onRender = onRender;
         this.find = () => [];  // returns the ranges of a text that match the search
         this.sizer = node.appendChild(element("div", "sizer"));
         this.window = this.sizer.appendChild(element("div", "window"));
@@ -66,6 +68,7 @@ export class Lines {
         this.first = 0;     // of the rendered rows
         this.current = null;
         this.isAtEnd = true;
+        this.hasNewer = false;
         this.window.replaceChildren();
         this.changed(0);
     }
@@ -211,7 +214,7 @@ export class Lines {
     scrolled() {
         if (this.node.scrollTop === this.expected) return;
         const {scrollTop, clientHeight, scrollHeight} = this.node;
-        this.isAtEnd = scrollTop + clientHeight >= scrollHeight - 4;
+        this.isAtEnd = scrollTop + clientHeight >= scrollHeight - 4 && !this.hasNewer;
         const index = this.indexAt(scrollTop);
         this.anchor = {index, offset: this.tops[index] - scrollTop};
         this.render();
@@ -230,9 +233,10 @@ export class Lines {
             this.place();
             if (!this.fill()) break;
         }
+        this.onRender();
         if (!this.rows.length) return;
         if (this.first < 100) this.onNear("older");
-        if (this.isAtEnd) this.onNear("newer");
+        if (this.first + this.window.children.length > this.rows.length - 100) this.onNear("newer");
     }
 
     place() {

@@ -25,6 +25,7 @@ const lines = new Lines($("lines"), {
     onNear: (side) => reading.more(side),
     onClick: (row) => (state.context || !address.isFiltered(state) ? mark(row) : openContext(row)),
     onMove: moved,
+    onRender: showNewest,
 });
 const device = new Device(showStatus, showReachable);
 const reading = new Reading(device, lines, showState);
@@ -162,7 +163,7 @@ function showState() {
     if (isSearching) $("progress").value = reading.progress;
     show("back", Boolean(state.context));
     show("clear", isSearch && !isSearching);
-    show("newest", lines.hasBelow || reading.newer);
+    showNewest();
     $("message").textContent = describe(isSearch, isSearching);
     $("lines").classList.toggle("results", isSearch);
     if (isSearch && !state.at && !state.line) markBoots();
@@ -197,9 +198,12 @@ function markBoots() {
 
 let moveTimer = 0;
 
+function showNewest() {
+    show("newest", !state.context && (lines.hasBelow || reading.newer));
+}
+
 function moved() {
     if (lines.isAtEnd) newLines = 0;
-    show("newest", lines.hasBelow || reading.newer);
     clearTimeout(moveTimer);
     moveTimer = setTimeout(storePosition, 300);
 }
@@ -325,7 +329,7 @@ $("search").addEventListener("keydown", (event) => {
 });
 $("more-filters").addEventListener("click", () => {
     const isOpen = $("fields").hidden;
-    $("fields").hidden = !isOpen;
+    for (const id of ["fields", "checks"]) show(id, isOpen);
     $("more-filters").setAttribute("aria-expanded", isOpen);
 });
 $("all-boots").addEventListener("click", () => change({boot: ""}));

@@ -51,6 +51,16 @@ export class Reading {
         this.clear({});
     }
 
+    // Whether there may be newer lines than those that have been read. Then their end is no place to
+    // stay at.
+    get newer() {
+        return this.view.hasNewer;
+    }
+
+    set newer(hasNewer) {
+        this.view.hasNewer = hasNewer;
+    }
+
     clear(filters) {
         this.abort?.abort();
         this.abort = new AbortController();

@@ -1,7 +1,7 @@
 // The page beside a device made of numbers: sizes and accidents that a real one takes hours for.
 import assert from "node:assert/strict";
 import path from "node:path";
-import {after, afterEach, before, beforeEach, test} from "node:test";
+import {afterEach, test} from "node:test";
 import {Browser, ROOT} from "./browser.mjs";
 import {MockDevice} from "./mock_device.mjs";
 
@@ -127,4 +127,22 @@ test("errors of the device and of an expression stand at their field", async () 
     await browser.page.getByText("since: 'soon' is not a time").first().waitFor();
     assert.equal(await browser.get("textbox", "Since").getAttribute("aria-invalid"), "true");
     assert.equal(await browser.get("textbox", "Until").getAttribute("aria-invalid"), null);
+});
+
+test("a link into the middle reads on in both directions, without a gap", async () => {
+    await open({boots: 20}, "#at=c3000");
+    const numbers = () => browser.lines.evaluate((node) => [...node.querySelectorAll(".row")].map((row) => row.row.line));
+    await browser.page.waitForFunction(() => document.querySelector("[role=log] .row")?.row.line > 2900);
+    let last = (await numbers()).at(-1);
+    assert.ok(last < 3200, `${last}`);
+    for (let round = 0; round < 400 && last < device.lines.length; round += 1) {
+        const rows = await browser.lines.evaluate((node) => {
+            node.scrollTop += node.clientHeight - 40;
+            return new Promise((resolve) => setTimeout(() => resolve([...node.querySelectorAll(".row")].map((row) => row.row.line)), 30));
+        });
+        assert.ok(rows[0] <= last + 1, `gap between ${last} and ${rows[0]}`);
+        rows.forEach((line, index) => assert.equal(line, rows[0] + index));
+        last = rows.at(-1);
+    }
+    assert.equal(last, device.lines.length);
 });
