@@ -1,8 +1,8 @@
 // A request's parameters: whatever stands behind the "?" is decoded or refused with a status, and
 // what is decoded is what was meant.
-#include "page/parameters.h"
+#include "logpage/parameters.h"
 
-#include "page/answer.h"
+#include "logpage/answer.h"
 #include "tests/fuzz/fuzz.h"
 
 namespace {

@@ -2,7 +2,7 @@
 import assert from "node:assert/strict";
 import {execFileSync} from "node:child_process";
 import {test} from "node:test";
-import {matcher} from "../../page/www/expression.js";
+import {matcher} from "../../logpage/www/expression.js";
 
 function ranges(expression, text, {regexp = true, ignoreCase = false} = {}) {
     return matcher(expression, regexp, ignoreCase)(text).map(([from, to]) => text.slice(from, to));

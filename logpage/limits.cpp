@@ -1,4 +1,4 @@
-#include "page/limits.h"
+#include "logpage/limits.h"
 
 #include <sys/prctl.h>
 #include <sys/resource.h>

@@ -1,10 +1,10 @@
 // What a browser, or somebody who is none, may write behind the "?".
-#include "page/parameters.h"
+#include "logpage/parameters.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "page/answer.h"
+#include "logpage/answer.h"
 
 namespace {
 

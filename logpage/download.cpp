@@ -5,7 +5,7 @@
 #include <ctime>
 #include <array>
 
-#include "page/requests.h"
+#include "logpage/requests.h"
 #include "reader/format.h"
 #include "reader/pack.h"
 

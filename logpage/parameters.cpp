@@ -1,10 +1,10 @@
-#include "page/parameters.h"
+#include "logpage/parameters.h"
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 
-#include "page/answer.h"
+#include "logpage/answer.h"
 
 namespace Page {
 

@@ -4,8 +4,8 @@
 
 #include <memory>
 
-#include "page/answer.h"
-#include "page/parameters.h"
+#include "logpage/answer.h"
+#include "logpage/parameters.h"
 #include "reader/log.h"
 
 namespace Page {

@@ -6,10 +6,10 @@
 #include <new>
 #include <string_view>
 
-#include "page/answer.h"
-#include "page/limits.h"
-#include "page/parameters.h"
-#include "page/requests.h"
+#include "logpage/answer.h"
+#include "logpage/limits.h"
+#include "logpage/parameters.h"
+#include "logpage/requests.h"
 #include "reader/boots.h"
 #include "reader/format.h"
 #include "reader/status.h"

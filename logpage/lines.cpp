@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "page/limits.h"
-#include "page/requests.h"
+#include "logpage/limits.h"
+#include "logpage/requests.h"
 #include "reader/expression.h"
 #include "reader/format.h"
 #include "reader/line.h"

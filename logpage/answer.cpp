@@ -1,4 +1,4 @@
-#include "page/answer.h"
+#include "logpage/answer.h"
 
 #include <poll.h>
 #include <unistd.h>

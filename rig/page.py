@@ -1,0 +1,97 @@
+"""Shows the log page of a sandbox with a history of boots and a program that logs. See ./page."""
+from __future__ import annotations
+
+import argparse
+import os
+import signal
+import subprocess
+import sys
+import threading
+from pathlib import Path
+
+from rig.chatter import Chatter, history
+from tests.harness import sandbox, services
+from tests.harness.paths import ARCHIVE, BUSYBOX, ROOT
+
+WWW = "/usr/share/vandis-moraine/www"
+page = services.Service("S92moraine-page", "/var/run/moraine-page.pid")
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(prog="./page", description=__doc__)
+    parser.add_argument("--port", type=int, default=8514, help="of the page, on 127.0.0.1 (8514)")
+    parser.add_argument("--boots", type=int, default=30, help="earlier boots in the archive (30)")
+    parser.add_argument("--rate", type=float, default=5, help="lines per second (5)")
+    parser.add_argument("--build", type=Path, default=ROOT / "build/release",
+                        help="folder in which the product was built")
+    parser.add_argument("--busybox", type=Path, default=BUSYBOX)
+    parser.add_argument("--only-check-arguments", action="store_true", help=argparse.SUPPRESS)
+    parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
+    return parser.parse_args()
+
+
+def files(build: Path, busybox: Path) -> dict[str, Path]:
+    """What the page adds to a sandbox, by the path where it stands."""
+    www = build / "www"
+    return {
+        "/usr/sbin/httpd": busybox,
+        "/etc/init.d/S92moraine-page": ROOT / "init/S92moraine-page",
+        **{f"{WWW}/{path.relative_to(www)}": path for path in sorted(www.rglob("*")) if path.is_file()},
+    }
+
+
+def settings(port: int) -> None:
+    """Of syslogd and of the page. Where only one user exists, the page's user is that one."""
+    has_users = len(Path("/proc/self/uid_map").read_text().split()) == 3 and \
+        int(Path("/proc/self/uid_map").read_text().split()[2]) > 1
+    group = ""
+    with open("/etc/group", "a", encoding="utf-8") as groups:
+        groups.write("log:x:813:\n")
+    if has_users:
+        group = "LOG_GROUP=log\n"
+    else:
+        with open("/etc/passwd", "a", encoding="utf-8") as users:
+            users.write("moraine-page:x:0:0::/:/bin/false\n")
+    Path("/etc/default/syslogd-moraine").write_text(f"ROTATION_KB=64\n{group}", encoding="utf-8")
+    Path("/etc/default/moraine-page").write_text(f"ADDRESS=127.0.0.1:{port}\n", encoding="utf-8")
+
+
+def show(arguments: argparse.Namespace) -> None:
+    enough = threading.Event()
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda *_: enough.set())
+    subprocess.run(["hostname", "pump-17"], check=True)
+    settings(arguments.port)
+    history(ARCHIVE, arguments.boots)
+    services.syslogd.start()
+    services.daemon.start()
+    page.start()
+    chatter = Chatter(arguments.rate)
+    chatter.start()
+    print(f"http://127.0.0.1:{arguments.port}/   (Ctrl-C ends it)", flush=True)
+    enough.wait()
+    chatter.stop()
+    for service in (page, services.daemon, services.syslogd):
+        service.stop()
+
+
+def main() -> int:
+    arguments = parse_arguments()
+    if arguments.only_check_arguments:
+        return 0
+    if not arguments.inside:
+        build, busybox = arguments.build.resolve(), arguments.busybox.resolve()
+        sandbox.enter(sandbox.command(
+            build, sandbox.python("rig.page", "--inside", *sys.argv[1:]), busybox=busybox,
+            placed=files(build, busybox)))
+    os.chdir(ROOT)
+    try:
+        show(arguments)
+    except RuntimeError as error:
+        print(f"page: {error}", file=sys.stderr)
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
