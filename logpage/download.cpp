@@ -1,9 +1,11 @@
 // /download: the tar stream of `moraine pack`.
 #include <unistd.h>
 
-#include <climits>
-#include <ctime>
 #include <array>
+#include <charconv>
+#include <climits>
+#include <cstdint>
+#include <ctime>
 
 #include "logpage/requests.h"
 #include "reader/format.h"
@@ -21,11 +23,25 @@ std::string HostName() {
     return name.data();
 }
 
+// "none", or bytes with K, M or G for a power of 1024.
+std::optional<std::uint64_t> ToLimit(std::string_view text) {
+    if (text == "none") return Reader::PackOptions::NoLimit;
+    std::uint64_t number = 0;
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, number);
+    const std::size_t unit = end == last ? 0 : std::string_view("BKMG").find(*end);
+    if (error != std::errc() || unit > 3 || last - end > 1 || (unit == 0 && end != last) ||
+        number > UINT64_MAX >> (10 * unit)) {
+        return std::nullopt;
+    }
+    return number << (10 * unit);
+}
+
 std::uint64_t TakeLimit(Parameters& parameters) {
     const std::optional<std::string> text = parameters.Text("limit");
     if (!text) return Reader::PackOptions::DefaultLimit;
-    const std::optional<std::uint64_t> limit = Reader::ParseSize(*text);
-    if (!limit) Refuse("limit", *text, "is not a size, such as 15M, or none");
+    const std::optional<std::uint64_t> limit = ToLimit(*text);
+    if (!limit) Refuse("limit", *text, "is neither a size, such as 15M, nor none");
     return *limit;
 }
 

@@ -2,6 +2,7 @@
 //
 // A page of lines is read from its cursor on, in the direction in which it lies, and ends as soon as
 // it is full. To know whether there are more, one line more than asked for is read.
+#include <ctime>
 #include <optional>
 #include <string>
 
@@ -41,7 +42,8 @@ std::optional<Reader::Cursor> TakeCursor(Parameters& parameters, std::string_vie
 std::optional<Reader::CivilTime> TakeTime(Parameters& parameters, std::string_view name) {
     const std::optional<std::string> text = parameters.Text(name);
     if (!text) return std::nullopt;
-    const std::optional<Reader::CivilTime> time = Reader::ParseTime(*text);
+    const std::optional<Reader::CivilTime> time =
+        Reader::ParseTime(*text, Reader::LocalTime(std::time(nullptr)));
     if (!time) {
         Refuse(name, *text, "is not a time, such as '2026-11-21 17:48', 'yesterday' or '-2h'");
     }

@@ -10,7 +10,6 @@
 #include "logpage/limits.h"
 #include "logpage/parameters.h"
 #include "logpage/requests.h"
-#include "reader/boots.h"
 #include "reader/format.h"
 #include "reader/status.h"
 
@@ -79,29 +78,10 @@ std::unique_ptr<Reader::Log> OpenLog() {
     return log;
 }
 
-std::optional<Reader::BootRange> TakeBoots(const std::optional<std::string>& text,
-                                           const Reader::Log& log) {
-    if (!text) return std::nullopt;
-    std::string error;
-    const std::optional<Reader::BootRange> range = Reader::ParseBoots(*text, log, error);
-    if (!range) Refuse("boot", *text, error);
-    return range;
-}
-
 void ServeStatus(Parameters& parameters, Answer& answer) {
     parameters.RefuseOthers();
     TakeTurn();
     answer.Write(Reader::ToJson(Reader::ReadStatus()) + '\n');
-    answer.Flush();
-}
-
-void ServeBoots(Parameters& parameters, Answer& answer) {
-    parameters.RefuseOthers();
-    TakeTurn();
-    const std::unique_ptr<Reader::Log> log = OpenLog();
-    std::string text;
-    Reader::AppendBoots(text, *log);
-    answer.Write(text);
     answer.Flush();
 }
 
