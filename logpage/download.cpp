@@ -100,13 +100,13 @@ std::string FileName(const std::string& what, const std::string& extension) {
 
 void ServeDownload(Parameters& parameters, Answer& answer) {
     Reader::PackOptions options = TakeOptions(parameters);
-    const std::optional<std::string> boots = parameters.Text("boot");
+    const std::optional<Reader::BootChoice> boots = TakeBoots(parameters);
     const bool isDryRun = parameters.Flag("dry-run");
     parameters.RefuseOthers();
 
     TakeTurn();
     const std::unique_ptr<Reader::Log> log = OpenLog();
-    options.boots = TakeBoots(boots, *log);
+    options.boots = ResolveBoots(boots, *log);
     const Reader::PackOrigin origin{HostName(), MORAINE_VERSION, log->CurrentBoot(),
                                     std::time(nullptr)};
     Reader::Packer packer(*log, options, origin, [](const std::string&, const std::string&) {});

@@ -27,7 +27,7 @@ constexpr const char* TooSlow =
 // What /log and /follow have in common.
 struct Selection {
     Reader::Query query;
-    std::optional<std::string> boots;
+    std::optional<Reader::BootChoice> boots;
     std::optional<std::uint64_t> lines;
 };
 
@@ -75,7 +75,7 @@ Selection TakeSelection(Parameters& parameters) {
     filter.tags = parameters.Texts("tag");
     filter.since = TakeTime(parameters, "since");
     filter.until = TakeTime(parameters, "until");
-    selection.boots = parameters.Text("boot");
+    selection.boots = TakeBoots(parameters);
     selection.lines = parameters.Number("lines", MaxLines);
     selection.query.after = TakeCursor(parameters, "after");
     selection.query.cancel = &TimeIsUp;
@@ -86,7 +86,7 @@ Selection TakeSelection(Parameters& parameters) {
 std::unique_ptr<Reader::Log> Open(Selection& selection) {
     TakeTurn();
     std::unique_ptr<Reader::Log> log = OpenLog();
-    selection.query.filter.boots = TakeBoots(selection.boots, *log);
+    selection.query.filter.boots = ResolveBoots(selection.boots, *log);
     const Reader::Query& query = selection.query;
     for (const auto& [name, cursor] : {std::pair("before", query.before), {"after", query.after}}) {
         if (cursor && !log->HasLine(*cursor)) {

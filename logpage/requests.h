@@ -3,9 +3,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "logpage/answer.h"
 #include "logpage/parameters.h"
+#include "reader/boots.h"
 #include "reader/log.h"
 
 namespace Page {
@@ -19,9 +22,10 @@ void ServeDownload(Parameters& parameters, Answer& answer);
 // The device's log. Throws if it cannot be read at all.
 std::unique_ptr<Reader::Log> OpenLog();
 
-// The value of "boot", checked and resolved.
-std::optional<Reader::BootRange> TakeBoots(const std::optional<std::string>& text,
-                                           const Reader::Log& log);
+// The parameter "boot", and what it means in the log.
+std::optional<Reader::BootChoice> TakeBoots(Parameters& parameters);
+std::optional<Reader::BootRange> ResolveBoots(const std::optional<Reader::BootChoice>& choice,
+                                              const Reader::Log& log);
 
 // Takes one of the slots; throws if the device is busy.
 void TakeTurn();

@@ -139,8 +139,9 @@ void ChangeRoot() {
 }
 
 void MakeSystemFolders(std::uint64_t permBytes) {
-    for (const char* path : {"/dev/shm", "/etc/default", "/etc/init.d", "/perm", "/proc", "/root",
-                             "/run", "/tmp", "/usr/lib", "/usr/sbin", "/var/log", "/var/tmp"}) {
+    for (const char* path :
+         {"/dev/shm", "/etc/default", "/etc/init.d", "/perm", "/proc", "/root", "/run", "/tmp",
+          "/usr/lib", "/usr/sbin", "/usr/share", "/var/log", "/var/tmp"}) {
         fs::create_directories(path);
     }
     for (const char* path : {"/dev/shm", "/tmp", "/var/tmp"}) {
@@ -150,9 +151,10 @@ void MakeSystemFolders(std::uint64_t permBytes) {
     fs::create_symlink("usr/sbin", "/sbin");
 
     for (const char* path : {"/bin", "/lib", "/lib32", "/lib64", "/libx32"}) Mirror(path);
-    // Of these two, the product has folders of its own.
-    MirrorAllBut("/usr", {"sbin", "lib"});
+    // Of these, the product has folders of its own.
+    MirrorAllBut("/usr", {"sbin", "lib", "share"});
     MirrorAllBut("/usr/lib", {"vandis-moraine"});
+    MirrorAllBut("/usr/share", {"vandis-moraine"});
 
     for (const char* path : {"/etc/passwd", "/etc/group"}) {
         if (fs::exists(OnMachine(path))) fs::copy_file(OnMachine(path), path);
