@@ -23,18 +23,18 @@ int HexDigit(char c) {
 
 // Of the application/x-www-form-urlencoded form: "+" is a blank. No value needs a zero byte, and
 // the C library's functions would take it for the end.
-std::string Decode(std::string_view text) {
+std::string Decode(std::string_view text, std::string_view name) {
     std::string decoded;
     for (std::size_t i = 0; i < text.size(); ++i) {
         char c = text[i] == '+' ? ' ' : text[i];
         if (c == '%') {
             const int high = i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
             const int low = high >= 0 ? HexDigit(text[i + 2]) : -1;
-            if (low < 0) Refuse(text.substr(0, MaxQuoted), "%", "does not begin an escape");
+            if (low < 0) Refuse(name, text.substr(i), "does not begin with an escape");
             c = static_cast<char>(high * 16 + low);
             i += 2;
         }
-        if (c == '\0') Refuse(text.substr(0, MaxQuoted), "%00", "is not possible");
+        if (c == '\0') Refuse(name, "%00", "is not possible");
         decoded += c;
     }
     return decoded;
@@ -58,9 +58,9 @@ Parameters::Parameters(std::string_view query) {
         query.remove_prefix(std::min(part.size() + 1, query.size()));
         if (part.empty()) continue;
         const std::size_t equal = part.find('=');
+        const std::string name = Decode(part.substr(0, equal), part.substr(0, MaxQuoted));
         const bool hasValue = equal != std::string_view::npos;
-        all.emplace_back(Decode(part.substr(0, equal)),
-                         hasValue ? Decode(part.substr(equal + 1)) : std::string());
+        all.emplace_back(name, hasValue ? Decode(part.substr(equal + 1), name) : std::string());
     }
 }
 

@@ -127,6 +127,18 @@ def write_boot(archive: Path, boot: int, begin: float, span: float, messages: li
         os.utime(path, (begin + up_time,) * 2)
 
 
+def send(text: str) -> None:
+    """Logs a line, as syslog(3) does; waits while syslogd is away."""
+    while True:
+        try:
+            with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
+                log.connect("/dev/log")
+                log.send(text.encode())
+                return
+        except OSError:
+            time.sleep(0.05)
+
+
 class Chatter(threading.Thread):
     """Logs `rate` lines a second on average through /dev/log, until `stop`."""
 
@@ -134,7 +146,6 @@ class Chatter(threading.Thread):
         super().__init__(daemon=True)
         self._rate = rate
         self._stopping = threading.Event()
-        self._socket: socket.socket | None = None
 
     def stop(self) -> None:
         self._stopping.set()
@@ -143,18 +154,7 @@ class Chatter(threading.Thread):
     def run(self) -> None:
         rng = random.Random()
         for message in start_up():
-            self._send(message)
+            send(f"<{message.priority}>{message.tag}: {message.text}")
         while not self._stopping.wait(rng.expovariate(self._rate)):
             for message in burst(rng) if rng.random() < 0.002 else [routine(rng)]:
-                self._send(message)
-
-    def _send(self, message: Message) -> None:
-        try:
-            if self._socket is None:
-                self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-                self._socket.connect("/dev/log")
-            self._socket.send(f"<{message.priority}>{message.tag}: {message.text}".encode())
-        except OSError:  # syslogd is away for a moment
-            if self._socket is not None:
-                self._socket.close()
-            self._socket = None
+                send(f"<{message.priority}>{message.tag}: {message.text}")

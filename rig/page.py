@@ -2,6 +2,7 @@
 from __future__ import annotations
 
 import argparse
+import json
 import os
 import signal
 import subprocess
@@ -9,7 +10,7 @@ import sys
 import threading
 from pathlib import Path
 
-from rig.chatter import Chatter, history
+from rig.chatter import Chatter, history, send
 from tests.harness import sandbox, services
 from tests.harness.paths import ARCHIVE, BUSYBOX, ROOT
 
@@ -25,6 +26,7 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--build", type=Path, default=ROOT / "build/release",
                         help="folder in which the product was built")
     parser.add_argument("--busybox", type=Path, default=BUSYBOX)
+    parser.add_argument("--commands", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--only-check-arguments", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
     return parser.parse_args()
@@ -56,6 +58,16 @@ def settings(port: int) -> None:
     Path("/etc/default/moraine-page").write_text(f"ADDRESS=127.0.0.1:{port}\n", encoding="utf-8")
 
 
+def obey() -> None:
+    """Logs what a test asks for on standard input, until that ends."""
+    for order in map(json.loads, sys.stdin):
+        texts = [order["text"]] if "text" in order else \
+            [f"number {i} end" for i in range(order["first"], order["last"] + 1)]
+        for text in texts:
+            send(f"<14>test: {text}")
+        print("done", flush=True)
+
+
 def show(arguments: argparse.Namespace) -> None:
     enough = threading.Event()
     for number in (signal.SIGINT, signal.SIGTERM):
@@ -69,7 +81,10 @@ def show(arguments: argparse.Namespace) -> None:
     chatter = Chatter(arguments.rate)
     chatter.start()
     print(f"http://127.0.0.1:{arguments.port}/   (Ctrl-C ends it)", flush=True)
-    enough.wait()
+    if arguments.commands:
+        obey()
+    else:
+        enough.wait()
     chatter.stop()
     for service in (page, services.daemon, services.syslogd):
         service.stop()

@@ -84,6 +84,7 @@ export class Reading {
             if (at && await this.around(at, isCurrent, signal)) return;
             if (isFiltered(filters)) await this.search(boots, signal);
             else this.older = (await this.readOlder({lines: FIRST_PAGE}, signal)).more;
+            if (at) this.view.show(at, isCurrent);
             this.isComplete = true;
         });
     }
@@ -157,6 +158,9 @@ export class Reading {
         // Behind the line before, so that the line itself is read too.
         const last = this.view.rows.at(-1)?.cursor ?? at;
         this.newer = (await this.near(() => this.readNewer({after: last, lines: 300}, signal))).more;
+        // The very first line has none before it: it is the one before the next.
+        const [first] = this.view.rows;
+        if (last === at && first) await this.readOlder({before: first.cursor, lines: 1}, signal);
         this.view.show(at, isCurrent);
         this.isComplete = this.view.rows.length > 0;
         return this.isComplete;

@@ -146,3 +146,15 @@ test("a link into the middle reads on in both directions, without a gap", async 
     }
     assert.equal(last, device.lines.length);
 });
+
+test("links to the first, the last and the only match", async () => {
+    await open({boots: 12, special: ["one needle"]});
+    const {cursor} = device.lines.at(-1);
+    const matches = device.lines.filter((line) => line.message.includes("memory"));
+    for (const [wanted, line] of [["needle", cursor], ["memory", matches[0].cursor], ["memory", matches.at(-1).cursor]]) {
+        await browser.page.goto("about:blank");
+        await browser.page.goto(`${url}#grep=${wanted}&line=${line}`);
+        await browser.lines.locator("[aria-current]").waitFor();
+        assert.equal(await browser.lines.locator("[aria-current]").evaluate((node) => node.row.cursor), line);
+    }
+});
