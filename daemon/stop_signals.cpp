@@ -8,7 +8,7 @@
 #include "logging/logging.h"
 
 std::atomic<int> ExitCode = 0;
-std::atomic<bool> MainRunning = false;
+std::atomic<int> MainRunning = false;
 
 namespace {
 

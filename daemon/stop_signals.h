@@ -8,11 +8,11 @@
 // The status that main returns. Follows the last stop signal: 0 for SIGTERM, else its number.
 extern std::atomic<int> ExitCode;
 
-// True while the main loop is to go on.
-extern std::atomic<bool> MainRunning;
+// Not zero while the main loop is to go on. An int, since not every processor has lock-free bytes
+// (riscv64 has none).
+extern std::atomic<int> MainRunning;
 
-static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
-              "the handler may use nothing that locks");
+static_assert(std::atomic<int>::is_always_lock_free, "the handler may use nothing that locks");
 
 // The handler: notes the signal, sets ExitCode and clears MainRunning.
 void SigHandler(int signal);
