@@ -4,17 +4,17 @@ function expected(what) {
 	failed = 1
 }
 
-BEGIN { count = split("bool depends select help", order, " ") }
+BEGIN { count = split("bool default depends select help", order, " ") }
 /[ \t]$/ { expected("nothing at the end") }
 /^\t  / {
 	if (length($0) > length("\t  ") + 62) expected("62 characters of help")
 	next
 }
 /^ / { expected("a tab") }
-/^(config|comment)/ { reached = 0 }
+/^(menuconfig|config|comment)/ { reached = 0 }
 /^\t[a-z]/ {
 	for (i = 1; i <= count && $1 != order[i]; i++) ;
-	if (i < reached) expected("the order bool, depends, select, help")
+	if (i < reached) expected("the order bool, default, depends, select, help")
 	reached = i
 }
 END { exit failed }
