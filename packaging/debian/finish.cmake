@@ -1,22 +1,37 @@
 # What CPack does to the files before it packs them, as debhelper does.
 cmake_minimum_required(VERSION 3.25)
 
-# Sets `result` to the path of what the package has as /usr/`file`.
-function(packed_file result file)
-    file(GLOB found ${CPACK_TEMPORARY_DIRECTORY}/*/usr/${file})
-    if(NOT found)
-        message(FATAL_ERROR "The package has no /usr/${file}")
+
+set(epoch $ENV{SOURCE_DATE_EPOCH})
+file(GLOB groups LIST_DIRECTORIES true ${CPACK_TEMPORARY_DIRECTORY}/*)
+foreach(group IN LISTS groups)
+    file(GLOB documents ${group}/usr/share/man/man?/* ${group}/usr/share/doc/*/changelog)
+    foreach(document IN LISTS documents)
+        execute_process(COMMAND gzip -9 -n ${document} COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+
+    file(GLOB programs ${group}/usr/bin/* ${group}/usr/sbin/* ${group}/usr/share/*/www/cgi-bin/*)
+    foreach(program IN LISTS programs)
+        execute_process(
+            COMMAND ${CPACK_DEBIAN_STRIP} --strip-unneeded --remove-section=.comment
+                --remove-section=.note ${program}
+            COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+
+    # What the compiler that built it knows of it for link-time optimization, another cannot read.
+    file(GLOB_RECURSE libraries ${group}/usr/lib/*.a)
+    foreach(library IN LISTS libraries)
+        execute_process(
+            COMMAND ${CPACK_DEBIAN_STRIP} --strip-debug --enable-deterministic-archives
+                --remove-section=.comment --remove-section=.note
+                --remove-section=.gnu.lto_* --remove-section=.gnu.debuglto_*
+                --strip-symbol=__gnu_lto_v1 --strip-symbol=__gnu_lto_slim ${library}
+            COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()
+
+    # The same bytes whenever and wherever it is built.
+    if(epoch)
+        execute_process(COMMAND find ${group} -exec touch --no-dereference --date=@${epoch} {} +
+                        COMMAND_ERROR_IS_FATAL ANY)
     endif()
-    set(${result} ${found} PARENT_SCOPE)
-endfunction()
-
-foreach(document IN ITEMS share/man/man8/vandis-moraine.8 share/doc/vandis-moraine/changelog)
-    packed_file(path ${document})
-    execute_process(COMMAND gzip -9 -n ${path} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
-
-packed_file(path sbin/vandis-moraine)
-execute_process(
-    COMMAND ${CPACK_DEBIAN_STRIP} --strip-unneeded --remove-section=.comment --remove-section=.note
-        ${path}
-    COMMAND_ERROR_IS_FATAL ANY)
