@@ -16,7 +16,7 @@ VANDIS_MORAINE_CONF_OPTS = -DMORAINE_TESTS=OFF
 # liblzma, which the command, the page and the reader library use.
 VANDIS_MORAINE_DEPENDENCIES = xz
 
-# Static, the daemon has a quarter of the memory. It calls nothing that the C
+# Static, the daemon takes a fraction of the memory. It calls nothing that the C
 # library would load at run time.
 ifeq ($(BR2_PACKAGE_VANDIS_MORAINE_SHARED),y)
 VANDIS_MORAINE_CONF_OPTS += -DMORAINE_STATIC=OFF
