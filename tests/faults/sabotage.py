@@ -83,6 +83,8 @@ def notices(tree: Tree, sabotage: Sabotage) -> str:
         done = subprocess.run(
             ["python3", "-m", "tests.faults", "--build", str(BUILD), "--scene", sabotage.scene,
              "--first-failure"], cwd=tree.folder, stdout=subprocess.PIPE, text=True)
+    if "failures of the judge" not in done.stdout and "FAILED" not in done.stdout:
+        sys.exit(f"sabotage: the fault tests could not run: {done.stdout}")
     problem = re.search(r"^FAILED (.*)\n  (.*)", done.stdout, re.MULTILINE)
     return f"{problem.group(1)}: {problem.group(2)}" if problem else ""
 

@@ -16,7 +16,6 @@ using testing::IsEmpty;
 using testing::Matcher;
 using testing::StartsWith;
 
-
 class StartupTest : public RotateTest {
 protected:
     void RemoveArchive() const { std::filesystem::remove(archive); }
@@ -85,7 +84,7 @@ TEST_F(StartupTest, TakesAllStepsInTheirOrder) {
 }
 
 // The first failure ends start-up.
-struct FailingStartStep {
+struct FailingInit {
     const char* name;
     std::function<void()> breakIt;
     std::vector<Matcher<LogLine>> lines;
@@ -93,14 +92,14 @@ struct FailingStartStep {
     unsigned bootNum;
 };
 
-std::ostream& operator<<(std::ostream& out, const FailingStartStep& step) {
+std::ostream& operator<<(std::ostream& out, const FailingInit& step) {
     return out << step.name;
 }
 
-class FailingStartupTest : public RotateTest, public testing::WithParamInterface<FailingStartStep> {};
+class FailingStartupTest : public RotateTest, public testing::WithParamInterface<FailingInit> {};
 
 TEST_P(FailingStartupTest, EndsThere) {
-    const FailingStartStep& step = GetParam();
+    const FailingInit& step = GetParam();
     WriteFile(tmpLog, "old\n");
     step.breakIt();
     EXPECT_FAILURE(rotate.Init());
@@ -112,18 +111,18 @@ TEST_P(FailingStartupTest, EndsThere) {
 INSTANTIATE_TEST_SUITE_P(
     , FailingStartupTest,
     testing::Values(
-        FailingStartStep{"SyslogDirectory",
+        FailingInit{"SyslogDirectory",
                     [] { std::filesystem::remove_all("/perm/logs"); },
                     {Line(LOG_WARNING, StartsWith("Path '/perm/logs/syslog' does not exist.  ")),
                      Line(LOG_ERR, StartsWith("Exception in CreateDir(/perm/logs/syslog): "))},
                     false,
                     0},
-        FailingStartStep{"Capacity",
+        FailingInit{"Capacity",
                     [] { Faults::SetCapacity(1288490187); },
                     {Line(LOG_ERR, StartsWith("Required archive capacity is "))},
                     false,
                     0},
-        FailingStartStep{
+        FailingInit{
             "ArchiveDirectory",
             [] {
                 std::filesystem::remove("/perm/logs/syslog/archive");
@@ -132,7 +131,7 @@ INSTANTIATE_TEST_SUITE_P(
             {Line(LOG_ERR, StartsWith("Exception in CreateDir(/perm/logs/syslog/archive): "))},
             false,
             0},
-        FailingStartStep{"BootNumbers",
+        FailingInit{"BootNumbers",
                     [] {
                         WriteFile("/perm/logs/syslog/archive/" + ArchFn(41));
                         Faults::Fail("rename", EIO, 1);
@@ -141,19 +140,19 @@ INSTANTIATE_TEST_SUITE_P(
                      Line(LOG_ERR, StartsWith("Rename failure, reason: "))},
                     false,
                     0},
-        FailingStartStep{"Leftovers",
+        FailingInit{"Leftovers",
                     [] { StandIn("xz", "exit 1"); },
                     {Line(LOG_ERR, StartsWith("Unable to 'xz -fk "))},
                     false,
                     1},
-        FailingStartStep{
+        FailingInit{
             "Measurement",
             [] { Faults::Fail("opendir", EIO, 6); },
             {Line(LOG_INFO, StartsWith("Archived ")),
              Line(LOG_ERR, StartsWith("GetDirSize failure on /perm/logs/syslog/archive: "))},
             true,
             1},
-        FailingStartStep{"SizeLimit",
+        FailingInit{"SizeLimit",
                     [] {
                         WriteSparseFile("/perm/logs/syslog/archive/messages.001.foreign",
                                         SizeLimit);
