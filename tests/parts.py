@@ -10,6 +10,7 @@ import dataclasses
 import hashlib
 import os
 import shlex
+import signal
 import subprocess
 import sys
 import threading
@@ -110,6 +111,8 @@ class Run:
         self._parts = parts
         self._inputs = inputs
         self._printing = threading.Lock()
+        self._running: set[subprocess.Popen[bytes]] = set()
+        self._is_stopped = False
         self.results: dict[str, Result] = {}
 
     def run(self) -> bool:
@@ -118,13 +121,25 @@ class Run:
             part for part in self._parts if part.waits == waits],)) for waits in (False, True)]
         for lane in lanes:
             lane.start()
-        for lane in lanes:
-            lane.join()
+        try:
+            for lane in lanes:
+                lane.join()
+        except KeyboardInterrupt:
+            self._stop()
+            for lane in lanes:
+                lane.join()
+            raise
         return all(result.verdict != "FAILED" for result in self.results.values())
 
     def _run_all(self, parts: list[Part]) -> None:
         for part in parts:
-            self._run(part)
+            if not self._is_stopped:
+                self._run(part)
+
+    def _stop(self) -> None:
+        self._is_stopped = True
+        for process in list(self._running):
+            os.killpg(process.pid, signal.SIGTERM)
 
     def _run(self, part: Part) -> None:
         # Taken before: what changes while it runs has not been tested.
@@ -133,8 +148,13 @@ class Run:
         self._say(f"{part.name}: started")
         log = FOLDER / f"{part.name}.log"
         with log.open("wb") as output:
-            status = subprocess.run(part.command, shell=True, cwd=ROOT, stdin=subprocess.DEVNULL,
-                                    stdout=output, stderr=subprocess.STDOUT).returncode
+            # In a session of its own: Ctrl-C is for this program, which then ends the parts.
+            process = subprocess.Popen(part.command, shell=True, cwd=ROOT, start_new_session=True,
+                                       stdin=subprocess.DEVNULL, stdout=output,
+                                       stderr=subprocess.STDOUT)
+        self._running.add(process)
+        status = process.wait()
+        self._running.discard(process)
         verdict = {0: "passed", SKIPPED: "skipped"}.get(status, "FAILED")
         self.results[part.name] = Result(verdict, time.monotonic() - start)
         if verdict == "passed" and part.own:
@@ -182,7 +202,11 @@ def main() -> int:
     print(f"Logs: {FOLDER.relative_to(ROOT)}/", flush=True)
     start = time.monotonic()
     run = Run(chosen, inputs)
-    passed = run.run()
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
+    try:
+        passed = run.run()
+    except KeyboardInterrupt:
+        return 130
     print()
     for part in chosen:
         result = run.results[part.name]
