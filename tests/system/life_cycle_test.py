@@ -16,6 +16,17 @@ ROTATION = "/perm/logs/syslog/messages.txt.0"
 START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
 
 
+def for_each_stop_signal(case_class: type[BlackBoxCase]) -> type[BlackBoxCase]:
+    """Adds the tests test_sigterm, test_sighup ..., which call `check` with the signal."""
+    for number in STATUS_AFTER:
+        def test(self: BlackBoxCase, number: signal.Signals = number) -> None:
+            self.check(number)
+        test.__doc__ = f"{number.name}, {(case_class.__doc__ or '').splitlines()[0]}"
+        setattr(case_class, f"test_{number.name.lower()}", test)
+    return case_class
+
+
+@for_each_stop_signal
 class SignalInSleep(BlackBoxCase):
     """One last cycle follows at once, then the exit line."""
 
@@ -30,23 +41,8 @@ class SignalInSleep(BlackBoxCase):
         self.assertEqual(status, STATUS_AFTER[number])
         self.assertEqual(archive(), [(1, "last")])
 
-    def test_sigterm(self) -> None:
-        """SIGTERM during the sleep: status 0."""
-        self.check(SIGTERM)
 
-    def test_sighup(self) -> None:
-        """SIGHUP during the sleep stops the daemon, it is no reload: status 1."""
-        self.check(SIGHUP)
-
-    def test_sigint(self) -> None:
-        """SIGINT during the sleep: status 2."""
-        self.check(SIGINT)
-
-    def test_sigquit(self) -> None:
-        """SIGQUIT during the sleep: status 3, and no core."""
-        self.check(SIGQUIT)
-
-
+@for_each_stop_signal
 class SignalWhileXzRuns(BlackBoxCase):
     """The cycle is completed, and no other follows."""
 
@@ -70,22 +66,6 @@ class SignalWhileXzRuns(BlackBoxCase):
         self.assertEqual(content_of(SYSLOG), {"messages.txt": "", "messages.txt.0": "newer",
                                               "archive/": ""})
 
-    def test_sigterm(self) -> None:
-        """SIGTERM while xz runs: status 0."""
-        self.check(SIGTERM)
-
-    def test_sighup(self) -> None:
-        """SIGHUP while xz runs: status 1."""
-        self.check(SIGHUP)
-
-    def test_sigint(self) -> None:
-        """SIGINT while xz runs: status 2."""
-        self.check(SIGINT)
-
-    def test_sigquit(self) -> None:
-        """SIGQUIT while xz runs: status 3."""
-        self.check(SIGQUIT)
-
     def test_second_signal_overrides(self) -> None:
         """A second stop signal has its line, too, and decides the status."""
         self.check(SIGHUP, SIGTERM)
@@ -95,6 +75,7 @@ class SignalWhileXzRuns(BlackBoxCase):
         self.check(SIGTERM, SIGHUP)
 
 
+@for_each_stop_signal
 class SignalWhileALineIsWritten(BlackBoxCase):
     """The signal arrives inside the C library's syslog, which holds its lock."""
 
@@ -118,22 +99,6 @@ class SignalWhileALineIsWritten(BlackBoxCase):
         self.assertEqual(status, STATUS_AFTER[number])
         self.assertEqual(content_of(SYSLOG), {"messages.txt": "", "messages.txt.0": "newer",
                                               "archive/": ""})
-
-    def test_sigterm(self) -> None:
-        """SIGTERM inside a log call of a cycle: the cycle is completed, no other follows."""
-        self.check(SIGTERM)
-
-    def test_sighup(self) -> None:
-        """SIGHUP inside a log call of a cycle."""
-        self.check(SIGHUP)
-
-    def test_sigint(self) -> None:
-        """SIGINT inside a log call of a cycle."""
-        self.check(SIGINT)
-
-    def test_sigquit(self) -> None:
-        """SIGQUIT inside a log call of a cycle."""
-        self.check(SIGQUIT)
 
 
 class SignalInTheLastLine(BlackBoxCase):
