@@ -76,8 +76,9 @@ install(TARGETS moraine EXPORT vandis-moraine
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vandis-moraine)
-install(EXPORT vandis-moraine NAMESPACE vandis-moraine:: FILE vandis-moraine-config.cmake
+install(EXPORT vandis-moraine NAMESPACE vandis-moraine:: FILE vandis-moraine-targets.cmake
         DESTINATION ${package_dir} COMPONENT development)
+install(FILES cmake/vandis-moraine-config.cmake DESTINATION ${package_dir} COMPONENT development)
 write_basic_package_version_file(vandis-moraine-config-version.cmake
     COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/vandis-moraine-config-version.cmake
@@ -88,3 +89,22 @@ file(RELATIVE_PATH pc_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/vandis-moraine.pc.in vandis-moraine.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vandis-moraine.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# The reading library has a component of its own, because it needs liblzma.
+if(MORAINE_COMMAND)
+    foreach(header IN ITEMS boots cursor expression format line log names time)
+        install(FILES reader/${header}.h DESTINATION
+                ${CMAKE_INSTALL_INCLUDEDIR}/vandis-moraine/reader COMPONENT reader)
+    endforeach()
+    target_compile_options(moraine_reader INTERFACE
+        "$<INSTALL_INTERFACE:SHELL:-idirafter \"$<INSTALL_PREFIX>/${CMAKE_INSTALL_INCLUDEDIR}/vandis-moraine\">")
+    install(TARGETS moraine_reader EXPORT vandis-moraine-reader
+            ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT reader
+            INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    install(EXPORT vandis-moraine-reader NAMESPACE vandis-moraine::
+            FILE vandis-moraine-reader-targets.cmake
+            DESTINATION ${package_dir} COMPONENT reader)
+    configure_file(cmake/vandis-moraine-reader.pc.in vandis-moraine-reader.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/vandis-moraine-reader.pc
+            DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT reader)
+endif()
