@@ -7,6 +7,7 @@ becomes an SVG picture on standard output.
 from __future__ import annotations
 
 import argparse
+import dataclasses
 import html
 import os
 import random
@@ -100,31 +101,51 @@ def session() -> list[str]:
     return lines[:-1]
 
 
-def spans(line: str) -> str:
-    """One line as SVG text."""
-    parts, colour, is_bold = [], None, False
-    for index, piece in enumerate(SGR.split(line)):
-        if index % 2 == 0:
-            if piece:
-                style = f' fill="{colour}"' if colour else ""
-                style += ' font-weight="bold"' if is_bold else ""
-                parts.append(f"<tspan{style}>{html.escape(piece)}</tspan>")
-            continue
-        for code in (int(text or 0) for text in piece.split(";")):
+@dataclasses.dataclass
+class Style:
+    """What the escape sequences so far have switched on."""
+
+    colour: str | None = None
+    is_bold: bool = False
+    is_reversed: bool = False
+
+    def apply(self, sequence: str) -> None:
+        for code in (int(number or 0) for number in sequence.split(";")):
             if code == 0:
-                colour, is_bold = None, False
+                self.colour, self.is_bold, self.is_reversed = None, False, False
             elif code == 1:
-                is_bold = True
+                self.is_bold = True
+            elif code in (7, 27):
+                self.is_reversed = code == 7
             else:
-                colour = COLOURS.get(code, colour)
-    return "".join(parts)
+                self.colour = COLOURS.get(code, self.colour)
+
+    def attributes(self) -> str:
+        fill = PAPER if self.is_reversed else self.colour
+        return (f' fill="{fill}"' if fill else "") + (' font-weight="bold"' if self.is_bold else "")
+
+
+def draw(line: str, y: float) -> str:
+    """One line: the fields behind what is shown in reverse, and the text."""
+    fields, spans, style, column = [], [], Style(), 0
+    for index, piece in enumerate(SGR.split(line)):
+        if index % 2:
+            style.apply(piece)
+        elif piece:
+            if style.is_reversed:
+                fields.append(f'<rect x="{MARGIN + column * CHARACTER:.1f}" y="{y:.1f}" '
+                              f'width="{len(piece) * CHARACTER:.1f}" height="{LINE}" '
+                              f'fill="{style.colour or TEXT}"/>')
+            spans.append(f"<tspan{style.attributes()}>{html.escape(piece)}</tspan>")
+            column += len(piece)
+    return (f'{"".join(fields)}<text x="{MARGIN}" y="{y + 0.75 * LINE:.1f}" xml:space="preserve">'
+            f'{"".join(spans)}</text>')
 
 
 def picture(lines: list[str]) -> str:
     width = round(max(len(SGR.sub("", line)) for line in lines) * CHARACTER + 2 * MARGIN)
     height = len(lines) * LINE + 2 * MARGIN
-    rows = [f'<text x="{MARGIN}" y="{MARGIN + (row + 0.75) * LINE:.0f}" xml:space="preserve">'
-            f"{spans(line)}</text>" for row, line in enumerate(lines) if line]
+    rows = [draw(line, MARGIN + row * LINE) for row, line in enumerate(lines) if line]
     return "\n".join((
         f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" '
         f'height="{height}" role="img" aria-label="A terminal session with the command moraine">',

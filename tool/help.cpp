@@ -50,6 +50,9 @@ Which lines:
   -S, --since TIME        "2026-11-21 17:48:08", 2026-11-21, 17:48, today, yesterday, -2h, -30min,
   -U, --until TIME        -3d
   -f, --follow            the last lines, then new ones as they arrive
+      --cursor-file FILE  only lines behind the one that FILE names; leaves the last one there, so
+                          that each line is printed once in a series of calls
+      --after-cursor C    only lines behind the one with this cursor
 
 How:
   -r, --reverse           newest line first
