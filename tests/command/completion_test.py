@@ -1,6 +1,7 @@
 """bash completion: verbs, options, and the boots, tags and severities that the log contains."""
 from __future__ import annotations
 
+import re
 import shlex
 import subprocess
 
@@ -53,6 +54,15 @@ class Completion(CommandCase):
             for word in text.replace(",", " ").replace("|", " ").split():
                 if word.startswith("--") and word[2:].isalpha():
                     self.assertIn(word, offered, verb)
+
+    def test_the_manual_explains_every_option_and_no_others(self) -> None:
+        manual = (ROOT / "docs/moraine.1").read_text()
+        verbs = ("log", "boots", "status", "verify", "pack", "delete")
+        known = {option for verb in verbs for option in self.complete(f"moraine {verb} -")}
+        for option in known:
+            self.assertRegex(manual, rf"Fl {option[1:]}(?![\w-])")
+        for option in re.findall(r"Fl (-[\w-]+)", manual):
+            self.assertIn(f"-{option}", known | {"--name"})  # which stands for any
 
     def test_options_without_a_verb_are_those_of_log(self) -> None:
         self.assertEqual(self.complete("moraine --prio"), ["--priority"])
