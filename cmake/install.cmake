@@ -44,7 +44,8 @@ install(CODE [[
 
 # The daemon calls the script of syslogd by its path, under systemd too.
 install(DIRECTORY packaging/systemd/ DESTINATION lib/systemd/system
-        COMPONENT systemd ${systemd_only_by_name} FILES_MATCHING PATTERN *.service)
+        COMPONENT systemd ${systemd_only_by_name} FILES_MATCHING PATTERN *.service
+        PATTERN moraine-page* EXCLUDE)
 install(CODE [[
     foreach(name IN ITEMS S01syslogd-moraine S90vandis-moraine)
         file(INSTALL ${source_dir}/packaging/systemd/init-script DESTINATION ${root}/etc/init.d

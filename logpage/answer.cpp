@@ -24,12 +24,18 @@ constexpr int MaxStallMs = 30'000;
 
 const char* Reason(int status) {
     switch (status) {
-        case 200: return "OK";
-        case 400: return "Bad Request";
-        case 404: return "Not Found";
-        case 405: return "Method Not Allowed";
-        case 503: return "Service Unavailable";
-        default: return "Internal Server Error";
+        case 200:
+            return "OK";
+        case 400:
+            return "Bad Request";
+        case 404:
+            return "Not Found";
+        case 405:
+            return "Method Not Allowed";
+        case 503:
+            return "Service Unavailable";
+        default:
+            return "Internal Server Error";
     }
 }
 

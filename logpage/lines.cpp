@@ -1,7 +1,7 @@
 // The addresses that answer with lines: /log and /follow.
 //
-// A page of lines is read from its cursor on, in the direction in which it lies, and ends as soon as
-// it is full. To know whether there are more, one line more than asked for is read.
+// A page of lines is read from its cursor on, in the direction in which it lies, and ends as soon
+// as it is full. To know whether there are more, one line more than asked for is read.
 #include <ctime>
 #include <optional>
 #include <string>
@@ -117,7 +117,8 @@ public:
             ReadLast();
         }
         if (TimeIsUp) throw Error{500, TooSlow};
-        answer.Write(hasMore ? "{\"end\":true,\"more\":true}\n" : "{\"end\":true,\"more\":false}\n");
+        answer.Write(hasMore ? "{\"end\":true,\"more\":true}\n"
+                             : "{\"end\":true,\"more\":false}\n");
         answer.Flush();
     }
 

@@ -22,7 +22,8 @@ public:
     std::vector<std::string> Texts(std::string_view name);
     std::optional<std::uint64_t> Number(std::string_view name, std::uint64_t maximum);
 
-    // "name", "name=", "name=1", "name=true" or "name=yes"; "0", "false" and "no" mean the contrary.
+    // "name", "name=", "name=1", "name=true" or "name=yes"; "0", "false" and "no" mean the
+    // contrary.
     bool Flag(std::string_view name);
 
     // To be called when all that are known have been taken.

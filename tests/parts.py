@@ -61,6 +61,8 @@ PARTS = (
          "tests/packaging/run man-page installation buildroot debian", own="packaging"),
     Part("systemd", "the units on a running systemd, where one can be booted",
          "tests/packaging/run systemd", own="packaging"),
+    Part("page", "the log page: hostile requests, and a part of the browser's tests",
+         "tests/page/run --quick", own="page", waits=True),
     Part("tidy", "clang-tidy on the product",
          "cmake --preset tidy >/dev/null && cmake --build --preset tidy"),
     Part("fuzz", "each fuzz target for some seconds", "tests/fuzz/run --seconds 5", own="fuzz"),

@@ -93,8 +93,7 @@ TEST(Parameters, NumbersAreDecimalAndLimited) {
     for (const char* value : {"10001", "-1", "%2B1", "", "1e3", "0x10", "1 ", " 1", "ten",
                               "18446744073709551616", "99999999999999999999999"}) {
         Parameters parameters("lines=" + std::string(value));
-        EXPECT_THAT(ErrorOf([&] { (void)parameters.Number("lines", 10000); }),
-                    HasSubstr("lines: "))
+        EXPECT_THAT(ErrorOf([&] { (void)parameters.Number("lines", 10000); }), HasSubstr("lines: "))
             << value;
     }
 }
