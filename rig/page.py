@@ -4,7 +4,9 @@ from __future__ import annotations
 import argparse
 import json
 import os
+import re
 import signal
+import socket
 import subprocess
 import sys
 import threading
@@ -13,8 +15,10 @@ from pathlib import Path
 from rig.chatter import Chatter, history, send
 from tests.harness import sandbox, services
 from tests.harness.paths import ARCHIVE, BUSYBOX, ROOT
+from tests.harness.waiting import wait_until
 
 WWW = "/usr/share/vandis-moraine/www"
+LIGHTTPD = Path("/usr/sbin/lighttpd")
 page = services.Service("S92moraine-page", "/var/run/moraine-page.pid")
 
 
@@ -26,6 +30,8 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--build", type=Path, default=ROOT / "build/release",
                         help="folder in which the product was built")
     parser.add_argument("--busybox", type=Path, default=BUSYBOX)
+    parser.add_argument("--lighttpd", action="store_true",
+                        help="serve it by lighttpd instead of BusyBox httpd")
     parser.add_argument("--commands", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--only-check-arguments", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
@@ -38,6 +44,7 @@ def files(build: Path, busybox: Path) -> dict[str, Path]:
     return {
         "/usr/sbin/httpd": busybox,
         "/etc/init.d/S92moraine-page": ROOT / "init/S92moraine-page",
+        **({"/usr/sbin/lighttpd": LIGHTTPD} if LIGHTTPD.exists() else {}),
         **{f"{WWW}/{path.relative_to(www)}": path for path in sorted(www.rglob("*")) if path.is_file()},
     }
 
@@ -56,6 +63,35 @@ def settings(port: int) -> None:
             users.write("moraine-page:x:0:0::/:/bin/false\n")
     Path("/etc/default/syslogd-moraine").write_text(f"ROTATION_KB=64\n{group}", encoding="utf-8")
     Path("/etc/default/moraine-page").write_text(f"ADDRESS=127.0.0.1:{port}\n", encoding="utf-8")
+
+
+class Lighttpd:
+    """By the example's configuration."""
+
+    def __init__(self, port: int) -> None:
+        text = (ROOT / "examples/log-page/lighttpd.conf").read_text(encoding="utf-8")
+        group = re.search("LOG_GROUP=(.*)", Path("/etc/default/syslogd-moraine").read_text(encoding="utf-8"))
+        text = text.replace("port = 8514", f"port = {port}")
+        text = text.replace('groupname = "moraine-page"', f'groupname = "{group.group(1) if group else "root"}"')
+        self._settings = Path("/tmp/lighttpd.conf")
+        self._settings.write_text(text, encoding="utf-8")
+        self._port = port
+
+    def start(self) -> None:
+        if not any(line.startswith("moraine-page:") for line in open("/etc/passwd", encoding="utf-8")):
+            with open("/etc/passwd", "a", encoding="utf-8") as users:
+                users.write("moraine-page:x:814:814::/:/bin/false\n")
+        self._process = subprocess.Popen(["/usr/sbin/lighttpd", "-D", "-f", str(self._settings)])
+        if not wait_until(self._answers, 30):
+            raise RuntimeError("lighttpd does not start")
+
+    def _answers(self) -> bool:
+        with socket.socket() as connection:
+            return connection.connect_ex(("127.0.0.1", self._port)) == 0
+
+    def stop(self) -> None:
+        self._process.terminate()
+        self._process.wait()
 
 
 def obey() -> None:
@@ -77,7 +113,8 @@ def show(arguments: argparse.Namespace) -> None:
     history(ARCHIVE, arguments.boots)
     services.syslogd.start()
     services.daemon.start()
-    page.start()
+    server = Lighttpd(arguments.port) if arguments.lighttpd else page
+    server.start()
     chatter = Chatter(arguments.rate)
     chatter.start()
     print(f"http://127.0.0.1:{arguments.port}/   (Ctrl-C ends it)", flush=True)
@@ -86,7 +123,7 @@ def show(arguments: argparse.Namespace) -> None:
     else:
         enough.wait()
     chatter.stop()
-    for service in (page, services.daemon, services.syslogd):
+    for service in (server, services.daemon, services.syslogd):
         service.stop()
 
 
