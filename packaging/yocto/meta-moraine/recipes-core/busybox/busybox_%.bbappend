@@ -1,0 +1,3 @@
+# Named last, these settings replace those of the recipe.
+FILESEXTRAPATHS:prepend := "${MORAINE_PROJECT}/packaging/busybox:"
+SRC_URI += "file://moraine.cfg file://moraine-httpd.cfg"
