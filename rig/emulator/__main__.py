@@ -36,12 +36,19 @@ def parse() -> argparse.Namespace:
                         help="the disk's image; made if it is not there, and kept "
                         "(default: build/device/perm.img)")
     parser.add_argument("--new-disk", action="store_true", help="begin with an empty disk")
+    parser.add_argument("--image", metavar="DIR", type=Path,
+                        help="boot what Buildroot has built in this folder, output/images of its "
+                        "tree, from its own disk; log in as root")
     parser.add_argument("--build-only", action="store_true",
                         help="fetch and build what is needed, and no more")
     options = parser.parse_args()
     # Before anything is built, or the disk made anew.
     if options.run and not options.run.is_file():
         parser.error(f"--run: there is no file {options.run}")
+    if options.image and not (options.image / "disk.img").is_file():
+        parser.error(f"--image: there is no disk.img in {options.image}")
+    if options.image and (options.run or options.new_disk or options.build_only):
+        parser.error("--image goes with no option but --disk")
     return options
 
 
@@ -69,8 +76,15 @@ def run(image: images.Image, disk: Path, script: Path) -> int:
     return status[0]
 
 
+def boot_image(folder: Path, disk: Path) -> int:
+    return shell(images.built_by_buildroot(folder),
+                 folder / "disk.img" if disk == DEFAULT_DISK else disk)
+
+
 def main() -> int:
     options = parse()
+    if options.image:
+        return boot_image(options.image, options.disk)
     image = images.make()
     if options.build_only:
         return 0

@@ -26,10 +26,12 @@ class Emulator:
                  echo: Callable[[str], None] | None = None) -> None:
         """`files`: more executable files of the root file system, by their paths without the first
         slash. `work`: a folder for this run's own copy of it."""
-        initramfs = work / "root.cpio"
-        shutil.copyfile(image.initramfs, initramfs)
-        with initramfs.open("ab") as file:
-            file.write(images.overlay(dict(files)))
+        initramfs = None
+        if image.initramfs:
+            initramfs = work / "root.cpio"
+            shutil.copyfile(image.initramfs, initramfs)
+            with initramfs.open("ab") as file:
+                file.write(images.overlay(dict(files)))
 
         self.lines: list[str] = []
         self._echo = echo

@@ -33,8 +33,10 @@ def say(what: str) -> None:
 
 @dataclasses.dataclass
 class Image:
+    """`initramfs` None: the root file system is on the disk."""
     kernel: Path
-    initramfs: Path
+    initramfs: Path | None
+    arguments: str = "rdinit=/sbin/init"
 
 
 def make(source: Path = ROOT, name: str = "aarch64") -> Image:
@@ -53,6 +55,11 @@ def make(source: Path = ROOT, name: str = "aarch64") -> Image:
         with initramfs.open("wb") as file:
             _write_root(cpio.Writer(file), FOLDER / name)
     return Image(_kernel(), initramfs)
+
+
+def built_by_buildroot(folder: Path) -> Image:
+    """What packaging/buildroot's example makes in output/images; the disk stands beside it."""
+    return Image(folder / "Image", None, "root=/dev/vda1 rw")
 
 
 def overlay(files: dict[str, bytes]) -> bytes:

@@ -8,7 +8,7 @@ from rig.emulator.image import Image
 MEMORY_MIB = 256
 
 
-def command(image: Image, initramfs: Path, disk: Path | None, serial: str = "stdio",
+def command(image: Image, initramfs: Path | None, disk: Path | None, serial: str = "stdio",
             memory_mib: int = MEMORY_MIB) -> list[str]:
     """`disk` None: a device whose disk is missing. Writes of the guest reach the host's cache at
     once: what the guest had written stays when the emulator is killed, what it still held in its
@@ -16,8 +16,9 @@ def command(image: Image, initramfs: Path, disk: Path | None, serial: str = "std
     drive = [] if disk is None else [
         "-drive", f"if=none,id=disk,format=raw,cache=writeback,file={disk}",
         "-device", "virtio-blk-device,drive=disk"]
+    initrd = [] if initramfs is None else ["-initrd", str(initramfs)]
     return ["qemu-system-aarch64", "-machine", "virt", "-cpu", "cortex-a53",
             "-m", str(memory_mib), "-nodefaults", "-display", "none", "-no-reboot",
             "-serial", serial, *drive,
-            "-kernel", str(image.kernel), "-initrd", str(initramfs),
-            "-append", "console=ttyAMA0 quiet rdinit=/sbin/init"]
+            "-kernel", str(image.kernel), *initrd,
+            "-append", f"console=ttyAMA0 quiet {image.arguments}"]
