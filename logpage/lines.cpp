@@ -85,14 +85,13 @@ Selection TakeSelection(Parameters& parameters) {
 // Opens the log for a selection whose parameters are all known to be valid.
 std::unique_ptr<Reader::Log> Open(Selection& selection) {
     TakeTurn();
-    std::unique_ptr<Reader::Log> log = OpenLog();
+    // The log reports a position that is not in it any more under the name "cursor".
+    const std::string name = selection.query.before ? "before" : "after";
+    std::unique_ptr<Reader::Log> log =
+        OpenLog([name](const std::string& file, const std::string& /*what*/) {
+            if (file == "cursor") throw Error{404, name + ": this line is not kept any more"};
+        });
     selection.query.filter.boots = ResolveBoots(selection.boots, *log);
-    const Reader::Query& query = selection.query;
-    for (const auto& [name, cursor] : {std::pair("before", query.before), {"after", query.after}}) {
-        if (cursor && !log->HasLine(*cursor)) {
-            throw Error{404, std::string(name) + ": this line is not kept any more"};
-        }
-    }
     return log;
 }
 

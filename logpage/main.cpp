@@ -66,12 +66,13 @@ void TakeTurn() {
     if (!TakeSlot()) throw Error{503, "four requests are running; try again"};
 }
 
-std::unique_ptr<Reader::Log> OpenLog() {
+std::unique_ptr<Reader::Log> OpenLog(const Reader::Report& report) {
     // The log goes on reporting when this function has returned.
     const auto reason = std::make_shared<std::string>();
-    auto log =
-        std::make_unique<Reader::Log>([reason](const std::string& file, const std::string& what) {
+    auto log = std::make_unique<Reader::Log>(
+        [reason, report](const std::string& file, const std::string& what) {
             if (reason->empty()) *reason = file + ": " + what;
+            if (report) report(file, what);
         });
     const bool hasFailed = log->OpenDevice();
     if (hasFailed && log->NumSources() == 0) throw Error{500, *reason};

@@ -19,8 +19,8 @@ void ServeLog(Parameters& parameters, Answer& answer);
 void ServeFollow(Parameters& parameters, Answer& answer);
 void ServeDownload(Parameters& parameters, Answer& answer);
 
-// The device's log. Throws if it cannot be read at all.
-std::unique_ptr<Reader::Log> OpenLog();
+// The device's log. Throws if it cannot be read at all. What cannot be read later goes to `report`.
+std::unique_ptr<Reader::Log> OpenLog(const Reader::Report& report = {});
 
 // The parameter "boot", and what it means in the log.
 std::optional<Reader::BootChoice> TakeBoots(Parameters& parameters);

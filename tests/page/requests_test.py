@@ -245,6 +245,8 @@ class PageTest(unittest.TestCase):
     def test_a_line_that_is_not_kept_is_not_found(self) -> None:
         answer = self.log(before="0-123-1-1")
         self.assertEqual((answer.status, answer.json["error"].split(":")[0]), (404, "before"))
+        answer = self.log(after="0-123-1-1", reverse=1)
+        self.assertEqual((answer.status, answer.json["error"].split(":")[0]), (404, "after"))
 
     def test_other_paths_are_not_found(self) -> None:
         for path in ("", "/", "/log/", "/log/x", "/Log", "/logs", "/..%2f..%2fetc/passwd", "/log%00", "/status.json"):
