@@ -19,7 +19,9 @@ bool FindTime(const Catalogue& catalogue, std::size_t index, bool isLast, FileRe
     while ((isLast || !found.hasForm) && reader.Next(block)) {
         while (!block.empty() && (isLast || !found.hasForm)) {
             // The last line of a block that has the form is the last so far.
-            const std::size_t end = isLast ? block.rfind('\n', block.size() - 2) : block.find('\n');
+            const std::size_t end = !isLast            ? block.find('\n')
+                                    : block.size() < 2 ? std::string_view::npos
+                                                       : block.rfind('\n', block.size() - 2);
             const bool isOnly = isLast && end == std::string_view::npos;
             const std::string_view line =
                 isLast ? block.substr(isOnly ? 0 : end + 1) : block.substr(0, end + 1);
