@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -322,8 +323,9 @@ LineWriter::Style StyleOf(const Request& request, const Output& output) {
     LineWriter::Style style;
     style.format = request.format;
     style.isVisible = output.IsTerminal();
-    style.isColored =
-        request.color == When::Always || (request.color == When::Auto && output.IsTerminal());
+    const char* const noColor = std::getenv("NO_COLOR");
+    const bool isWanted = output.IsTerminal() && (noColor == nullptr || *noColor == '\0');
+    style.isColored = request.color == When::Always || (request.color == When::Auto && isWanted);
     return style;
 }
 

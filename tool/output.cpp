@@ -42,6 +42,7 @@ long long Now() {
 }
 
 bool IsExecutable(const std::string& name) {
+    if (name.find('/') != std::string::npos) return access(name.c_str(), X_OK) == 0;
     const char* const path = std::getenv("PATH");
     std::string_view rest = path == nullptr ? "/usr/bin:/bin" : path;
     for (;;) {
@@ -52,12 +53,21 @@ bool IsExecutable(const std::string& name) {
     }
 }
 
-// The pager as a shell command; empty if there is none, or none is wanted.
+// False if a shell command cannot be run, as far as its first word shows; what only a shell
+// understands may be anything.
+bool CanRun(std::string_view command) {
+    const std::string_view word = command.substr(0, command.find_first_of(" \t"));
+    return word.find_first_of("$`'\"\\=({~") != std::string_view::npos ||
+           IsExecutable(std::string(word));
+}
+
+// The pager as a shell command; empty if there is none, or none is wanted. What a pager that cannot
+// be run is given would be lost.
 std::string FindPager() {
     const char* const wanted = std::getenv("PAGER");
     if (wanted != nullptr) {
         const std::string_view pager = wanted;
-        return pager == "cat" ? std::string() : std::string(pager);
+        return pager == "cat" || !CanRun(pager) ? std::string() : std::string(pager);
     }
     return IsExecutable("less") ? "less" : "";
 }
