@@ -76,7 +76,8 @@ class Sandbox:
         self._process = subprocess.Popen(
             sandbox.command(builds.static, argv, placed=placed,
                             options=[f"--bind-rw={disk}"] if disk else []),
-            cwd=ROOT, stdout=subprocess.PIPE, text=True, env={**os.environ, "XZ_DEFAULTS": xz_defaults()})
+            cwd=ROOT, stdout=subprocess.PIPE, text=True,
+            env={**os.environ, "XZ_DEFAULTS": xz_defaults()})
         self._work = work
 
     def result(self) -> dict:

@@ -36,8 +36,9 @@ class Tally:
         self.empty += len(empty)
         self.corrupt += len(corrupt)
         if lost or empty or corrupt:
-            self.notes.append(f"{what}: lost lines {', '.join(ranges(lost)) or 'none'}; damaged files: "
-                              f"{', '.join(sorted(empty | corrupt)) or 'none'}")
+            damaged = ", ".join(sorted(empty | corrupt)) or "none"
+            self.notes.append(f"{what}: lost lines {', '.join(ranges(lost)) or 'none'}; "
+                              f"damaged files: {damaged}")
 
     @property
     def flaws(self) -> int:

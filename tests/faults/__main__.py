@@ -49,8 +49,9 @@ class Worker:
         }
         command = sandbox.command(build, sandbox.python("tests.faults.worker"), placed=placed)
         # In a session of its own: Ctrl-C is for this program, which then ends the workers.
-        self._process = subprocess.Popen(command, cwd=ROOT, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                         text=True, start_new_session=True)
+        self._process = subprocess.Popen(
+            command, cwd=ROOT, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+            start_new_session=True)
 
     def ask(self, **request: Any) -> Any:
         assert self._process.stdin is not None and self._process.stdout is not None

@@ -143,7 +143,8 @@ def judge_once() -> list[str]:
     return [f"{duplicated} lines are there twice"] if duplicated else []
 
 
-RENAME = re.compile(r'rename(at2)?\((AT_FDCWD[^,]*, )?"(?P<of>[^"]*)", (AT_FDCWD[^,]*, )?"(?P<to>[^"]*)"')
+RENAME = re.compile(r'rename(at2)?\((AT_FDCWD[^,]*, )?"(?P<of>[^"]*)", '
+                    r'(AT_FDCWD[^,]*, )?"(?P<to>[^"]*)"')
 REMOVAL = re.compile(r'unlink\("(?P<path>/perm/logs/syslog/[^"/]*)"\)')
 SYNC = re.compile(r"f(data)?sync\(\d+<(?P<path>[^>]*)>\)")
 
