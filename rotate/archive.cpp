@@ -39,6 +39,11 @@ constexpr int MaxAttempts = 5;
 constexpr int MaxNameChecks = 100;
 constexpr Ms BetweenNameChecks(100);
 
+void LogNamesTaken() {
+    Log::Error("All archive file names of the last %.0f seconds are taken.",
+               MaxNameChecks * BetweenNameChecks.count() / 1000);
+}
+
 // syslogd opens its log anew when the clock's second changes: until then it may write to a log that
 // was renamed under it.
 constexpr Ms UntilSyslogdReopened(1500);
@@ -207,7 +212,12 @@ Rotate::Archiving::Ending Rotate::Archiving::MoveIntoArchive() {
     if (Futils::Sync(Moraine::SyslogPathAbs)) return Outcome::Failed;  // guard: sync-renames
     // If xz has made nothing, it is the rename that says so.
     Futils::RenameResult result = Futils::RenameNoReplace(Compressed(), dest);  // guard: no-replace
-    while (result == Futils::RenameResult::TargetExists) {
+    for (int i = 0; result == Futils::RenameResult::TargetExists; ++i) {
+        if (i == MaxNameChecks) {
+            LogNamesTaken();
+            return Outcome::Failed;
+        }
+        std::this_thread::sleep_for(BetweenNameChecks);
         dest = rotate.GetFreeArchPfe();
         if (dest.empty()) return Outcome::Failed;
         result = Futils::RenameNoReplace(Compressed(), dest);
@@ -329,8 +339,7 @@ fs::path Rotate::GetFreeArchPfe() const {
         if (!Futils::FileExists(pfe) && !Futils::PathExists(pfe)) return pfe;  // guard: free-name
         std::this_thread::sleep_for(BetweenNameChecks);
     }
-    Log::Error("All archive file names of the last %.0f seconds are taken.",
-               MaxNameChecks * BetweenNameChecks.count() / 1000);
+    LogNamesTaken();
     return {};
 }
 
