@@ -78,7 +78,11 @@ public:
           catalogue(catalogue),
           report(report),
           firstBoot(catalogue.currentBoot),
-          scanner({&query.filter, query.contextBefore != 0 || query.contextAfter != 0, false, {}}),
+          scanner({&query.filter,
+                   query.contextBefore != 0 || query.contextAfter != 0,
+                   false,
+                   UINT64_MAX,
+                   {}}),
           selection({query.contextBefore, query.contextAfter, 0, UINT64_MAX}, take) {}
 
     // Leaves an unfinished line of the live log for later.

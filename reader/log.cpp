@@ -47,7 +47,7 @@ bool Log::OpenCopy(const std::string& path) {
         const std::string archivePath = path + "/" + Moraine::ArchPathRel.native();
         const bool hasFolder = stat(archivePath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
         files->waitingPath = path;
-            files->folderPath = hasFolder ? archivePath : path;
+        files->folderPath = hasFolder ? archivePath : path;
         return FinishOpening();
     }
     const bool isStandardInput = path == "-";

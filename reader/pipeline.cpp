@@ -162,7 +162,8 @@ void Threads::Stop() {
 }
 
 void Threads::Work() {
-    ScanOptions scanOptions{options.filter, options.wantsCandidates, options.newestFirst, {}};
+    ScanOptions scanOptions{
+        options.filter, options.wantsCandidates, options.newestFirst, options.maxLines, {}};
     scanOptions.progress = [this](std::size_t bytes) {
         textBytes += bytes;
         return !isCancelled;
@@ -253,7 +254,13 @@ bool Threads::ConsumeSlot(Slot& slot, const Job& job) {
         lock.unlock();
 
         if (options.cancel != nullptr && *options.cancel) return false;
-        if (batch && !batch->Deliver(consumer.run)) return false;
+        if (batch && !batch->Deliver(consumer.run)) {
+            Stop();
+            lock.lock();
+            consumerWaits.wait(lock, [&] { return slot.isDone; });
+            if (!slot.result.problem.empty()) (void)consumer.fileDone(job, slot.result);
+            return false;
+        }
         if (Clock::now() - lastProgress >= ProgressInterval) {
             lastProgress = Clock::now();
             if (!consumer.progress(textBytes)) return false;
@@ -267,7 +274,8 @@ bool Threads::ConsumeSlot(Slot& slot, const Job& job) {
 void RunOneByOne(const Catalogue& catalogue, const std::vector<Job>& jobs,
                  const PipelineOptions& options, const Consumer& consumer) {
     FilesAhead filesAhead(catalogue, jobs, options.newestFirst);
-    ScanOptions scanOptions{options.filter, options.wantsCandidates, options.newestFirst, {}};
+    ScanOptions scanOptions{
+        options.filter, options.wantsCandidates, options.newestFirst, options.maxLines, {}};
     std::size_t textBytes = 0;
     bool isStopped = false;
     auto lastProgress = Clock::now();
@@ -293,7 +301,9 @@ void RunOneByOne(const Catalogue& catalogue, const std::vector<Job>& jobs,
             result = scanner.Scan(catalogue.entries[jobs[i].index], std::move(file), jobs[i].bounds,
                                   take);
         }
-        if (!isStopped && !consumer.fileDone(jobs[i], result)) return;
+        // What was wrong with a file is known before its last lines go out.
+        if (isStopped && result.problem.empty()) return;
+        if (!consumer.fileDone(jobs[i], result)) return;
     }
 }
 

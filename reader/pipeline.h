@@ -27,6 +27,7 @@ struct PipelineOptions {
     bool wantsCandidates = false;
     bool wantsLines = true;  // false: only the results of the files
     bool newestFirst = false;
+    std::uint64_t maxLines = UINT64_MAX;  // of a file, newest first
     unsigned jobs = 1;
     const std::atomic<bool>* cancel = nullptr;
 };

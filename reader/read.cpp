@@ -1,7 +1,7 @@
 // Log::Read and Log::Count: which files are read, in which order, and what becomes of what was
 // wrong with them.
 #include <algorithm>
-#include <chrono>
+#include <utility>
 
 #include "reader/hash.h"
 #include "reader/log_files.h"
@@ -40,6 +40,9 @@ private:
     void RunForward(const Jobs& order, const Selection::Limits& limits, const Take& take,
                     bool newestFirst);
     Jobs FindLast(Selection::Limits& limits);
+    bool DeliverCollected(const Take& take);
+    void RunFromNewest(Jobs order, PipelineOptions options, const Consumer& consumer,
+                       const std::function<bool()>& wantsMore);
     bool AddBounds(const std::optional<Cursor>& cursor, bool isAfter);
     PipelineOptions Options() const;
     bool ShowProgress(std::size_t textBytes);
@@ -127,15 +130,65 @@ void Reading::Deliver(const Take& take) {
         limits.matches = *query.lines;
         RunForward(jobs, limits, take, false);
     } else if (*query.lines != 0) {
+        if (!DeliverCollected(take)) return;
         const Jobs order = FindLast(limits);
         RunForward(order, limits, take, false);
     }
 }
 
+// The last matches, if they are few: collected newest first, and turned round. Returns true if they
+// are too many for that, with nothing delivered.
+bool Reading::DeliverCollected(const Take& take) {
+    constexpr std::uint64_t MaxLines = 2000;
+    constexpr std::size_t MaxBytes = 1UL << 20;
+    if (WantsContext() || *query.lines > MaxLines) return true;
+    struct Collected {
+        SharedInfo info;
+        std::string text;
+        std::uint64_t number;
+    };
+    std::vector<Collected> lines;
+    std::size_t bytes = 0;
+    const Consumer consumer{[&](const SharedInfo& info, const Run& run) {
+                                lines.push_back({info, std::string(run.text), run.firstNumber});
+                                bytes += run.text.size();
+                                return lines.size() < *query.lines && bytes <= MaxBytes;
+                            },
+                            [&](const Job& job, const FileResult& result) {
+                                Count(job, result);
+                                return true;
+                            },
+                            [&](std::size_t textBytes) { return ShowProgress(textBytes); }};
+    PipelineOptions options = Options();
+    options.newestFirst = true;
+    options.maxLines = *query.lines;
+    RunFromNewest({jobs.rbegin(), jobs.rend()}, options, consumer,
+                  [&] { return lines.size() < *query.lines && bytes <= MaxBytes; });
+    if (bytes > MaxBytes && lines.size() < *query.lines) return true;
+    Selection selection({}, take);
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        if (!selection.Add(line->info, {line->text, line->number, 1, true})) break;
+    }
+    return false;
+}
+
+// The newest files often have enough; threads would decompress more than those.
+void Reading::RunFromNewest(Jobs order, PipelineOptions options, const Consumer& consumer,
+                            const std::function<bool()>& wantsMore) {
+    constexpr std::size_t FirstFiles = 3;
+    const auto rest = order.begin() + static_cast<long>(std::min(order.size(), FirstFiles));
+    const Jobs newest(order.begin(), rest);
+    order.erase(order.begin(), rest);
+    const unsigned threads = std::exchange(options.jobs, 1);
+    RunPipeline(catalogue, newest, options, consumer);
+    if (!wantsMore() || (query.cancel != nullptr && *query.cancel)) return;
+    options.jobs = threads;
+    RunPipeline(catalogue, order, options, consumer);
+}
+
 // The last matches, oldest first: the matches are counted from the newest file back until there are
 // enough; then the files that have any are read again. Sets how many to skip.
 Jobs Reading::FindLast(Selection::Limits& limits) {
-    Jobs reversed(jobs.rbegin(), jobs.rend());
     Jobs order;
     std::uint64_t matches = 0;
     std::uint64_t context = 0;  // lines before the file with the first match
@@ -152,17 +205,8 @@ Jobs Reading::FindLast(Selection::Limits& limits) {
                             },
                             [&](std::size_t textBytes) { return ShowProgress(textBytes); }};
 
-    // The newest files often do; threads would decompress more than that.
-    constexpr std::size_t FirstFiles = 3;
-    const std::size_t first = std::min(reversed.size(), FirstFiles);
-    const Jobs newest(reversed.begin(), reversed.begin() + static_cast<long>(first));
-    reversed.erase(reversed.begin(), reversed.begin() + static_cast<long>(first));
-    options.jobs = 1;
-    RunPipeline(catalogue, newest, options, consumer);
-    if (matches < *query.lines || context < query.contextBefore) {
-        options.jobs = query.jobs;
-        RunPipeline(catalogue, reversed, options, consumer);
-    }
+    RunFromNewest({jobs.rbegin(), jobs.rend()}, options, consumer,
+                  [&] { return matches < *query.lines || context < query.contextBefore; });
     limits.skip = matches > *query.lines ? matches - *query.lines : 0;
     std::reverse(order.begin(), order.end());
     progress.files = 0;
@@ -198,7 +242,7 @@ bool HasLineOf(const Catalogue& catalogue, std::size_t index, const Cursor& curs
         return false;
     }
     const Filter all;
-    Scanner scanner({&all, true, false, {}});
+    Scanner scanner({&all, true, false, UINT64_MAX, {}});
     bool isFound = false;
     const LineBounds bounds{cursor.number, cursor.number + 1};
     (void)scanner.Scan(entry, std::move(file), bounds, [&](const SharedInfo&, const Run& run) {

@@ -96,7 +96,8 @@ bool Scanner::ScanReversed(const LineBounds& bounds, const TakeRun& take) {
                     {std::string(run.text.substr(start, end - start)), lineNumber, run.isMatch});
                 keptBytes += kept.back().Size();
                 start = end;
-                while (keptBytes > MaxKeptBytes && kept.size() > 1) {
+                while ((keptBytes > MaxKeptBytes || kept.size() > options.maxLines) &&
+                       kept.size() > 1) {
                     keptBytes -= kept.front().Size();
                     kept.pop_front();
                     isComplete = false;

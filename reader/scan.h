@@ -55,6 +55,7 @@ struct ScanOptions {
     const Filter* filter = nullptr;
     bool wantsCandidates = false;  // for context
     bool newestFirst = false;
+    std::uint64_t maxLines = UINT64_MAX;  // no more than that are wanted, newest first
     // Called for each block with its length; returns false to stop.
     std::function<bool(std::size_t)> progress;
 };
