@@ -23,8 +23,8 @@ constexpr std::size_t MaxSetBytes = 256UL << 10;
 
 // More states of the expression than that are not visited for a byte, on average: a text on which
 // hardly any state occurs twice would take minutes.
-constexpr std::uint64_t MaxVisitsPerByte = 100;
-constexpr std::uint64_t FreeVisits = 50'000'000;
+constexpr std::uint64_t MaxVisitsPerByte = 10;
+constexpr std::uint64_t FreeVisits = 10'000'000;
 
 constexpr std::size_t MaxHighlighted = 4096;
 
@@ -236,6 +236,7 @@ Matcher::Search::Row Matcher::Search::FindRow(const StateSet& states, Before bef
         if (automaton->states[state].type != Automaton::State::Type::Split) key.push_back(state);
     }
     std::sort(key.begin(), key.end());
+    visits += key.size();
     key.push_back(static_cast<std::uint32_t>(before));
     const auto found = rows.find(key);
     return found != rows.end() ? found->second : AddRow(std::move(key));
