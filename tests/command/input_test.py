@@ -248,27 +248,52 @@ class Damage(CommandCase):
 
 
 class Faults(CommandCase):
-    def run_with(self, inject: str) -> subprocess.CompletedProcess:
-        """Under strace, with this fault."""
-        return subprocess.run(
-            ["strace", "-f", "-o", "/dev/null", "-e", f"inject={inject}", program(), "-j1"],
-            capture_output=True, text=True, env={**environment(), "ASAN_OPTIONS": "detect_leaks=0"})
+    """System calls on one file of three fail."""
 
-    def test_a_file_that_vanishes_between_listing_and_opening(self) -> None:
-        for boot in range(1, 4):
-            write_archive(boot, line(f"app: {boot}"))
-        # Opening some file fails as if it were gone, whichever it is: the rest is printed.
-        for when in range(1, 40):
-            done = self.run_with(f"openat:error=ENOENT:when={when}")
-            if done.returncode == 127:  # the fault hit the loading of the program
-                continue
-            self.assertNotIn(done.returncode, (-6, -11, 134, 139))
+    def setUp(self) -> None:
+        super().setUp()
+        self.paths = [write_archive(boot, line(f"app: {boot}")) for boot in (1, 2, 3)]
+
+    def run_with(self, path: Path, inject: str, *arguments: str) -> subprocess.CompletedProcess:
+        command = ["strace", "-f", "-o", "/dev/null", "-P", path.name, "-P", str(path),
+                   "-e", f"inject={inject}", program(), "-j1", *arguments]
+        return subprocess.run(command, capture_output=True, text=True,
+                              env={**environment(), "ASAN_OPTIONS": "detect_leaks=0"})
+
+    def test_the_oldest_file_vanishes_between_listing_and_opening(self) -> None:
+        # As when the daemon deletes it.
+        done = self.run_with(self.paths[0], "openat:error=ENOENT")
+        self.assertEqual((done.returncode, done.stdout, done.stderr),
+                         (0, line("app: 2") + line("app: 3"), ""))
+
+    def test_a_file_vanishes_from_the_middle(self) -> None:
+        done = self.run_with(self.paths[1], "openat:error=ENOENT")
+        self.assertEqual((done.returncode, done.stdout), (2, line("app: 1") + line("app: 3")))
+        self.assertIn(self.paths[1].name, done.stderr)
+
+    def test_a_file_that_cannot_be_opened(self) -> None:
+        for arguments in ((), ("-r",)):
+            done = self.run_with(self.paths[1], "openat:error=EACCES", *arguments)
+            self.assertEqual(done.returncode, 2)
+            self.assertEqual(sorted(done.stdout.splitlines(keepends=True)),
+                             [line("app: 1"), line("app: 3")])
+            self.assertIn(f"{self.paths[1].name}: Permission denied", done.stderr)
 
     def test_an_error_of_the_disk(self) -> None:
-        write_archive(1, "one\n")
-        write_archive(2, "two\n")
-        done = self.run_with("pread64,read:error=EIO:when=9999")
-        self.assertEqual(done.stdout, "one\ntwo\n")
+        done = self.run_with(self.paths[1], "pread64:error=EIO")
+        self.assertEqual((done.returncode, done.stdout), (2, line("app: 1") + line("app: 3")))
+        self.assertIn(f"{self.paths[1].name}: Input/output error", done.stderr)
+
+    def test_pack_leaves_out_what_cannot_be_opened(self) -> None:
+        command = ["strace", "-f", "-o", "/dev/null", "-P", self.paths[1].name,
+                   "-e", "inject=openat:error=EACCES", program(), "pack", "-o", "log.tar"]
+        done = subprocess.run(command, cwd=self.folder, capture_output=True, text=True,
+                              env={**environment(), "ASAN_OPTIONS": "detect_leaks=0"})
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(self.paths[1].name, done.stderr)
+        with tarfile.open(self.folder / "log.tar") as archive:
+            self.assertEqual(archive.getnames(),
+                             [self.paths[2].name, self.paths[0].name, "manifest.json"])
 
 
 if __name__ == "__main__":
