@@ -27,7 +27,7 @@ constexpr std::size_t MaxTailSize = 64;
 constexpr std::string_view Separator = ",\n";  // between the entries of a list
 
 constexpr std::size_t KeptAtMost = 1U << 20;  // of the compressed text of a waiting log
-constexpr std::size_t ChunkSize = 64 * 1024;
+constexpr std::size_t ChunkSize = 64UL << 10;
 constexpr std::size_t DigestSize = 64;
 
 // In RFC 3339's form, with the offset of local time: "2026-11-21T17:48:08+01:00".
@@ -36,7 +36,7 @@ std::string Rfc3339(std::int64_t time) {
     std::tm local{};
     localtime_r(&seconds, &local);
     std::array<char, 40> buffer{};
-    std::strftime(buffer.data(), buffer.size(), "%Y-%m-%dT%H:%M:%S%z", &local);
+    (void)std::strftime(buffer.data(), buffer.size(), "%Y-%m-%dT%H:%M:%S%z", &local);
     std::string text = buffer.data();
     return text.insert(text.size() - 2, ":");
 }

@@ -58,7 +58,7 @@ void SetChecksum(Header& header) {
     std::memcpy(bytes.data(), &header, sizeof header);
     unsigned sum = 0;
     for (const unsigned char byte : bytes) sum += byte;
-    std::snprintf(header.checksum.data(), header.checksum.size(), "%06o", sum);
+    (void)std::snprintf(header.checksum.data(), header.checksum.size(), "%06o", sum);
 }
 
 bool IsLong(std::string_view name) {

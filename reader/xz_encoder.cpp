@@ -34,7 +34,7 @@ bool XzEncoder::Finish() {
 }
 
 bool XzEncoder::Run(std::string_view text, lzma_action action) {
-    std::array<std::uint8_t, 64 * 1024> output;
+    std::array<std::uint8_t, 64UL << 10> output;
     // liblzma's bytes are unsigned.
     stream.next_in = reinterpret_cast<const std::uint8_t*>(text.data());
     stream.avail_in = text.size();

@@ -130,7 +130,7 @@ std::string Summary(const std::vector<Victim>& victims) {
 }
 
 bool IsConfirmed(const std::vector<Victim>& victims) {
-    std::fprintf(stderr, "Delete %s? [y/N] ", Summary(victims).c_str());
+    (void)std::fprintf(stderr, "Delete %s? [y/N] ", Summary(victims).c_str());
     std::string answer;
     for (int c; (c = std::getchar()) != EOF && c != '\n';) answer += static_cast<char>(c);
     return answer == "y" || answer == "Y" || answer == "yes";
@@ -206,7 +206,7 @@ int RunDelete(Arguments arguments) {
     const bool isIncomplete = log.OpenDevice();
     const std::vector<Victim> victims = Choose(request, log);
     if (victims.empty()) {
-        std::fputs("moraine: nothing to delete\n", stderr);
+        (void)std::fputs("moraine: nothing to delete\n", stderr);
         return isIncomplete ? FailureStatus : NothingStatus;
     }
 
@@ -216,20 +216,20 @@ int RunDelete(Arguments arguments) {
     }
     if (!request.isDryRun && !CanDelete()) return FailureStatus;
     for (const Victim& victim : victims) {
-        std::printf("%12llu  %s\n", static_cast<unsigned long long>(victim.size),
-                    Shown(victim.name).c_str());
+        (void)std::printf("%12llu  %s\n", static_cast<unsigned long long>(victim.size),
+                          Shown(victim.name).c_str());
     }
     if (std::fflush(stdout) != 0) return FailureStatus;
     if (request.isDryRun) {
-        std::fprintf(stderr, "Would delete %s.\n", Summary(victims).c_str());
+        (void)std::fprintf(stderr, "Would delete %s.\n", Summary(victims).c_str());
         return 0;
     }
     if (mustAsk && !IsConfirmed(victims)) {
-        std::fputs("Nothing is deleted.\n", stderr);
+        (void)std::fputs("Nothing is deleted.\n", stderr);
         return NothingStatus;
     }
     const int status = DeleteWithoutDaemon(victims);
-    if (status == 0) std::fprintf(stderr, "Deleted %s.\n", Summary(victims).c_str());
+    if (status == 0) (void)std::fprintf(stderr, "Deleted %s.\n", Summary(victims).c_str());
     return status;
 }
 

@@ -22,7 +22,7 @@ constexpr int CannotRun = 127;
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    signal(SIGPIPE, SIG_DFL);
+    (void)signal(SIGPIPE, SIG_DFL);
     const int input = open("/dev/null", O_RDONLY);
     dup2(input, STDIN_FILENO);
     dup2(output, STDOUT_FILENO);

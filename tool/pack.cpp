@@ -125,7 +125,7 @@ std::string DefaultFile(const Reader::PackOrigin& origin) {
     std::tm local{};
     localtime_r(&now, &local);
     std::array<char, 32> stamp{};
-    std::strftime(stamp.data(), stamp.size(), "%Y%m%d-%H%M%S", &local);
+    (void)std::strftime(stamp.data(), stamp.size(), "%Y%m%d-%H%M%S", &local);
     std::string host = origin.host;
     std::replace(host.begin(), host.end(), '/', '_');
     return host + "-logs-" + stamp.data() + ".tar";
@@ -142,11 +142,12 @@ std::string LeftOut(const Reader::Packer& packer) {
 
 void PrintMembers(const Reader::Packer& packer) {
     for (const Reader::PackMember& member : packer.Members()) {
-        std::printf("%12llu  %s\n", static_cast<unsigned long long>(member.size),
-                    Shown(member.name).c_str());
+        (void)std::printf("%12llu  %s\n", static_cast<unsigned long long>(member.size),
+                          Shown(member.name).c_str());
     }
-    std::printf("%12llu  in all, with the manifest; %s\n",
-                static_cast<unsigned long long>(packer.StreamSize()), LeftOut(packer).c_str());
+    (void)std::printf("%12llu  in all, with the manifest; %s\n",
+                      static_cast<unsigned long long>(packer.StreamSize()),
+                      LeftOut(packer).c_str());
 }
 
 int WriteFile(OutputFile& file, Reader::Packer& packer, const std::string& name) {
@@ -166,9 +167,9 @@ int WriteFile(OutputFile& file, Reader::Packer& packer, const std::string& name)
         PrintMessage(file.Name(), file.Error());
         return FailureStatus;
     }
-    std::fprintf(stderr, "%s: %s, %s; %s\n", Shown(name, STDERR_FILENO).c_str(),
-                 Counted(packer.Members().size(), "file", "files").c_str(),
-                 FormatSize(packer.StreamSize()).c_str(), LeftOut(packer).c_str());
+    (void)std::fprintf(stderr, "%s: %s, %s; %s\n", Shown(name, STDERR_FILENO).c_str(),
+                       Counted(packer.Members().size(), "file", "files").c_str(),
+                       FormatSize(packer.StreamSize()).c_str(), LeftOut(packer).c_str());
     return 0;
 }
 

@@ -14,7 +14,7 @@ namespace {
 constexpr int Unhealthy = 1;
 
 void PrintRow(const char* name, const std::string& text) {
-    std::printf("%-9s %s\n", name, text.c_str());
+    (void)std::printf("%-9s %s\n", name, text.c_str());
 }
 
 std::string Running(const std::optional<int>& pid) {
@@ -35,7 +35,7 @@ std::string Percentage(std::uint64_t part, std::uint64_t whole) {
 
 void Print(const Reader::Status& status) {
     PrintRow("Health", status.reasons.empty() ? "good" : "NOT GOOD");
-    for (const std::string& reason : status.reasons) std::printf("  - %s\n", reason.c_str());
+    for (const std::string& reason : status.reasons) (void)std::printf("  - %s\n", reason.c_str());
     PrintRow("Daemon", Running(status.daemon));
     PrintRow("Syslogd", Running(status.syslogd));
     PrintRow("Archive", Counted(status.archiveFiles, "file", "files") + ", " +
@@ -59,10 +59,10 @@ int RunStatus(Arguments arguments) {
 
     const Reader::Status status = Reader::ReadStatus();
     for (const std::string& reason : status.unreadable) {
-        std::fprintf(stderr, "moraine: %s\n", reason.c_str());
+        (void)std::fprintf(stderr, "moraine: %s\n", reason.c_str());
     }
     if (isJson) {
-        std::printf("%s\n", Reader::ToJson(status).c_str());
+        (void)std::printf("%s\n", Reader::ToJson(status).c_str());
     } else {
         Print(status);
     }
