@@ -125,7 +125,8 @@ pageTest("follow shows each line once, across rotations", async () => {
         return all;
     });
     const numbers = new Set(numbersIn(seen, /^number (\d+) end$/));
-    assert.equal(numbers.size, 3000);
+    const missing = Array.from({length: 3000}, (_, i) => i + 1).filter((number) => !numbers.has(number));
+    assert.deepEqual(missing, []);
     const cursors = await sandbox.lines("grep=number+%5B0-9%5D*+end&lines=10000");
     assert.deepEqual(numbersIn(cursors.map((line) => line.message), /^number (\d+) end$/), Array.from({length: 3000}, (_, i) => i + 1));
 });
@@ -190,7 +191,8 @@ pageTest("log text is never markup", async () => {
 });
 
 for (const colorScheme of ["light", "dark"]) {
-    for (const [name, width, height] of [["phone", 360, 740], ["desk", 1280, 800], ["4k", 3840, 2160]]) {
+    const sizes = [["phone", 360, 740], ["desk", 1280, 800], ["4k", 3840, 2160]];
+    for (const [name, width, height] of process.env.PAGE_QUICK ? sizes.slice(0, 1) : sizes) {
         pageTest(`axe-core finds nothing: ${colorScheme}, ${name}`, async () => {
             assert.deepEqual(await browser.findings(), []);
             assert.ok(await browser.page.evaluate(() => document.documentElement.scrollWidth <= innerWidth));

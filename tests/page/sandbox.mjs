@@ -2,6 +2,7 @@
 import assert from "node:assert/strict";
 import {spawn} from "node:child_process";
 import net from "node:net";
+import readline from "node:readline";
 import {ROOT} from "./browser.mjs";
 
 const BUILD = process.env.PAGE_BUILD ?? "build/release";
@@ -22,9 +23,9 @@ export class Sandbox {
         sandbox.url = `http://127.0.0.1:${port}/`;
         sandbox.process = spawn("python3", ["-B", "-m", "rig.page", "--build", BUILD, "--port", port, "--commands", ...options],
             {cwd: ROOT, stdio: ["pipe", "pipe", "inherit"]});
-        sandbox.output = sandbox.process.stdout[Symbol.asyncIterator]();
+        sandbox.output = readline.createInterface({input: sandbox.process.stdout})[Symbol.asyncIterator]();
         const first = await sandbox.output.next();
-        assert.match(String(first.value), /^http:/);
+        assert.match(first.value, /^http:/);
         return sandbox;
     }
 
@@ -45,7 +46,7 @@ export class Sandbox {
     async command(order) {
         this.process.stdin.write(`${JSON.stringify(order)}\n`);
         const answer = await this.output.next();
-        assert.equal(String(answer.value).trim(), "done");
+        assert.equal(answer.value, "done");
     }
 
     async json(path) {
