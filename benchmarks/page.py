@@ -85,7 +85,9 @@ def measure(port: int, files: int, rounds: int) -> dict[str, float]:
         memory[name] = run(path, query)[2]
     at_end = median(lambda: run("/log", "lines=500&reverse=1")[1], rounds)
     in_middle = median(lambda: run("/log", f"lines=500&reverse=1&before={middle}")[1], rounds)
+    boots = median(lambda: run("/boots", "")[1], 3)
     result = {
+        f"/boots of {files // FILES_PER_BOOT} boots, ms": boots * 1000,
         "requests per second, status": rate(port, "/cgi-bin/moraine/status", rounds / 5),
         "requests per second, page.css": rate(port, "/page.css", rounds / 5),
         f"500 lines at the end of {files} files, ms": at_end * 1000,
