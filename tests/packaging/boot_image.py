@@ -8,7 +8,7 @@ import tempfile
 from pathlib import Path
 
 from rig.emulator import image as images
-from rig.emulator.emulator import Emulator
+from rig.emulator.emulator import Emulator, EmulatorError
 
 DESCRIPTION = """\
 Boots the image in DIR, output/images of a Buildroot tree, from a copy of its disk: logs 3000 lines
@@ -30,10 +30,17 @@ class Device:
         self._commands = 0
 
     def log_in(self) -> None:
-        # The prompt has no end of line, so it arrives with the next line.
         self._emulator.expect("Starting vandis-moraine: OK", PATIENCE)
-        self._emulator.send("")
-        self._emulator.expect("login:", PATIENCE)
+        # The prompt has no end of line, so it arrives with what is typed; what is typed before the
+        # prompt is dropped.
+        for attempt in range(PATIENCE // 10):
+            self._emulator.send("")
+            try:
+                self._emulator.expect("login:", 10)
+                break
+            except EmulatorError:
+                if attempt == PATIENCE // 10 - 1:
+                    raise
         self._emulator.send("root")
         # Without echo, a command's own text is not taken for its result.
         self._emulator.send("stty -echo; PS1=; PS2=")
