@@ -21,9 +21,9 @@ struct Verb {
     int (*run)(Tool::Arguments arguments);
 };
 
-constexpr Verb Verbs[]{
-    {"log", Tool::RunLog},       {"boots", Tool::RunBoots}, {"status", Tool::RunStatus},
-    {"verify", Tool::RunVerify}, {"pack", Tool::RunPack},   {"delete", Tool::RunDelete}};
+constexpr Verb Verbs[]{{"log", Tool::RunLog},       {"boots", Tool::RunBoots},
+                       {"status", Tool::RunStatus}, {"verify", Tool::RunVerify},
+                       {"pack", Tool::RunPack},     {"delete", Tool::RunDelete}};
 
 constexpr int FailureStatus = 2;
 
