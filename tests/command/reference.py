@@ -25,8 +25,8 @@ LINE = re.compile(
     rb"(?P<hour>\d\d):(?P<minute>\d\d):(?P<second>\d\d) "
     rb"(?:(?P<host>[^ ]+) )??"
     rb"(?:(?P<facility>" + "|".join(FACILITIES).encode() + rb")"
-    rb"\.(?P<severity>" + "|".join(SEVERITIES).encode() + rb")|<(?P<number>\d{1,3})>) "
-    rb"(?P<text>.*)", re.DOTALL)
+    rb"\.(?P<severity>" + "|".join(SEVERITIES).encode() + rb")|<(?P<number>\d{1,3})>)"
+    rb"(?: (?P<text>.*))?", re.DOTALL)  # a power cut may have ended it there
 TAG = re.compile(rb"(?P<tag>[^ \[\]:]+)(?:\[(?P<pid>\d+)\])?: (?P<message>.*)", re.DOTALL)
 
 
@@ -58,7 +58,7 @@ class Line:
         else:
             self.severity = SEVERITIES.index(match["severity"].decode())
             self.facility = match["facility"].decode()
-        self.message = match["text"]
+        self.message = match["text"] or b""
         tagged = TAG.fullmatch(self.message)
         if tagged:
             self.tag, self.message = tagged["tag"], tagged["message"]
