@@ -205,19 +205,21 @@ function showNewest() {
 function moved() {
     if (lines.isAtEnd) newLines = 0;
     clearTimeout(moveTimer);
-    moveTimer = setTimeout(storePosition, 300);
+    moveTimer = setTimeout(() => storePosition(false), 300);
 }
 
-function storePosition() {
+// At the end there is no place to keep, unless the link is meant for somebody who opens it later.
+function storePosition(isForLink) {
     if (state.context) return;
     state.line = lines.current?.cursor ?? "";
-    state.at = state.line || lines.isAtEnd ? "" : lines.top?.cursor ?? "";
+    const isOpen = stopFollowing || (lines.isAtEnd && !isForLink);
+    state.at = state.line || isOpen ? "" : lines.top?.cursor ?? "";
     address.write(state);
 }
 
 function mark(row) {
     lines.select(lines.rows.indexOf(row));
-    storePosition();
+    storePosition(false);
     showState();
 }
 
@@ -231,14 +233,14 @@ async function toNewest() {
         await open();
     }
     lines.toEnd();
-    storePosition();
+    storePosition(false);
     showState();
 }
 
 // -- Matches and their context
 
 function openContext(row) {
-    storePosition();
+    storePosition(false);
     results = {list: lines.rows, index: lines.rows.indexOf(row)};
     address.write({...state, at: "", line: row.cursor});
     address.write({...state, at: "", line: "", follow: false, context: row.cursor}, {push: true});
@@ -263,14 +265,16 @@ function step(distance) {
         open();
         return;
     }
-    const matches = lines.rows;
-    const isMatch = address.isFiltered(state) ? () => true : () => false;
-    let index = lines.current ? matches.indexOf(lines.current) + distance
-        : distance < 0 || lines.isAtEnd ? matches.length - 1 : matches.indexOf(lines.top);
-    while (matches[index] && !isMatch(matches[index])) index += distance;
-    if (matches[index]) mark(matches[index]);
-    else if (distance < 0) reading.more("older");
-    else reading.more("newer");
+    if (!address.isFiltered(state) || !lines.rows.length) return;
+    const last = lines.rows.length - 1;
+    const top = distance < 0 && lines.isAtEnd ? last : lines.rows.indexOf(lines.top);
+    let index = lines.current ? lines.rows.indexOf(lines.current) + distance : top;
+    // Beyond the ends, on from the other end, once both have been read.
+    if (index < 0 && reading.older) return reading.more("older");
+    if (index > last && reading.newer) return reading.more("newer");
+    if (index < 0) index = reading.newer ? 0 : last;
+    if (index > last) index = reading.older ? last : 0;
+    mark(lines.rows[index]);
 }
 
 // -- Follow
@@ -342,7 +346,7 @@ $("download").addEventListener("click", () => download.open());
 $("copy").addEventListener("click", copyLink);
 
 async function copyLink() {
-    storePosition();
+    storePosition(true);
     let isCopied = true;
     try {
         await navigator.clipboard.writeText(location.href);

@@ -78,6 +78,11 @@ pageTest("the keys /, n and p, Enter and Escape", async () => {
     assert.notEqual(previous, last);
     await browser.page.keyboard.press("n");
     assert.equal(await browser.lines.locator("[aria-current]").textContent(), last);
+    // On from the other end.
+    await browser.page.keyboard.press("n");
+    await browser.page.getByText(/^Match 1 of \d+$/).waitFor();
+    await browser.page.keyboard.press("p");
+    assert.equal(await browser.lines.locator("[aria-current]").textContent(), last);
     await browser.page.keyboard.press("Enter");
     await browser.page.getByText(/^Around /).waitFor();
     await browser.lines.getByText("watchdog did not stop").first().waitFor();
@@ -180,6 +185,13 @@ pageTest("copy link: filters and position survive in another window", async () =
     await other.locator("[aria-current]").waitFor();
     assert.equal(await other.locator("[aria-current]").textContent(), current);
     assert.equal(await other.getByRole("searchbox", {name: "Search"}).inputValue(), "Out of memory");
+});
+
+pageTest("the link to the end of the log has a position, too", async () => {
+    await browser.context.grantPermissions(["clipboard-read", "clipboard-write"]);
+    await browser.get("button", "Copy link").click();
+    await browser.page.getByText("Link copied").waitFor();
+    assert.match(browser.page.url(), /#at=/);
 });
 
 pageTest("log text is never markup", async () => {
