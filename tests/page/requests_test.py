@@ -310,7 +310,7 @@ class PageTest(unittest.TestCase):
                     if not part:
                         break
                     received -= len(part)
-        for path in ("/follow", "/download?limit=none", "/log?grep=zzz&lines=10000"):
+        for path in ("/follow", "/follow?grep=nothing+matches", "/download?limit=none", "/log?grep=zzz&lines=10000"):
             self.open(path).close()
 
     def test_an_abandoned_download_does_not_disturb_another(self) -> None:
