@@ -31,20 +31,24 @@ class Device:
 
     def log_in(self) -> None:
         self._emulator.expect("Starting vandis-moraine: OK", PATIENCE)
-        # The prompt has no end of line, so it arrives with what is typed; what is typed before the
-        # prompt is dropped.
-        for attempt in range(PATIENCE // 10):
-            self._emulator.send("")
-            try:
-                self._emulator.expect("login:", 10)
-                break
-            except EmulatorError:
-                if attempt == PATIENCE // 10 - 1:
-                    raise
+        # The prompt has no end of line, so it arrives with what is typed next.
+        self._type_until("", "login:")
         self._emulator.send("root")
+        self._type_until("echo @ready $((1 + 1))", "@ready 2")
         # Without echo, a command's own text is not taken for its result.
         self._emulator.send("stty -echo; PS1=; PS2=")
         self.run("true")
+
+    def _type_until(self, line: str, answer: str) -> None:
+        """What is typed before a program reads the console may be dropped: types it again."""
+        for attempt in range(PATIENCE // 10):
+            self._emulator.send(line)
+            try:
+                self._emulator.expect(answer, 10)
+                return
+            except EmulatorError:
+                if attempt == PATIENCE // 10 - 1:
+                    raise
 
     def run(self, command: str) -> str:
         """What the command prints. Fails if it does not succeed."""
