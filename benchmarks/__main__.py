@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Measures what the daemon costs, beside its peers. See ./bench."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Archiving one rotation: the daemon, from the stop signal that begins its last cycle to its line
 that the file is archived; bare `xz -fk`, with the same syncs on a disk; and logrotate with xz."""
 from __future__ import annotations

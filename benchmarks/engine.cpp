@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // engine: one operation of the library on the archive as it stands, measured. See Usage.
 #include <charconv>
 #include <cstddef>

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """How soon one program that logs as fast as it can overwrites all rotations, by ROTATION_KB. Nothing
 archives meanwhile. Prints a table; takes a minute."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // floor: the least that a piece of work can cost, measured. See Usage.
 #include <fcntl.h>
 #include <spawn.h>

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """What the daemon takes on the device: its stripped file, the sections that are loaded, and the
 relocations that the loader works off at each start."""
 from __future__ import annotations

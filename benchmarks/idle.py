@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """What the daemon costs while nothing happens, beside three programs that keep logs, too: svlogd,
 s6-log and BusyBox syslogd. Each has done a piece of its work before it is looked at."""
 from __future__ import annotations

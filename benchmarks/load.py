@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Sustained load: how much log a device can write continuously when one file goes into the archive in a
 check cycle. Computed from the processor time that xz takes, here and on a slower processor, and
 shown by two runs at a small rotation size: one just below the limit, one well above it."""

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Measuring side by side: what a piece of work costs, and what several of them cost in turns."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Measures the log page: what a browser gets, what a request takes, and how the place in the log
 matters. Works in a sandbox of its own, on an archive of many small files. See ./bench page.
 """

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Reading the archive with the command moraine, beside what people use without it: `find`, `xz -dc`
 with `wc` or `grep`, `xzgrep`, `rg -z`, and `journalctl -g` on the same lines in a journal."""
 from __future__ import annotations

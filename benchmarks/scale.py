@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Work on archives of many files, beside the least that it can cost: one pass of `find -printf` to
 learn the names and sizes, and a bare loop of rename(2) or unlink(2) where files move or go."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """What is measured on: log text, archives of many files, and a /perm on a disk."""
 from __future__ import annotations
 

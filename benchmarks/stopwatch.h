@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // One measurement, printed as one line of JSON: what a piece of work cost, the processes that it
 // ran and waited for included.
 #pragma once

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # What `cmake --install` puts in place, in components: `daemon` (with its settings and man page),
 # `sysv` or `systemd` (what starts it), and `development` (the library as a CMake and a pkg-config
 # package). `--component NAME` installs one of them, the one of the other init included.

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # Finds liblzma: the archive if the programs are linked statically. Without it, the command and the
 # reading library are left out, so that the daemon still builds where nothing else is there.
 if(MORAINE_STATIC)

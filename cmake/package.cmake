@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # `cpack` in a build folder makes the Debian packages for the processor that the folder builds for.
 #
 # CPack, not debhelper: a package holds what `cmake --install` puts in place, from any build

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # The targets of the package: vandis-moraine::moraine, and vandis-moraine::reader if it was installed
 # and liblzma is there. find_package(vandis-moraine COMPONENTS reader) insists on that.
 include(${CMAKE_CURRENT_LIST_DIR}/vandis-moraine-targets.cmake)

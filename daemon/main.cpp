@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The daemon: start-up, then a check cycle every 10 seconds until a stop signal or a failed cycle.
 // It takes no arguments and reads no configuration.
 #include <exception>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 #include "daemon/moraine.h"
 
 // In this order: the later ones are composed of the earlier ones.

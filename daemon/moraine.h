@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Every path, file name and shell command of the system, in one place. There is no configuration
 // file and no command-line option: what is here is how a device is laid out.
 //

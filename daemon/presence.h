@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What a running daemon leaves in /var/run: a lock, so that there is one daemon at a time, and its
 // boot number, for programs that read the log. The daemon works without either where it cannot
 // create them.

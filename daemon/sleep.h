@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The daemon's two sleeps. They differ in what an interruption does.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The signals that stop the daemon. The handler may interrupt anything, the C library's own locks
 // included, so it only notes the signal; the note becomes a log line before the daemon's next line,
 // or when the main loop next asks, whichever comes first.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Commands run through the shell, in the signal state of a fresh process: none blocked, none
 // ignored. system(3) passes on what the caller blocks or ignores, and not every shell resets that.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // One pass over a directory. A listing names the kind of most entries, and sizes are read relative
 // to the open directory, so each file costs at most one stat.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Renaming, removing, testing, copying, sizing and syncing single files and directories.
 #include <fcntl.h>
 #include <linux/fs.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // File operations, checked: each failure is logged once, where it is detected, and returned.
 //
 // Unless a declaration says otherwise, true means failure. Paths are used as they are given:

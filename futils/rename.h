@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Renaming that never replaces a file: atomic, by renameat2, where the file system supports that,
 // else a check and a rename.
 #pragma once

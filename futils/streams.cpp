@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // C streams: opening, closing, sizing, and reading a whole file.
 #include <sys/stat.h>
 

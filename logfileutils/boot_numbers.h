@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The boot numbers in the archive, as one walk over it finds them.
 #pragma once
 

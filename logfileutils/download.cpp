@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Packing logs into one tar file for a user to download, by `tar` and `xz` in the temporary
 // directory: each file is copied there, added to the tar file and removed.
 //

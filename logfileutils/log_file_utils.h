@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The archive catalogue: what the files of the archive and of the syslog directory are, judged by
 // their names alone; questions about them; pruning; control of syslogd; and packing a download.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // File names, and nothing else, say what a file is. This is the grammar.
 //
 //   messages.txt                                  the live log

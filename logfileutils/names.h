@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Archive names, built and renumbered. The grammar stands in names.cpp; the predicates on names are
 // operations of LogFileUtils.
 #pragma once

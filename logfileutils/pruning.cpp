@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Deleting archive files boot by boot.
 #include "daemon/moraine.h"
 #include "futils/futils.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Acting on the dedicated syslogd.
 #include <csignal>
 #include <limits>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 #include "logfileutils/temporary_files.h"
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Safe use of fixed names in a folder where anybody can create files: a link, FIFO or folder that
 // somebody planted there would have root write elsewhere, wait, or fail.
 #pragma once

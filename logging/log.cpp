@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The front end: bounded formatting, then one entry.
 #include <algorithm>
 #include <array>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The back end: severity filter, sinks and settings.
 #include "logging/logging.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The system's one way to report: printf-style messages, filtered by severity, that go to the
 // system log as one entry each.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The answer to a request: status, header fields, and a body that is written as it comes. The
 // header is sent with the first part of the body, so that whatever fails before can still be
 // answered by an error.

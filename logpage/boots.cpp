@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The boots that have a log: the parameter "boot", and the address /boots.
 #include "reader/boots.h"
 

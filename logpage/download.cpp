@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // /download: the tar stream of `moraine pack`.
 #include <unistd.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The addresses that answer with lines: /log and /follow.
 //
 // A page of lines is read from its cursor on, in the direction in which it lies, and ends as soon

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The program behind the log page: a CGI program, started by the web server for each request, that
 // answers questions about the log and changes nothing. See docs/moraine-page.8.
 #include <csignal>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The parameters of a request, as the browser wrote them behind the "?". Every name has to be known
 // and every value valid, so that a mistake shows instead of giving other lines than were asked for.
 //

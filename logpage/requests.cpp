@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What the requests share, and the shortest of them.
 #include "logpage/requests.h"
 

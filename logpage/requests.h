@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The addresses of the program. Each function reads its parameters, before it reads anything else,
 // and writes the answer; what is wrong is thrown as Page::Error.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What an expression is compiled into: a nondeterministic automaton. Shared by threads, unchanged.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The files of a log, in the order of their text. A file of the archive is a name and an inode in
 // 24 bytes, because there may be tens of thousands; it is opened when its turn comes. A file that
 // is held open, or that is a member of a tar file, has a place as well.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Compiled for speed whatever the rest is compiled for: this is what counting costs beside
 // decompression.
 #include <algorithm>

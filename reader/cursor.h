@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A position in the log that stays valid as long as its line is kept: across rotation, archiving
 // and renumbering of the boots.
 //

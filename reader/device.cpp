@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A consistent view of the device's own folders, while syslogd and the daemon work in them.
 //
 // Text moves in one direction only:

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Extended regular expressions on bytes, in the C locale, and plain strings: which lines match, in
 // a time that is linear in the text whatever the expression is.
 //

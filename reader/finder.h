@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Looks for a few strings at once, by their rarest bytes: the C library finds a byte many times
 // faster than any automaton can walk.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Listing folders: the archive, and a copy of the log.
 #include <dirent.h>
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Log::Follow: the live log as it grows, and what comes after it.
 //
 // The live log is read to its end, through a descriptor that stays with the file wherever it moves.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Lines as other programs read them, and text that is harmless on a terminal.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // FNV-1a: short, the same on every machine, and good enough where nobody gains from a collision.
 #pragma once
 

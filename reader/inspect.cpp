@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What can be asked of files as a whole: the times of a boot, and whether a file is intact.
 #include "reader/log_files.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A line of the log and its fields, in the form in which BusyBox syslogd writes it:
 //
 //   Nov 21 17:48:08 device user.err app[812]: text

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The log as text, oldest line first or newest first: from the device's own folders, while syslogd
 // and the daemon work in them, from a copied folder, or from a download.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Matching: a deterministic automaton whose states are sets of states of the compiled expression,
 // made when the text first leads there, and forgotten all together when they become too many.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What a file is, by its name alone. The grammar stands in logfileutils/names.cpp; this parser
 // logs nothing, because programs that read the log run on machines with a log of their own, and it
 // is strict where the daemon is deliberately wide:

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Packs the log into a tar stream: the waiting logs compressed, the archive's files as they are,
 // and a manifest as the last member. Nothing is written but the stream, and no program is run.
 //

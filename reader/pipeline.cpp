@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // With one job, a scanner hands its lines over directly. With several, each thread takes the next
 // file, and collects what passes in batches. The batches of the file whose turn it is go out; the
 // threads of later files wait when they have collected too much, so that memory does not depend on

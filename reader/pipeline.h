@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Files through scanners, several at a time, and their lines out again in the order of the files.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Log::Read and Log::Count: which files are read, in which order, and what becomes of what was
 // wrong with them.
 #include <algorithm>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // One file's lines through the filter, a block at a time. This is the part that several threads do
 // at once, each with a scanner of its own.
 #pragma once

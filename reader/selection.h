@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // From the lines that pass to the lines that are delivered: context around the matches, and the
 // limit on their number.
 #pragma once

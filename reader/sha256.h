@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // SHA-256 (FIPS 180-4), for the manifest of a download. liblzma has one inside but does not export
 // it.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Whether the log is kept as it should be: what runs, what is stored, and how much room there is.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // An extended regular expression as a tree, and what can be said about it without any text.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Reading a tar file where it is: the members' names and places. Understood are the forms in which
 // tar programs write downloads and copies: ustar, old GNU with long names and large numbers, and
 // pax. What is no file of the log is passed over.

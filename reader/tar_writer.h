@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Writes a tar stream in the ustar format of POSIX: only regular files, in the order of the calls.
 // What ustar cannot hold is written as GNU tar does: a name of more than 100 bytes as a member of
 // its own ("././@LongLink") in front, numbers beyond the octal digits in binary.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The text of one file, compressed or not, in blocks of whole lines. Memory is bounded: the
 // dictionary of the file, and a line of at most 1 MiB; what is longer is cut there, and the
 // remainder counts as another line.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Points in time as people type them: "2026-11-21 17:48:08", "2026-11-21", "17:48", "today",
 // "yesterday", "now", "-2h", "-1h30min", "2 days ago".
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Compresses a text into an .xz file as the daemon's `xz` does: one thread, a dictionary of 2 MiB,
 // CRC64. The same text always gives the same bytes, so that a text may be compressed once to learn
 // the size and again to write it.

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """A program that logs like a device: several programs and severities, routine and bursts, and now
 and then a fault that ends a boot. `history` fills an archive with earlier boots, `Chatter` goes on
 logging through /dev/log.

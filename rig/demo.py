@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Floods the system log of a sandbox and shows what becomes of it. See ./run."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Shows the log page of a sandbox with a history of boots and a program that logs. See ./page."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Draws a terminal session with the command moraine: in a sandbox, syslogd and the daemon run through
 a few boots of a small machine; then the commands below are run on a terminal, and what they print
 becomes an SVG picture on standard output.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Archiving one file: compress it beside itself, move the result into the archive, remove the file.
 //
 // Power may fail between any two steps, and syslogd works in the same directory. So an archive file

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // One check cycle: at most one file goes into the archive, so that a backlog costs a small device
 // one `xz` every 10 seconds and no more.
 #include <algorithm>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Boot numbers stay within the three digits of an archive name: the oldest boots go when all
 // numbers are in use, and the rest are renumbered from 1. Both happen only at start-up, before the
 // current boot gets its number.

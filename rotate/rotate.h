@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The rotation and archiving engine. One object lives as long as the daemon; the main loop calls
 // Init once and then CheckLogs every 10 seconds.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The archive's size limit, with hysteresis: deletion starts at 1 GiB and goes on to 90 % of it, so
 // that a full archive is not pruned at each new file. Between measurements the size is kept up by
 // arithmetic. It is compared as a signed number: below zero means that the arithmetic went wrong.

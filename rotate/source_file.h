@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The identity of a file while its path may come to name another one: syslogd renames its rotations
 // at any moment, and a writer may go on writing to a file that was renamed under it. The open
 // descriptor holds on to the very file that is archived.

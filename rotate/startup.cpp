@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Start-up: directories, capacity, boot number, and the work that an earlier run left half done.
 #include <vector>
 

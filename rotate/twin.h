@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A file that was archived and is there all the same: a loss of power undid its removal, the daemon
 // was killed before it, or syslogd moved it away at that moment. Archived again, its lines would be
 // in the archive twice.

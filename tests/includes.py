@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Checks what each folder of the product includes against the dependency rule of
 docs/architecture.md, and that every own header is included by its path from the root."""
 from __future__ import annotations

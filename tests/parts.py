@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Runs the parts of ./test, two at a time, and reports how long each took.
 
 A part that runs the same programs on the same files as when it last passed is left out, unless --all

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Deletes archive files. The daemon keeps a running total of the archive's size, so it must not run
 // meanwhile; it is started again whatever happens.
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What the verbs that read have in common: -D, the boots, the number of threads.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The command `moraine`: picks the verb.
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The command line, as getopt_long and journalctl have taught people to write it: --name VALUE,
 // --name=VALUE, -n5, -n 5, letters together (-ri), a long name as far as it is unambiguous, and
 // "--" before what is no option. Where a value is optional, a following number is the value:

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Where the command's output goes: standard output, or a pager in front of the terminal; and its
 // messages on standard error.
 #pragma once

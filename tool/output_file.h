@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A file that gets its name only once it is complete: until then it is a hidden file beside it,
 // which is removed if the program fails or is interrupted. Also standard output, and what is no
 // regular file (a device, a pipe), which are written to directly.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Writes the log to a tar file, which gets its name only once it is complete.
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Ends the program after an exception that nothing catches. The C++ library's own handler brings
 // its demangler along, a twentieth of the static program.
 #include <cstdlib>

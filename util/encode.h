@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Small conversions between representations, and a few helpers on files and commands. Nothing here
 // logs: the result carries the outcome.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Text for people: bounded printf-style formatting, durations, engineering numbers, dates.
 // Nothing here logs.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A file hidden from a casual look: each byte is substituted through a fixed permutation of the 256
 // byte values, three times. The inverse is made from the same table at compile time, and the
 // compiler proves that it is one.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Cutting, trimming and testing strings, byte by byte: no locale, no case folding. Nothing here
 // logs. The cutting functions empty `fields` first; they differ in which empty fields they keep.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Packs a device's logs for download, as its web interface would: shows what the archive holds,
 // packs a tar file with a progress line, says where it is, and cleans up behind itself.
 #include <unistd.h>

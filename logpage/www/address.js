@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What the page shows, as the part of its address behind "#": a link shows the same again. The
 // browser does not send this part to the device.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Requests to the program on the device. An answer that breaks off is an Unreachable, so that
 // callers can continue behind the last line they have.
 

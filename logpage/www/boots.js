@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The time line: a bar for each boot, oldest first, as high as its log is large (by the square
 // root), under the day when it began. Boots rather than hours give the scale, since the clock of a device
 // may jump and an eventful night is wider than a quiet month.

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # Makes what is installed from the readable sources: one script, one style sheet, the page, and a
 # compressed copy of each beside it, which httpd sends to browsers that take it.
 #

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Whether the device answers. Requests that fail report it here and wait until it is back.
 
 import {BUSY, Unreachable, json} from "./api.js";

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The download dialog: what to save, and how large it is before the browser saves it.
 
 import * as api from "./api.js";

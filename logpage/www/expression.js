@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Finds what a search matches in a line, to highlight it. The device searches by POSIX extended
 // regular expressions; the browser's own have another syntax and take exponential time for some
 // expressions. Here all states advance together, so the time is linear in the text. Expressions

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Numbers, sizes and text as people read them.
 
 const UNITS = ["B", "KiB", "MiB", "GiB", "TiB"];

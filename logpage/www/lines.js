@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The lines on the screen. However many lines have been read, only those that can be seen are in
 // the document. Heights are estimated from the length of the text, and corrected by those of the
 // lines that have been shown; the line at the top stays where it is meanwhile.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The page: connects its parts, and keeps its address in step with what it shows.
 
 import * as address from "./address.js";

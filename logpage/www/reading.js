@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What has been read of the log: an array of lines without gaps, oldest first, between what is
 // still to be read on either side. Lines come from the newest on, since that is where people look
 // first. Whatever breaks off continues behind the last line that arrived, by its cursor.

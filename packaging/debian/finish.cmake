@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # What CPack does to the files before it packs them, as debhelper does.
 cmake_minimum_required(VERSION 3.25)
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Writes a root file system for the kernel to unpack at boot: a cpio archive ("newc").
 
 Owners and device nodes are just numbers in it, so that making one needs no root rights. Archives

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The device's disk: ext4 in a sparse file. It is made and read without mounting it, and so without
 root rights."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """One run of the emulated device, from power on to power off or to a power cut."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """What the emulator boots: a kernel, and a root file system that holds BusyBox, xz, tar and the
 product. All of it is made below build/device and kept there; what is there is not made again.
 """

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """What the command `moraine` needs to be built for 64-bit Arm, and the cross compiler's packages do
 not have: liblzma, below build/aarch64-libraries, where cmake/aarch64-linux-gnu.cmake looks for it.
 

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # Prints what the product takes on a device: ./device --new-disk --run rig/emulator/measure.sh
 log=/perm/logs/syslog
 service=/etc/init.d/S90vandis-moraine

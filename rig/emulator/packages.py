@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Packages of the device's architecture, from the machine's own package sources: fetched and
 unpacked below the build folder, never installed. Needs no root rights.
 

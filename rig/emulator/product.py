@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The product, built for the device and installed into a folder."""
 from __future__ import annotations
 

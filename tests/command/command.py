@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Test cases that call the command `moraine` in a sandbox, and the logs that they call it on."""
 from __future__ import annotations
 

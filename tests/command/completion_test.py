@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """bash completion: verbs, options, and the boots, tags and severities that the log contains."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """`moraine delete`: which files go, who is asked, and that the daemon is stopped and started."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """`-o json` and `-o export`, as other programs read them; `boots` and `verify`."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Where `moraine` reads from, and in which order: the device's folders, copies, and downloads."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """`moraine log`: its filters, one by one and together, and its exit status."""
 from __future__ import annotations
 

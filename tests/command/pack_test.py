@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """`moraine pack`: what is in the tar file, in which order, and where it ends."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Makes logs of every kind that a device, a power cut or a stranger leaves behind."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Random logs, read by the command and by a plain re-implementation of it: the same lines, in the
 same order. The seed of a difference is printed; --help says how to run it alone."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """What `moraine log` and `moraine boots` must print, written down as plainly as possible and without
 regard to speed: every file is read whole, every line becomes an object, and a filter is a list
 comprehension. The command is compared with this on random logs.

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """`moraine pack` while syslogd rotates and the daemon archives: the lines of each download are
 consecutive, and none is in it twice."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """`moraine status`: each reason for a device that is not healthy, and the figures."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """`moraine` on a terminal: the pager, colours, and text that must not act on the terminal."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Boots and shutdowns in good order, with log traffic."""
 from __future__ import annotations
 

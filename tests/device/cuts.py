@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Power cuts at random moments around the archiving of rotations. After each, the disk is judged as
 it is found; the next start has to heal it, and its power is cut in turn.
 """

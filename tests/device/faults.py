@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """A disk that is full, turns read-only, or is not there: the daemon ends, the init script's status
 says so, and nothing is lost."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """What every device test works with: an image, a disk, and a device that takes commands."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Archives at their limits, and power cuts while these are enforced: while boots are deleted and
 renumbered, and while the oldest files are deleted."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Archives near their limits, as a disk may hold them after years."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The unit tests, compiled for the device and run on it."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The product as it must not be: a copy whose archiving does not wait for the disk. With it the
 power cuts have to lose lines; else they would not prove anything."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Makes faults from outside in the release, one at a time, and checks that nothing is lost. It is the
 release with shared libraries (release-dynamic), since what makes allocations fail is preloaded.
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """What takes many runs, or a long one: storms of signals, ten thousand cycles, a chain of boots."""
 from __future__ import annotations
 

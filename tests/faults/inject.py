@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Makes one fault in one scene, and lets the judge look at what came of it.
 
 A fault has a place and a kind. The place is a system call ("fsync#2": the second fsync of the

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The judge of all scenes: what has to hold whatever failed.
 
 Nothing is lost: each line of the log is in the archive, a rotation, the live log, or a leftover that

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Runs the daemon, or the download, once in the sandbox, on a clock that only sleeping moves
 on, and returns how it ended: exit status, log lines, and if it was traced its system calls.
 """

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Shows that the judge can fail: breaks the product in a copy, one guard at a time, and expects
 python3 -m tests.faults to notice.
 

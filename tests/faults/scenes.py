@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The scenes: what lies on the device, which part of a run is looked at, and what has to survive.
 
 The lines of the log are numbered from 1, so that each can be found again.

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Runs inside a sandbox: reads one request per line, a JSON object, and answers each with
 one. See laboratory requests in run."""
 from __future__ import annotations

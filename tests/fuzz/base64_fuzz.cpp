@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Base64Decode against a bit by bit decoder, and out of range reads under AddressSanitizer: the
 // input is an exact allocation.
 #include <memory>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The escapers: what comes out holds nothing that must not be there, and undoing it gives back what
 // went in (for JSON, as far as the deliberate losses allow).
 #include <array>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Expressions, and texts that they are tried on. The first line is the expression.
 #include "reader/expression.h"
 #include "tests/fuzz/fuzz.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The length limit of log messages: whole up to 255 characters, else cut to 252 and marked.
 #include <cstdarg>
 

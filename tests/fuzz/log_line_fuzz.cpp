@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Lines of the log, and what is made of them for other programs.
 #include "reader/format.h"
 #include "reader/line.h"

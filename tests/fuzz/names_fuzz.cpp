@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Archive and rotation names: no name that a directory may hold breaks the parsers, and they agree
 // with the grammar written out another way.
 #include <filesystem>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A request's parameters: whatever stands behind the "?" is decoded or refused with a status, and
 // what is decoded is what was meant.
 #include "logpage/parameters.h"

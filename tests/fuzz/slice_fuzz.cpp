@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Split and both forms of Slice against plain re-implementations.
 #include <sstream>
 #include <vector>

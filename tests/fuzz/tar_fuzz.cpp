@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Tar files: every member that is found lies inside the file.
 #include <sys/mman.h>
 #include <unistd.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Compressed files: whatever they hold, lines of bounded length come out.
 #include "reader/text.h"
 #include "tests/fuzz/fuzz.h"

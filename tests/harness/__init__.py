@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """What tests, benchmarks and the demonstration share; each of these is here once.
 
 paths      where things are, in the project and in a sandbox

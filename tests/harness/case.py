@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Test cases that run in a sandbox: each has a /perm and a /scratch of its own, and no test waits
 for a time, only for events. A test file ends in `case.main()`, which enters the sandbox.
 """

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The daemon as a process that a test starts itself, and the lines of its life."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Test cases of the init scripts, with BusyBox as the shell and for all tools, as on a device."""
 from __future__ import annotations
 

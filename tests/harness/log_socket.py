@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """A reader of /dev/log: severity, facility, tag and text of each line as a syslogd would get them.
 """
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Numbered lines: who writes them, and the judge that finds what became of each of them."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """A status line: rewritten in place on a terminal, printed now and then elsewhere."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A sandbox: the fixed paths of the real device (/perm, /etc/init.d, /dev/log ...) for the
 // calling process and what it starts, made of namespaces. The machine itself is never touched.
 //

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The sandbox (see sandbox.h) with the product in it."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // sandbox: runs a command inside a sandbox.
 
 #include <getopt.h>

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """A copy of the project, to be broken.
 
 Lines of the product that a test breaks end in a comment `// guard: NAME`, which names them wherever

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The installed library, as a program outside this project uses it: the example is built from the
 installed package, by CMake and by pkg-config, and packs an archive that the daemon itself made.
 """

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Makes small changes in a copy of the product, one at a time, and reports those that the tests do
 not notice.
 

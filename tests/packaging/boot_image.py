@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Boots an image that Buildroot has built, and uses the product on it. See --help."""
 from __future__ import annotations
 

@@ -1,11 +1,14 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # Sourced by the steps of ./run. A step is a list of checks; each says what holds, and what was found
 # where it does not. The first that fails ends the step.
 
 if [ "${1-}" = --help ]; then
     echo "A step of tests/packaging/run (see its --help). ${usage:-Takes no arguments.}"
     echo
-    sed -n '2,/^[^#]/s/^# //p' "$0"
+    sed -n '2,/^[^#]/{ /SPDX-/d; s/^# //p; }' "$0"
     exit 0
 fi
 cd "$(dirname "$0")/../.." || exit 1

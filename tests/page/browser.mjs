@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Chromium for the tests of the page: a fresh profile, nothing that calls home, and a record of all
 // that a test must not find: messages on the console, and requests that leave the device.
 import fs from "node:fs";

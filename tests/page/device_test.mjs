@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The page on a sandbox with the real syslogd, daemon, server and program: what each role of the page
 // does. The elements are found by role and name only, as assistive technology finds them.
 import assert from "node:assert/strict";

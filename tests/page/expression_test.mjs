@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The matcher that highlights, beside grep: on random expressions, both find the same.
 import assert from "node:assert/strict";
 import {execFileSync} from "node:child_process";

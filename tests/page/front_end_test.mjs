@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The page beside a device made of numbers: sizes and accidents that a real one takes hours for.
 import assert from "node:assert/strict";
 import path from "node:path";

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A device made of numbers: the addresses of the page's program, for work on the page and for tests
 // of states that a real device takes hours to reach (900 boots, 150,000 lines, a slow disk).
 // Filters are approximate: the program has its own tests.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Makes docs/log-page.png, the picture in the README, from the real page: why did the device reboot?
 // Run it as tests/page/run does: node tests/page/picture.mjs
 import path from "node:path";

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Requests to the log page's program through its real server, hostile ones among them.
 
 Starts a sandbox as ./page does, and asks from outside.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A sandbox with the product and the page in it, as ./page starts it.
 import assert from "node:assert/strict";
 import {spawn} from "node:child_process";

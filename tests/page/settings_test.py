@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The log page's init script and its settings, in a sandbox."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Faults that mounts cannot make: the test program has its own version of some functions of the C
 // library, which fail on request and else call the real one. The product knows nothing of it.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Reads log lines where they arrive: at /dev/log, so that priority, tag and text are what a syslog
 // daemon would get.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Every test program's main: each run has a sandbox to itself, in which the fixed paths are
 // real and nothing of the machine can be touched.
 #include <gtest/gtest.h>

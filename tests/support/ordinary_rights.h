@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Root passes over file permissions; while one of these exists, this process does not (EACCES).
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Texts that log lines end in. Their wording is the standard library's: a test asks for it instead
 // of knowing it.
 #pragma once

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Who may read the log and write to it, and what the scripts ask of the device."""
 from __future__ import annotations
 

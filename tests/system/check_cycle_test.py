@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Check cycles: which file is next, the last rotation, the live log, and what may happen to a file
 while it is compressed."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Faults of the file system and the kernel: one line that says what failed, the right status, and
 the source is kept."""
 from __future__ import annotations

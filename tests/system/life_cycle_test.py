@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The life of the daemon: its lines and its exit status, from the first to the last, whenever a
 stop signal comes."""
 from __future__ import annotations

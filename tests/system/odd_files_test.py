@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Unexpected files: the daemon neither crashes nor hangs, and no source is lost."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """There is never more than one syslogd and one daemon, and never an OK without them."""
 from __future__ import annotations
 

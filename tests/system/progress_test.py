@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """A daemon that archives nothing while rotations wait is started again; one that only has nothing to
 do is left alone."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Foreign names neither stop archiving nor delete history: each start moves them to foreign/."""
 from __future__ import annotations
 

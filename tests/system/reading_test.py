@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """`moraine log` while syslogd rotates and the daemon archives: whatever moves during a read, the
 numbers of the lines that it prints are consecutive."""
 from __future__ import annotations

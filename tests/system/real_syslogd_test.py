@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The daemon beside BusyBox syslogd, both run by their init scripts: every line that syslogd took
 is found again, once."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """How often a program that fails is started again, by a clock that the test sets: the supervisor's
 sleeping moves it, and takes no time."""
 from __future__ import annotations

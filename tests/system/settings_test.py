@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """The init scripts refuse settings that would leave the device without its log, and name them."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Thousands of mixed stop signals from several senders, from the moment the daemon catches them to
 its end."""
 from __future__ import annotations

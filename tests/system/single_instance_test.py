@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """One daemon at a time, and what it leaves in /var/run."""
 from __future__ import annotations
 

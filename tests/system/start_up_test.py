@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """Start-up: folders, capacity, the boot number, what an interrupted run left, and the limits."""
 from __future__ import annotations
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """What ended without being asked to is started again, by itself, and syslogd runs whenever the daemon
 does."""
 from __future__ import annotations

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 """An xz that hangs, a daemon that does not end, and a file that cannot be archived."""
 from __future__ import annotations
 

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # Runs the lines that come over the console, one by one, and prints the status of each.
 stty -echo
 echo @ready

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # A service between syslogd and the daemon: reports on the console what happens to the log, and adds
 # rotations, each safe on the disk before the daemon can see it.
 [ "$1" = start ] || exit 0

@@ -1,4 +1,7 @@
 #!/bin/sh
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # Runs the test programs. Each makes itself a sandbox, by a change of the root, which the root
 # that a kernel unpacks at boot does not allow: so a copy of it on a tmpfs comes first.
 new_root=/tmp/root

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Reports at once, one line each, what happens to the names in some folders: "@event m
 // archive/NAME". The letters: n created, w closed after writing, m moved in, y moved out, d
 // deleted. It returns when it watches, and does so in the background.

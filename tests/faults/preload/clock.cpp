@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A clock that only sleeping moves on: ten thousand cycles take a minute, names come out the same
 // in each run, and so does the sequence of system calls. tests/harness/preload/sleep.c has the
 // sleeping.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Memory that runs out once: allocation number FAULTS_ALLOCATION of the process fails. It is the C
 // library's functions that fail, and operator new with them.
 #include <cerrno>

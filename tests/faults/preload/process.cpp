@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The process's entry and end: settings are read, main is announced in the trace,
 // and the numbers of allocations are reported.
 #include "tests/faults/preload/process.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What the parts of the preloaded library know of the process that they are in. Settings are
 // environment variables; they, and LD_PRELOAD, are taken away before main runs, so that the
 // children are left alone.

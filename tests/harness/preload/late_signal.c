@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Preloaded into the daemon: the signal LATE_SIGNAL (a number) arrives in the last instant before
 // the daemon blocks its stop signals until it ends.
 #define _GNU_SOURCE

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Preloaded into the daemon: its sleep between two cycles takes the time that a test wants, so that
 // many cycles take seconds. A sleep stays one system call, to be traced and failed, and ends early
 // after a signal. The product knows nothing of it.

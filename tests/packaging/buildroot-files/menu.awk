@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 # A package's Config.in, as Buildroot's manual wants it.
 function expected(what) {
 	print FILENAME ":" NR ": expected " what ": " $0

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What a running daemon leaves in /var/run.
 #include "daemon/presence.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The daemon's sleeps: what ends them, and what is slept after an interruption.
 #include "daemon/sleep.h"
 

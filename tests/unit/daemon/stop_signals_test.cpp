@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Stop signals: noted by the handler, logged before the next line or when asked for.
 #include "daemon/stop_signals.h"
 

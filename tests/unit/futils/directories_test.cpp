@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Creating, measuring and listing folders.
 #include <dlfcn.h>
 #include <sys/stat.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // DirectoryWalk, on file systems that list no kinds, and while files come and go.
 #include "futils/directory_walk.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Futils::PathExists and Futils::FileExists, which answer the question asked: nothing that exists
 // or not, and no kind of file, is an error to them.
 #include <sys/stat.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What the tests of the file utilities share: an empty folder, and every log line down to Debug, so
 // that a line too many never goes unnoticed.
 #pragma once

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Names of files: which are refused, and that all others are taken as they are.
 #include <vector>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Reading whole files: Futils::ReadBytes, ReadBinFile and ReadTextFile.
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Sizes of named files and of streams, and sizes as people read them.
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Futils::Sync, which keeps an archived log from being lost with the power.
 #include <sys/stat.h>
 #include <unistd.h>

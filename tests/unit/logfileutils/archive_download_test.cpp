@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Packing archive files into the tar file.
 #include <fcntl.h>
 #include <gmock/gmock.h>

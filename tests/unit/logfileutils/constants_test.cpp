@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // How a device is laid out: init scripts and other programs rely on every one of these texts.
 #include <gtest/gtest.h>
 

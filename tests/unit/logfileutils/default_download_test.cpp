@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The default download: the live log, and what fits of the archive; and cleaning up after it.
 #include "tests/support/ordinary_rights.h"
 #include "tests/unit/logfileutils/download_fixture.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What the tests of downloads share: a /tmp of their own, and a look into the tar file.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The grammar of file names: what is an archive file, what a rotation, and of which boot.
 #include <algorithm>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Questions about the archive and the syslog directory.
 #include <dlfcn.h>
 #include <sys/stat.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Acting on syslogd: the signal that makes it reopen its log, and the removal of the live log.
 #include <cerrno>
 #include <csignal>

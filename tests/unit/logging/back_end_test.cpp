@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Severity filter, sinks, settings and the general formatter.
 #include <gmock/gmock.h>
 

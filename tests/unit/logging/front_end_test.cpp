@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Log::Crit to Log::Debug, and the bounded formatting behind them.
 #include <sys/mman.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Entries with a source location, and the user's callback.
 #include <limits>
 #include <ostream>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A test of the logging: lines arrive at a sink, and the settings of a program's start come back.
 #pragma once
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What a browser, or somebody who is none, may write behind the "?".
 #include "logpage/parameters.h"
 

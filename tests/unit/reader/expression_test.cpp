@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Which lines an expression matches, in a bounded time.
 #include "reader/expression.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The names of archive files: built of the boot number and the time since start-up, and never given
 // twice.
 #include "tests/unit/rotate/engine.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Nothing is lost while syslogd works in the same directory: only the very file that was compressed
 // goes, unchanged, and only what is in the archive for good.
 #include <fcntl.h>

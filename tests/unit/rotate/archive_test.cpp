@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Archiving one file: what happens when all goes well, and what each failing step leaves behind.
 #include <functional>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The check cycle: at most one file is archived, the one whose turn it is.
 #include "tests/unit/rotate/engine.h"
 

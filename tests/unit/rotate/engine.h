@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // What the engine's tests share: a device with an empty archive, 42 seconds after its start and
 // long after its files were touched; time that passes by sleeping only, and at once; and an engine
 // whose state can be seen.

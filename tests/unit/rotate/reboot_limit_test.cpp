@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Boot numbers: pruning when all of them are in use, and renumbering from 1.
 #include "logging/logging.h"
 #include "tests/unit/rotate/engine.h"

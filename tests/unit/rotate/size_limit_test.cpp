@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The archive's size limit, its measurement, and the capacity that it needs.
 #include <algorithm>
 

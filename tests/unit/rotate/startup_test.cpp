@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Start-up: its steps and their order, the boot number, and what an interrupted run left.
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A live log that was taken away from syslogd: syslogd may write to it until its clock's second
 // ends, and an interrupted archiving leaves it under its temporary name.
 #include <sys/stat.h>

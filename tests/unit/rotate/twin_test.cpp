@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // A file that was archived and is there all the same, after a loss of power or a kill: its lines
 // are not archived twice, and no other file is taken for it.
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Commands and files of the machine.
 #include <gtest/gtest.h>
 #include <sys/resource.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Split and the two Slices, which differ in the empty fields that they keep.
 #include <gmock/gmock.h>
 

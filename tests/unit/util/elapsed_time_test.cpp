@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // The stopwatch, on a clock that stands until a test moves it.
 #include <gtest/gtest.h>
 #include <unistd.h>

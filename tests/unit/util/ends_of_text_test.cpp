@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Trimming and testing the two ends of a text.
 #include <gtest/gtest.h>
 

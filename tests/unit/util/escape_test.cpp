@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Texts for XML, for JSON and for an IPv4 address.
 #include <gtest/gtest.h>
 

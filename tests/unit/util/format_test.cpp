@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+// SPDX-License-Identifier: MIT
+
 // Util::Format: printf into a string, with a ceiling and two markers.
 #include <gtest/gtest.h>
 

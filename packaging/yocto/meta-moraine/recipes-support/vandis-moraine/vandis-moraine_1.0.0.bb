@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
+
 SUMMARY = "Archive of the system log across reboots"
 DESCRIPTION = "A daemon that compresses each file that BusyBox syslogd has rotated and moves it into \
 an archive on the permanent partition, with the syslogd that it works beside, a command and a web \
