@@ -257,8 +257,10 @@ bool DeviceSnapshot::IsLiveLogStill() const {
 
 void DeviceSnapshot::LeaveOutHeld(bool cutsBehind) {
     std::size_t compared = 0;
+    bool hasFound = false;
     for (std::size_t i = catalogue.entries.size(); i-- != 0 && compared != MaxCompared;) {
-        ++compared;
+        // Any number of newer files may stand before the first one that is known.
+        if (!cutsBehind || hasFound) ++compared;
         struct stat status {};
         if (fstatat(catalogue.folder.Get(), catalogue.entries[i].name, &status,
                     AT_SYMLINK_NOFOLLOW) != 0) {
@@ -279,6 +281,7 @@ void DeviceSnapshot::LeaveOutHeld(bool cutsBehind) {
             continue;
         }
         compared = 0;
+        hasFound = true;
         if (cutsBehind) {
             catalogue.entries.resize(i);
         } else {
