@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The vandis-moraine authors
 # SPDX-License-Identifier: MIT
 
-"""Makes logs of every kind that a device, a power cut or a stranger leaves behind."""
+"""Makes logs of every kind: whole, cut by a power failure, with lines of other forms."""
 from __future__ import annotations
 
 import datetime

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 
 """Random logs, read by the command and by a plain re-implementation of it: the same lines, in the
-same order. The seed of a difference is printed; --help says how to run it alone."""
+same order."""
 from __future__ import annotations
 
 import datetime
