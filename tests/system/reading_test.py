@@ -134,7 +134,8 @@ class Flooded(SandboxCase):
 
 
 class Mover(threading.Thread):
-    """Does what syslogd and the daemon do to the files, and nothing else, as fast as it can."""
+    """Does what syslogd and the daemon do to the files, and nothing else, up to 200 times a second:
+    faster than any syslogd, but not faster than a reader that shares its processor looks twice."""
 
     def __init__(self) -> None:
         super().__init__(daemon=True)
@@ -148,7 +149,7 @@ class Mover(threading.Thread):
         self.join()
 
     def run(self) -> None:
-        while not self._stopping.is_set():
+        while not self._stopping.wait(0.005):
             with numbered.LIVE_LOG.open("ab", buffering=0) as live_log:
                 for _ in range(5):
                     line = numbered.LINE.format(self.logged + 1, 0, 0, 0, 0)[4:]
