@@ -67,8 +67,8 @@ class Device:
         return output
 
     def wait_until(self, condition: str) -> None:
-        self.run(f"n=0; until {condition}; do n=$((n + 1)); [ $n -lt 600 ] || exit 1; "
-                 "sleep 0.5; done")
+        self.run(f"n=0; until {condition} || [ $n -ge 600 ]; do n=$((n + 1)); sleep 0.5; done; "
+                 f"{condition}")
 
     def power_off(self) -> None:
         self._emulator.send("poweroff")
