@@ -96,7 +96,8 @@ def check_first_boot(device: Device) -> None:
     device.run("tar --version | grep -q GNU && xz --version >/dev/null")
     ok("tar and xz are there")
 
-    device.run(f"echo ROTATION_KB=32 >>{SETTINGS} && /etc/init.d/S01syslogd-moraine restart")
+    # All of the burst has to find room in ten rotations.
+    device.run(f"echo ROTATION_KB=64 >>{SETTINGS} && /etc/init.d/S01syslogd-moraine restart")
     device.run(f"seq {LINES} | sed 's/.*/line & ..................................................../'"
                " | logger -t numbered")
     device.wait_until(f"ls {LOG}/archive/*.xz >/dev/null 2>&1 && ! [ -e {LOG}/messages.txt.0 ]")
