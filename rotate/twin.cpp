@@ -4,6 +4,7 @@
 #include "rotate/twin.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <iterator>
 #include <vector>
@@ -36,7 +37,8 @@ bool TextBeginsWith(const fs::path& compressed, const SourceFile& source) {
 }  // namespace
 
 std::string FindTwin(const SourceFile& source, const std::set<std::string>& archive) {
-    const auto first = std::prev(archive.end(), std::min(archive.size(), NumNewestFiles));
+    const auto first = std::prev(
+        archive.end(), static_cast<std::ptrdiff_t>(std::min(archive.size(), NumNewestFiles)));
     const auto twin = std::find_if(first, archive.end(), [&](const std::string& name) {
         const fs::path pfn = Moraine::ArchPathAbs / name;
         return HaveSameTime(pfn, source.Pfn()) && TextBeginsWith(pfn, source);

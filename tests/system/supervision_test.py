@@ -140,7 +140,9 @@ class Forks(InitCase):
                         "two forks failed")
         tracer.terminate()
         tracer.wait()
-        self.assertEqual((supervisors_of(daemon), programs_of(daemon)), ([supervisor], [pid]))
+        # It may be about to run a command, which has its command line until then.
+        self.wait_until(lambda: supervisors_of(daemon) == [supervisor], "no other supervisor")
+        self.assertEqual(programs_of(daemon), [pid])
         kill(pid)
         self.wait_for_another(daemon, pid)
         self.assertEqual(supervisors_of(daemon), [supervisor])

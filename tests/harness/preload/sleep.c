@@ -63,7 +63,7 @@ int nanosleep(const struct timespec* wanted, struct timespec* rest) {
         return -1;
     }
     const struct timespec real = RealSleep(wanted, isCycleSleep);
-    struct timespec left = {0, 0};
+    struct timespec left = real;  // An interruption that a tracer makes leaves it alone.
     if (syscall(SYS_clock_nanosleep, CLOCK_REALTIME, 0, &real, &left) != 0) {
         if (isCycleSleep) --cycleSleeps;
         const int isAsWanted = real.tv_sec == wanted->tv_sec && real.tv_nsec == wanted->tv_nsec;
