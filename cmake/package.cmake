@@ -72,6 +72,8 @@ severity or text, from the oldest archived line to the live log.")
 
 set(CPACK_DEBIAN_MORAINE-PAGE_PACKAGE_SECTION web)
 set(CPACK_DEBIAN_MORAINE-PAGE_PACKAGE_DEPENDS "vandis-moraine (= ${PROJECT_VERSION}), adduser")
+set(CPACK_DEBIAN_MORAINE-PAGE_PACKAGE_CONTROL_EXTRA
+    ${control}/moraine-page/conffiles ${control}/moraine-page/postinst ${control}/moraine-page/prerm)
 set(CPACK_DEBIAN_MORAINE-PAGE_DESCRIPTION "web page of an archived system log
 Shows the log that the vandis-moraine daemon keeps to people who have a
 browser: searching, filtering, following and downloading. It is reached
@@ -106,6 +108,11 @@ foreach(package IN LISTS debian_packages)
     list(APPEND debian_components_${package} debian-${package})
     list(APPEND CPACK_COMPONENTS_ALL ${debian_components_${package}})
 endforeach()
+if(TARGET moraine_page)
+    install(FILES packaging/debian/moraine-page/lintian-overrides
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME moraine-page
+            COMPONENT debian-moraine-page EXCLUDE_FROM_ALL)
+endif()
 install(FILES packaging/debian/lintian-overrides
         DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME ${PROJECT_NAME}
         COMPONENT debian-vandis-moraine EXCLUDE_FROM_ALL)
