@@ -3,8 +3,8 @@
 
 """Runs the parts of ./test, two at a time, and reports how long each took.
 
-A part that runs the same programs on the same files as when it last passed is left out, unless --all
-is given. CI starts from a fresh clone and leaves nothing out.
+A part that runs the same programs on the same files as when it last passed is left out, and so are the
+long ones, unless --all is given. CI starts from a fresh clone.
 """
 from __future__ import annotations
 
@@ -36,6 +36,8 @@ class Part:
     own: str = ""
     # A part that mostly waits runs beside those that compile.
     waits: bool = False
+    # A part that takes minutes and guards the tests rather than the product: runs by name or --all.
+    is_long: bool = False
 
 
 def ctest(preset: str, *options: str) -> str:
@@ -57,13 +59,14 @@ PARTS = (
     Part("faults", "400 faults in the release with shared libraries",
          "python3 -m tests.faults", own="faults", waits=True),
     Part("guards", "breaks one guard of the product at a time; the fault tests have to notice",
-         "python3 -m tests.faults.sabotage --short", own="faults", waits=True),
+         "python3 -m tests.faults.sabotage --short", own="faults", waits=True, is_long=True),
     Part("without-syncs", "power cuts of a daemon without syncs have to lose lines",
-         "python3 -m tests.device --without-syncs --cuts 40", own="device", waits=True),
+         "python3 -m tests.device --without-syncs --cuts 40", own="device", waits=True,
+         is_long=True),
     Part("packaging", "man page, installation, Buildroot tree, Debian packages",
          "tests/packaging/run man-page installation buildroot debian", own="packaging"),
     Part("systemd", "the units on a running systemd, where one can be booted",
-         "tests/packaging/run systemd", own="packaging"),
+         "tests/packaging/run systemd", own="packaging", is_long=True),
     Part("page", "the log page: hostile requests, and a part of the browser's tests",
          "tests/page/run --quick", own="page", waits=True),
     Part("tidy", "clang-tidy on the product",
@@ -191,16 +194,24 @@ def main() -> int:
     FOLDER.mkdir(parents=True, exist_ok=True)
 
     inputs = Inputs()
-    chosen, unchanged = [], []
+    chosen, left_out = [], []
     for part in PARTS:
         if arguments.only and part.name not in arguments.only:
             continue
-        is_left_out = not (arguments.all or arguments.only) and is_unchanged(part, inputs)
-        (unchanged if is_left_out else chosen).append(part)
+        reason = ""
+        if not (arguments.all or arguments.only):
+            if part.is_long:
+                reason = "takes long"
+            elif is_unchanged(part, inputs):
+                reason = "nothing has changed since it passed"
+        if reason:
+            left_out.append((part, reason))
+        else:
+            chosen.append(part)
     for part in chosen:
-        print(f"  {part.name:12} {part.about}")
-    for part in unchanged:
-        print(f"  {part.name:12} (left out: nothing has changed since it passed; see --all)")
+        print(f"  {part.name:14} {part.about}")
+    for part, reason in left_out:
+        print(f"  {part.name:14} (left out: {reason}; see --all)")
     if arguments.list:
         return 0
 
@@ -215,8 +226,8 @@ def main() -> int:
     print()
     for part in chosen:
         result = run.results[part.name]
-        print(f"  {part.name:12} {result.seconds:5.0f} s  {result.verdict}")
-    print(f"  {'all':12} {time.monotonic() - start:5.0f} s  {'passed' if passed else 'FAILED'}")
+        print(f"  {part.name:14} {result.seconds:5.0f} s  {result.verdict}")
+    print(f"  {'all':14} {time.monotonic() - start:5.0f} s  {'passed' if passed else 'FAILED'}")
     return 0 if passed else 1
 
 
