@@ -69,7 +69,7 @@ public:
 
     // -- Control of syslogd (syslog_control.cpp).
 
-    // Tells syslogd to reopen its log. Does nothing if its pid file cannot be read or holds no
+    // Asks syslogd to reopen its log. Does nothing if its pid file cannot be read or holds no
     // number; whatever number it holds is signalled.
     void SendSigHupToSyslog() const;
 

@@ -139,7 +139,7 @@ std::string ReadStdOutFromSystemCall(const char* command) {
     while (std::fgets(piece.data(), static_cast<int>(piece.size()), pipe) != nullptr) {
         output += piece.data();
     }
-    (void)pclose(pipe);  // The command's status is not told.
+    (void)pclose(pipe);  // The command's exit status is discarded.
     return output;
 }
 

@@ -93,7 +93,7 @@ bool PrintStatistics(LogFileUtils& catalogue) {
     return false;
 }
 
-// Shows how the tar file grows for as long as it lives: one line that is rewritten on a terminal,
+// Shows how the tar file grows as long as the object exists: one line that is rewritten on a terminal,
 // a line each time it has grown elsewhere.
 class Progress {
 public:

@@ -123,7 +123,7 @@ class InitCase(SandboxCase):
             self.assertEqual(len(supervisors_of(service)), 1, list(processes()))
 
     def fail(self, msg: object = None) -> NoReturn:
-        """Tells what the device looks like, too."""
+        """Adds what the device looks like."""
         running = [f"{pid} {line}" for pid, line in processes()]
         files = [f"{path.relative_to(SYSLOG)}" for path in sorted(SYSLOG.rglob("*"))][:50]
         super().fail("\n  ".join([str(msg), *running, *files, *log_lines()[-20:]]))

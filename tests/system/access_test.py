@@ -196,7 +196,7 @@ class FixedFiles(InitCase):
         syslogd.start()
 
     def set_attribute(self, path: Path, attribute: str) -> None:
-        """A file system without them, and an ordinary user, are told what would be there."""
+        """Or, where the file system or the user cannot, a stand-in that prints it."""
         done = subprocess.run(["chattr", f"+{attribute}", str(path)], stderr=subprocess.DEVNULL)
         self.is_real = done.returncode == 0
         if self.is_real:

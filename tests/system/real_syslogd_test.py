@@ -70,7 +70,7 @@ class RealSyslogdCase(SandboxCase):
                 self.wait_until(lambda: service.pid is None, "a killed process has ended")
 
     def fail(self, msg: object = None) -> NoReturn:
-        """Tells what the device looks like, too."""
+        """Adds what the device looks like."""
         running = [f"syslogd {services.syslogd.pid}", f"daemon {services.daemon.pid}"]
         files = [f"{path.relative_to(SYSLOG)} {path.stat().st_size}"
                  for path in sorted(SYSLOG.rglob("*"))]
