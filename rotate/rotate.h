@@ -50,7 +50,8 @@ public:
     // -- Archiving one file (archive.cpp).
 
     // Compresses a file with xz, moves the result into the archive, removes the file and applies
-    // the size limit. The live log is first renamed to its ".tmp" name, and syslogd asked to reopen.
+    // the size limit. The live log is first renamed to its ".tmp" name, and syslogd asked to
+    // reopen.
     //
     // The file is removed only after the archive file and its name are safe on disk, and only if it
     // is the very file that was compressed, unchanged, with no writer. If syslogd moved it

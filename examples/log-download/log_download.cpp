@@ -93,8 +93,8 @@ bool PrintStatistics(LogFileUtils& catalogue) {
     return false;
 }
 
-// Shows how the tar file grows as long as the object exists: one line that is rewritten on a terminal,
-// a line each time it has grown elsewhere.
+// Shows how the tar file grows as long as the object exists: one line that is rewritten on a
+// terminal, a line each time it has grown elsewhere.
 class Progress {
 public:
     Progress() : thread([this](const std::stop_token& stop) { Run(stop); }) {}

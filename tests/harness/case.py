@@ -229,7 +229,7 @@ def main() -> None:
     parser.add_argument("--busybox", type=Path, default=BUSYBOX,
                         help="made by rig/build-busybox (build/busybox/busybox)")
     parser.add_argument("--limit", type=float, default=waiting.limit,
-                        help="seconds that a test waits for an event (60)")
+                        help="seconds that a test waits for an event (180)")
     parser.add_argument("tests", nargs="*", metavar="CLASS[.TEST]", help="run these only")
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
     arguments = parser.parse_args()

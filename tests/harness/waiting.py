@@ -8,7 +8,7 @@ import time
 from typing import Callable
 
 # Of every wait that has no timeout of its own, in seconds. Generous: only a defect uses it up.
-limit = 60.0
+limit = 180.0
 
 
 def wait_until(condition: Callable[[], object], timeout: float | None = None) -> bool:
