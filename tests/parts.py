@@ -234,7 +234,10 @@ def main() -> int:
     for part in chosen:
         result = run.results[part.name]
         print(f"  {part.name:14} {result.seconds:5.0f} s  {result.verdict}")
-    print(f"  {'all':14} {time.monotonic() - start:5.0f} s  {'passed' if passed else 'FAILED'}")
+    print(f"  {'all':14} {time.monotonic() - start:5.0f} s")
+    verdicts = [result.verdict for result in run.results.values()]
+    print(f"{verdicts.count('passed')} passed, {verdicts.count('FAILED')} failed, "
+          f"{verdicts.count('skipped')} skipped")
     return 0 if passed else 1
 
 
