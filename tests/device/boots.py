@@ -66,6 +66,8 @@ def _boot_and_log(fixture: Fixture, boot: int) -> None:
     text = "".join(f"{message(number)}\n" for number in numbers).encode()
     with fixture.boot({**SETTINGS, "root/lines": text}) as device:
         device.run("logger -t pump </root/lines")
+        # Else syslogd still rotates while the shutdown has the daemon archive.
+        device.wait_for(f"grep -qF '{message(numbers[-1])}' {LOG}/messages.txt*")
         device.wait_for(f"ls {LOG}/messages.txt.0 || ls {LOG}/archive/*:*")
         wait_until_running(device)
         device.power_off()
