@@ -104,7 +104,7 @@ class Flooded(RealSyslogdCase):
         """A flood that has left a backlog goes on while that is archived."""
         services.set_rotation_size(128)
         services.syslogd.start()
-        flood = numbered.Flood(rate=1500)
+        flood = numbered.Flood(rate=700)
         self.addCleanup(flood.stop)
         flood.start()
         self.wait_until(lambda: len(self.rotations()) >= 3, "a backlog of three rotations")
