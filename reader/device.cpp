@@ -118,8 +118,8 @@ bool IsUnchanged(int folder, const std::vector<std::string>& names, const Waitin
 }
 
 // The daemon moves the rotation that it has archived aside, to the name of an interrupted log,
-// makes sure that it is the right one, and moves it back if syslogd was faster. Its number is free
-// then.
+// and makes sure that it is the right one. Its number is free then. If syslogd was faster, the file
+// stays aside, and is archived next.
 bool IsMovedAside(const WaitingFiles& files) {
     const std::string live = Moraine::SyslogPfe.filename().native();
     if (!files.contains(live + Moraine::TmpExt.native())) return false;

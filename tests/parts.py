@@ -60,8 +60,7 @@ PARTS = (
          "python3 -m tests.device", own="device", waits=True),
     Part("model", "a search of all states of the model of archiving", "tests/check-model",
          waits=True),
-    # Some depend on how several programs are scheduled: on a busy machine they may need a second try.
-    Part("tests", "all tests", ctest("dev", "--repeat", "until-pass:2")),
+    Part("tests", "all tests", ctest("dev")),
     Part("sanitizers", "the tests under AddressSanitizer and UndefinedBehaviorSanitizer",
          ctest("asan", "--tests-regex", f"^({SANITIZED})")),
     Part("faults", "400 faults in the release with shared libraries",

@@ -16,6 +16,9 @@ from tests.harness.init_case import LIBRARY
 
 CLOCK = Path("/scratch/uptime")
 STARTS = Path("/scratch/starts")
+NOTED = Path("/scratch/noted")
+# The supervisor reads the clock when it has started a program, which must not move it before.
+WAIT = "until [ $(wc -l </scratch/noted) -ge $(wc -l </scratch/starts) ]; do :; done"
 HOUR, DAY = 3600, 86400
 TICK = 'read -r now _ </proc/uptime; echo $((now + $1)) 0 >/scratch/uptime'
 
@@ -26,6 +29,7 @@ class RestartDelays(SandboxCase):
         super().setUp()
         CLOCK.write_text("1000 0\n")
         STARTS.touch()
+        NOTED.touch()
         self.mount("--bind", str(CLOCK), "/proc/uptime")
         self.stand_in("sleep", TICK)
 
@@ -34,7 +38,8 @@ class RestartDelays(SandboxCase):
         script = Path("/scratch/script")
         write_script(script, 'case "$1" in\n'
                              '    run) read -r now _ </proc/uptime; echo $now >>/scratch/starts\n'
-                             f'        {run};;\nesac')
+                             f'        {WAIT}; {run};;\n'
+                             '    started) echo >>/scratch/noted;;\nesac')
         environment = {
             **os.environ, "PATH": f"{STAND_INS}:{os.environ['PATH']}", "FIRST_RESTART": str(first),
             "RESTART_SECONDS": "60", "RESTART_MAX_SECONDS": "3600", "PROGRESS_SECONDS": "", **settings}
