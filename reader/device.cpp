@@ -133,6 +133,11 @@ bool IsMovedAside(const WaitingFiles& files) {
     return false;
 }
 
+void WaitAMoment() {
+    constexpr timespec Moment{0, 1'000'000};
+    (void)nanosleep(&Moment, nullptr);  // A signal may cut it short.
+}
+
 // Step 1. Between two rotations there is time for this many times over; where there is not, the
 // last attempt has to do.
 bool CollectWaiting(int folder, WaitingFiles& files, std::string& error) {
@@ -147,8 +152,7 @@ bool CollectWaiting(int folder, WaitingFiles& files, std::string& error) {
         if (ListWaiting(folder, names, error)) return true;
         if (!IsUnchanged(folder, names, files)) continue;
         if (!IsMovedAside(files) || ++waits > MaxWaits) return false;
-        constexpr timespec Moment{0, 1'000'000};
-        (void)nanosleep(&Moment, nullptr);  // A signal may cut it short.
+        WaitAMoment();
     }
     return false;
 }
@@ -196,6 +200,20 @@ bool BeginsAlike(const OpenFile& archived, int source) {
     if (!a.Next(left) || !b.Next(right)) return false;
     const std::size_t length = std::min(left.size(), right.size());
     return left.substr(0, length) == right.substr(0, length);
+}
+
+// The status of a log at a moment when its last line is complete. syslogd writes a line by one call,
+// but the kernel shows one that crosses a page when the first half is in. A line whose end was lost
+// with the power stays without it.
+bool GetStatusBetweenLines(int fd, struct stat& status) {
+    constexpr int MaxWaits = 100;
+    for (int waits = 0;; ++waits) {
+        if (fstat(fd, &status) != 0) return true;
+        char last = '\n';
+        if (status.st_size != 0) (void)pread(fd, &last, 1, status.st_size - 1);
+        if (last == '\n' || waits == MaxWaits) return false;
+        WaitAMoment();
+    }
 }
 
 // Steps 2 and 3.
@@ -293,7 +311,7 @@ void DeviceSnapshot::LeaveOutHeld(bool cutsBehind) {
 void DeviceSnapshot::AddHeld() {
     for (auto& [name, file] : waiting) {
         struct stat status {};
-        if (!file.problem.empty() || fstat(file.file.Get(), &status) != 0) {
+        if (!file.problem.empty() || GetStatusBetweenLines(file.file.Get(), status)) {
             AddProblem(Moraine::SyslogPathAbs / name,
                        file.problem.empty() ? strerror(errno) : file.problem);
             continue;
