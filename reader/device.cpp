@@ -202,9 +202,9 @@ bool BeginsAlike(const OpenFile& archived, int source) {
     return left.substr(0, length) == right.substr(0, length);
 }
 
-// The status of a log at a moment when its last line is complete. syslogd writes a line by one call,
-// but the kernel shows one that crosses a page when the first half is in. A line whose end was lost
-// with the power stays without it.
+// The status of a log at a moment when its last line is complete. syslogd writes a line by one
+// call, but the kernel shows one that crosses a page when the first half is in. A line whose end
+// was lost with the power stays without it.
 bool GetStatusBetweenLines(int fd, struct stat& status) {
     constexpr int MaxWaits = 100;
     for (int waits = 0;; ++waits) {
