@@ -61,15 +61,15 @@ def past_the_size_limit(fixture: Fixture) -> str:
 
 
 def _boot_and_log(fixture: Fixture, boot: int) -> None:
-    """The shutdown, too, archives a rotation."""
+    """A cycle archives a rotation, and the shutdown another one."""
     numbers = range((boot - 1) * LINES_PER_BOOT + 1, boot * LINES_PER_BOOT + 1)
     text = "".join(f"{message(number)}\n" for number in numbers).encode()
     with fixture.boot({**SETTINGS, "root/lines": text}) as device:
-        device.run("logger -t pump </root/lines")
+        wait_until_running(device)
+        device.run("touch /tmp/began && logger -t pump </root/lines")
         # Else syslogd still rotates while the shutdown has the daemon archive.
         device.wait_for(f"grep -qF '{message(numbers[-1])}' {LOG}/messages.txt*")
-        device.wait_for(f"ls {LOG}/messages.txt.0 || ls {LOG}/archive/*:*")
-        wait_until_running(device)
+        device.wait_for(f"find {LOG}/archive -name '*:*' -newer /tmp/began | grep -q .")
         device.power_off()
     check(not device.failed_services(), str(device.failed_services()))
 

@@ -24,8 +24,8 @@ GUEST = Path(__file__).parent / "guest"
 LOG = "/perm/logs/syslog"
 
 # Generous: an emulated device among others on a busy machine.
-BOOT_TIMEOUT = 120
-CYCLE_TIMEOUT = 180
+BOOT_TIMEOUT = 600
+CYCLE_TIMEOUT = 600
 
 
 class Failed(AssertionError):
