@@ -58,7 +58,7 @@ bool Rotate::CheckArchSize() {
     return ResetArchDirSize();
 }
 
-// Raises filesystem_error if a file's size cannot be read.
+// Throws filesystem_error if a file's size cannot be read.
 bool Rotate::DeleteOldestUntilLowerMark() {
     for (const std::string& name : GetArchiveFileList()) {  // guard: oldest-first
         if (Signed(archDirSize) <= LowerMark) return false;
