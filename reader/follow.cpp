@@ -82,11 +82,12 @@ public:
           report(report),
           firstBoot(catalogue.currentBoot),
           scanner({&query.filter,
-                   query.contextBefore != 0 || query.contextAfter != 0,
+                   query.marksBlocks || query.contextBefore != 0 || query.contextAfter != 0,
                    false,
                    UINT64_MAX,
                    {}}),
-          selection({query.contextBefore, query.contextAfter, 0, UINT64_MAX}, take) {}
+          selection({query.contextBefore, query.contextAfter, 0, UINT64_MAX, query.marksBlocks},
+                    take) {}
 
     // Leaves an unfinished line of the live log for later.
     void HoldBackUnfinished();

@@ -52,7 +52,7 @@ struct Line {
     std::uint64_t number = 0;          // from 1 in its file
     std::string_view text;             // without the line feed; valid during the call only
     bool isMatch = true;               // false: context
-    bool startsBlock = false;          // context was asked for, and lines are left out before it
+    bool startsBlock = false;          // lines are left out before it, and context was asked for
     std::uint64_t fileHash = 0;        // of the first line of its file
 
     Fields GetFields() const { return ParseLine(text); }
@@ -94,6 +94,7 @@ struct Query {
     bool fromOldest = false;             // `lines` means the first ones instead
     std::uint64_t contextBefore = 0;     // lines that pass all of the filter but the pattern
     std::uint64_t contextAfter = 0;
+    bool marksBlocks = false;                   // sets Line::startsBlock also without any context
     std::optional<Cursor> after, before;        // only lines behind, before that one
     unsigned jobs = 1;                          // files that are decompressed at the same time
     const std::atomic<bool>* cancel = nullptr;  // set by a signal or another thread

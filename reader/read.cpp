@@ -50,7 +50,9 @@ private:
     PipelineOptions Options() const;
     bool ShowProgress(std::size_t textBytes);
     void Count(const Job& job, const FileResult& result);
-    bool WantsContext() const { return query.contextBefore != 0 || query.contextAfter != 0; }
+    bool WantsContext() const {
+        return query.marksBlocks || query.contextBefore != 0 || query.contextAfter != 0;
+    }
 
     const Query& query;
     const Catalogue& catalogue;
@@ -121,6 +123,7 @@ void Reading::RunForward(const Jobs& order, const Selection::Limits& limits, con
 
 void Reading::Deliver(const Take& take) {
     Selection::Limits limits;
+    limits.marksBlocks = query.marksBlocks;
     limits.before = query.newestFirst ? query.contextAfter : query.contextBefore;
     limits.after = query.newestFirst ? query.contextBefore : query.contextAfter;
     if (query.newestFirst) {

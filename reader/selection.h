@@ -20,6 +20,7 @@ public:
         std::uint64_t after = 0;
         std::uint64_t skip = 0;  // matches that are left out first
         std::uint64_t matches = UINT64_MAX;
+        bool marksBlocks = false;
     };
 
     Selection(const Limits& limits, const Take& take) : limits(limits), take(take) {}
@@ -36,7 +37,9 @@ private:
         std::uint64_t number;
     };
 
-    bool HasContext() const { return limits.before != 0 || limits.after != 0; }
+    bool HasContext() const {
+        return limits.marksBlocks || limits.before != 0 || limits.after != 0;
+    }
     bool AddLine(const SharedInfo& info, std::string_view text, std::uint64_t number, bool isMatch);
     bool AddContext(const SharedInfo& info, std::string_view text, std::uint64_t number);
     bool Deliver(const SharedInfo& info, std::string_view text, std::uint64_t number, bool isMatch);

@@ -186,13 +186,11 @@ bool ReadAmountOption(int id, const OptionReader& options, Request& request) {
             request.isCounting = true;
             return true;
         case 'C':
-            query.contextBefore = query.contextAfter = options.Number();
-            return true;
         case 'A':
-            query.contextAfter = options.Number();
-            return true;
         case 'B':
-            query.contextBefore = options.Number();
+            if (id != 'A') query.contextBefore = options.Number();
+            if (id != 'B') query.contextAfter = options.Number();
+            query.marksBlocks = true;
             return true;
         case AfterCursor:
             query.after = ReadCursor(options);
@@ -250,6 +248,7 @@ Request ReadRequest(Arguments arguments) {
     }
     if (!request.query.filter.pattern.IsSet()) {
         request.query.contextBefore = request.query.contextAfter = 0;
+        request.query.marksBlocks = false;
     }
     return request;
 }

@@ -218,12 +218,15 @@ class Context(LogCase):
         self.assertEqual(self.log("-g", "^[47]$", "-C", "1"), "3\n4\n5\n6\n7\n8\n")
         self.assertEqual(self.log("-g", "^[46]$", "-C", "1"), "3\n4\n5\n6\n7\n")
 
-    def test_none(self) -> None:
-        self.assertEqual(self.log("-g", "^[48]$", "-C", "0"), "4\n8\n")
-
     def test_lines_count_matches(self) -> None:
         self.assertEqual(self.log("-g", "^(4|8|15)$", "-C", "1", "-n", "2"),
                          "7\n8\n9\n--\n14\n15\n16\n")
+
+    def test_none_of_it_still_separates_blocks(self) -> None:
+        self.assertEqual(self.log("-g", "^([34]|8|13)$", "-C", "0"), "3\n4\n--\n8\n--\n13\n")
+        self.assertEqual(self.log("-g", "^[348]$", "-C", "0", "-r", "-n2"), "8\n--\n4\n")
+        self.assertEqual(self.log("-g", "^[348]$", "-C", "0", "-n2"), "4\n--\n8\n")
+        self.assertEqual(self.log("-C", "0", "-n", "2"), "19\n20\n")
 
     def test_newest_first(self) -> None:
         self.assertEqual(self.log("-r", "-g", "^[48]$", "-C", "1"), "9\n8\n7\n--\n5\n4\n3\n")
@@ -396,6 +399,7 @@ class Options(LogCase):
 
     def test_an_unknown_verb(self) -> None:
         self.refuse("shred", naming="shred")
+        self.refuse("help", "shred", naming="shred")
 
 
 class Ends(LogCase):

@@ -32,7 +32,7 @@ def random_filter(choose: random.Random, boots: list[int]) -> Filter:
         found.fixed_strings = choose.random() < 0.2
         found.ignore_case = choose.random() < 0.3
         found.invert_match = choose.random() < 0.2
-        found.context = choose.choice((0, 0, 1, 3))
+        found.context = choose.choice((None, None, 0, 1, 3))
     if choose.random() < 0.25:
         found.priority = choose.randrange(8)
     if choose.random() < 0.2:

@@ -16,6 +16,7 @@ from pathlib import Path
 from typing import Any, Callable, Iterable, Sequence
 
 SEVERITIES = ("emerg", "alert", "crit", "err", "warning", "notice", "info", "debug")
+OTHER_SEVERITIES = {"error": 3, "panic": 0, "warn": 4}  # a cut "warning" is one, too
 MONTHS = ("Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec")
 FACILITIES = ("kern", "user", "mail", "daemon", "auth", "syslog", "lpr", "news", "uucp", "cron",
               "authpriv", "ftp", "local0", "local1", "local2", "local3", "local4", "local5",
@@ -28,7 +29,7 @@ LINE = re.compile(
     rb"(?P<hour>\d\d):(?P<minute>\d\d):(?P<second>\d\d) "
     rb"(?:(?P<host>[^ ]+) )??"
     rb"(?:(?P<facility>" + "|".join(FACILITIES).encode() + rb")"
-    rb"\.(?P<severity>" + "|".join(SEVERITIES).encode() + rb")|<(?P<number>\d{1,3})>)"
+    rb"\.(?P<severity>" + "|".join([*SEVERITIES, *OTHER_SEVERITIES]).encode() + rb")|<(?P<number>\d{1,3})>)"
     rb"(?: (?P<text>.*))?", re.DOTALL)  # a power cut may have ended it there
 TAG = re.compile(rb"(?P<tag>[^ \[\]:]+)(?:\[(?P<pid>\d+)\])?: (?P<message>.*)", re.DOTALL)
 
@@ -59,7 +60,10 @@ class Line:
         if match["number"]:
             self.severity = int(match["number"]) % 8
         else:
-            self.severity = SEVERITIES.index(match["severity"].decode())
+            name = match["severity"].decode()
+            self.severity = OTHER_SEVERITIES.get(name)
+            if self.severity is None:
+                self.severity = SEVERITIES.index(name)
             self.facility = match["facility"].decode()
         self.message = match["text"] or b""
         tagged = TAG.fullmatch(self.message)
@@ -196,7 +200,7 @@ class Filter:
     tag: str | None = None
     since: datetime.datetime | None = None
     until: datetime.datetime | None = None
-    context: int = 0
+    context: int | None = None
     lines: int | None = None
     reverse: bool = False
 
@@ -217,7 +221,7 @@ class Filter:
         for name in ("since", "until"):
             if getattr(self, name):
                 found.append(f"--{name}={getattr(self, name):%Y-%m-%d %H:%M:%S}")
-        if self.context:
+        if self.context is not None:
             found.append(f"-C{self.context}")
         if self.lines is not None:
             found.append(f"-n{self.lines}")
@@ -255,12 +259,13 @@ class Filter:
         if self.lines is not None:
             newest = slice(None, self.lines) if self.reverse else slice(-self.lines or len(hits), None)
             hits = hits[newest]
+        around = self.context if self.grep and self.context else 0
         shown = sorted({index for hit in hits
-                        for index in range(max(0, hit - self.context),
-                                           min(len(left), hit + self.context + 1))})
+                        for index in range(max(0, hit - around),
+                                           min(len(left), hit + around + 1))})
         found: list[list[Line]] = []
         for position, index in enumerate(shown):
-            if position == 0 or (self.context and index != shown[position - 1] + 1):
+            if position == 0 or (self.grep and self.context is not None and index != shown[position - 1] + 1):
                 found.append([])
             found[-1].append(left[index])
         self.count = len(hits)
