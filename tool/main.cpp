@@ -36,11 +36,22 @@ const Verb* FindVerb(std::string_view name) {
     return found == std::end(Verbs) ? nullptr : found;
 }
 
+[[noreturn]] void ThrowUnknownVerb(std::string_view name) {
+    throw Tool::UsageError("unknown verb '" + std::string(name) + "'");
+}
+
 int Print(std::string_view text) {
     Tool::Output output;
     output.Write(text);
     output.Finish();
     return 0;
+}
+
+int PrintHelp(Tool::Arguments arguments) {
+    if (arguments.empty()) return Print(Tool::Help({}));
+    const std::string_view verb = arguments.front();
+    if (verb != "help" && FindVerb(verb) == nullptr) ThrowUnknownVerb(verb);
+    return Print(Tool::Help(verb));
 }
 
 // A file of the log that was opened as standard output would be written to.
@@ -55,11 +66,11 @@ int Run(Tool::Arguments arguments) {
     if (first == "--help" || first == "-h") return Print(Tool::Help({}));
     if (first == "--version") return Print("moraine " MORAINE_VERSION "\n");
     if (first == "help") {
-        return Print(Tool::Help(arguments.size() > 1 ? arguments[1] : std::string_view()));
+        return PrintHelp(arguments.subspan(1));
     }
     const bool isVerb = !first.empty() && !first.starts_with('-');
     const Verb* verb = isVerb ? FindVerb(first) : &Verbs[0];
-    if (verb == nullptr) throw Tool::UsageError("unknown verb '" + std::string(first) + "'");
+    if (verb == nullptr) ThrowUnknownVerb(first);
     try {
         return verb->run(arguments.subspan(isVerb ? 1 : 0));
     } catch (const Tool::HelpRequest&) {

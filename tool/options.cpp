@@ -116,8 +116,9 @@ std::uint64_t OptionReader::Number(std::uint64_t maximum) const {
     const char* end = value.data() + value.size();
     const auto [rest, error] = std::from_chars(value.data(), end, number);
     if (error != std::errc() || rest != end || number > maximum) {
-        throw UsageError(Name() + ": " + Quote(value) + " is not a number from 0 to " +
-                         std::to_string(maximum));
+        const std::string range =
+            maximum == UINT64_MAX ? "" : " from 0 to " + std::to_string(maximum);
+        throw UsageError(Name() + ": " + Quote(value) + " is not a number" + range);
     }
     return number;
 }

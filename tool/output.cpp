@@ -24,6 +24,7 @@ constexpr long long NanosPerSec = 1000000000;
 
 volatile pid_t pagerPid = 0;
 ProgressLine* progressLine = nullptr;
+Output* currentOutput = nullptr;
 
 void WaitForPager() {
     if (pagerPid == 0) return;
@@ -81,7 +82,12 @@ bool Output::IsStandardOutputTerminal() {
     return isatty(STDOUT_FILENO) == 1;
 }
 
+Output::Output() {
+    currentOutput = this;
+}
+
 Output::~Output() {
+    currentOutput = nullptr;
     try {
         Finish();
     } catch (const OutputError&) {
@@ -136,6 +142,7 @@ void Output::Finish() {
 
 void PrintMessage(const std::string& what, const std::string& reason) {
     if (progressLine != nullptr) progressLine->Clear();
+    if (currentOutput != nullptr) currentOutput->Flush();
     std::string line = "moraine: ";
     const std::string text = what.empty() ? reason : what + ": " + reason;
     if (isatty(STDERR_FILENO) == 1) {

@@ -20,7 +20,7 @@ struct OutputError {
 // program by SIGPIPE.
 class Output {
 public:
-    Output() = default;
+    Output();
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
     ~Output();
@@ -53,7 +53,8 @@ private:
     static bool IsStandardOutputTerminal();
 };
 
-// One message on standard error, "moraine: WHAT: REASON"; harmless on a terminal.
+// One message on standard error, "moraine: WHAT: REASON", behind all that was output so far;
+// harmless on a terminal. Throws OutputError.
 void PrintMessage(const std::string& what, const std::string& reason);
 
 // A line on standard error, rewritten, on a terminal and after a second only.

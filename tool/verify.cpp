@@ -6,6 +6,7 @@
 #include "tool/input.h"
 #include "tool/output.h"
 #include "tool/verbs.h"
+#include "tool/wording.h"
 
 namespace Tool {
 
@@ -52,9 +53,9 @@ std::string ToText(const Summary& summary, bool isTerminal) {
         }
         text += ": " + damage.reason + "\n";
     }
-    text += std::to_string(summary.files) + " archive files, " + FormatSize(summary.bytes) + ", " +
-            FormatSize(summary.textBytes) + " of text, " + std::to_string(summary.lines) +
-            " lines: ";
+    text += Counted(summary.files, "archive file", "archive files") + ", " +
+            FormatSize(summary.bytes) + ", " + FormatSize(summary.textBytes) + " of text, " +
+            std::to_string(summary.lines) + " lines: ";
     return text + (summary.damaged.empty() ? "all intact\n"
                                            : std::to_string(summary.damaged.size()) + " damaged\n");
 }

@@ -205,6 +205,15 @@ class Damage(CommandCase):
         self.assertGreater(len(printed), len(self.first) // 4)
         self.assertTrue((self.first + "\n").startswith(printed[:-1]))
 
+    def test_the_message_stands_behind_what_was_printed_of_the_file(self) -> None:
+        write_archive(3, "three\n")
+        self.damage(self.damaged.read_bytes()[:-1])
+        for jobs in ("-j1", "-j2"):
+            together = self.check(jobs, status=2, stderr=subprocess.STDOUT).out.decode()
+            before, _, after = together.partition("moraine: ")
+            self.assertEqual(before, self.first)
+            self.assertEqual(after.partition("\n")[2], line("app: last") + "three\n")
+
     def test_a_checksum_that_is_wrong(self) -> None:
         raw = bytearray(self.damaged.read_bytes())
         index_size = 4 * (int.from_bytes(raw[-8:-4], "little") + 1)
