@@ -3,6 +3,7 @@
 
 #include "reader/line.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <string>
@@ -14,6 +15,8 @@ namespace {
 constexpr std::string_view Months = "JanFebMarAprMayJunJulAugSepOctNovDec";
 constexpr std::size_t StampLength = 15;
 constexpr std::int64_t SecsPerDay = 86400;
+constexpr std::int64_t FirstTime = -30610224000;  // 1000-01-01
+constexpr std::int64_t LastTime = 253370764800;   // 9999-01-01
 
 struct Named {
     std::string_view name;
@@ -231,8 +234,10 @@ std::optional<int> ParseSeverity(std::string_view name) {
     return code < 0 ? std::nullopt : std::optional<int>(code);
 }
 
+// A download may claim any time; only years of four digits are used.
 YearGuess::YearGuess(std::int64_t modificationTime)
-    : latest(LocalTime(modificationTime) + SecsPerDay), year(ToDate(latest).year) {}
+    : latest(LocalTime(std::clamp(modificationTime, FirstTime, LastTime)) + SecsPerDay),
+      year(ToDate(latest).year) {}
 
 // February 29 may be eight years back.
 CivilTime YearGuess::TimeOf(const Fields& fields) const {

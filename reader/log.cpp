@@ -73,7 +73,7 @@ bool Log::FinishOpening() {
     bool hasFailed = false;
     for (const Problem& problem : problems) {
         if (problem.isMisnamed && misnamed) {
-            misnamed(problem.file.substr(problem.file.rfind('/') + 1), problem.reason);
+            misnamed(std::string(BareName(problem.file)), problem.reason);
         } else {
             report(problem.file, problem.reason);
             hasFailed = true;

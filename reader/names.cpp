@@ -57,6 +57,10 @@ bool HasShape(std::string_view text, std::string_view pattern) {
 
 }  // namespace
 
+std::string_view BareName(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
 Name ParseArchiveName(std::string_view name) {
     Name result;
     if (!name.starts_with(Stem) || !name.ends_with(XzExtension)) return result;

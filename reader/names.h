@@ -36,6 +36,9 @@ struct Name {
         {};  // of an archive file: all behind the boot number; a rotation's suffix
 };
 
+// What is behind the last slash.
+std::string_view BareName(std::string_view path);
+
 // The name of an entry of an archive folder: messages.txt.xz is Misnamed there.
 Name ParseArchiveName(std::string_view name);
 

@@ -19,81 +19,35 @@
 #include <utility>
 
 #include "reader/catalogue.h"
+#include "reader/tar_format.h"
 
 namespace Reader {
 
 namespace {
 
-constexpr std::size_t BlockSize = 512;
 constexpr std::uint64_t MaxExtension = 1UL << 20;  // a long name, a pax header
 constexpr std::size_t MaxName = 250;               // of a file system
-
-struct Header {
-    char name[100];
-    char mode[8];
-    char uid[8];
-    char gid[8];
-    char size[12];
-    char mtime[12];
-    char checksum[8];
-    char type;
-    char linkName[100];
-    char magic[8];
-    char user[32];
-    char group[32];
-    char major[8];
-    char minor[8];
-    char prefix[155];
-    char padding[12];
-};
-static_assert(sizeof(Header) == BlockSize);
 
 template <std::size_t Size>
 std::string_view Text(const char (&field)[Size]) {
     return {field, strnlen(field, Size)};
 }
 
-// Octal digits, or, with the first bit set, a big-endian number. Returns true on failure.
-template <std::size_t Size>
-bool ReadNumber(const char (&field)[Size], std::uint64_t& number) {
-    number = 0;
-    if ((static_cast<unsigned char>(field[0]) & 0x80) != 0) {
-        for (std::size_t i = 1; i < Size; ++i) {
-            if ((number >> 55) != 0) return true;
-            number = number << 8 | static_cast<unsigned char>(field[i]);
-        }
-        return false;
-    }
-    std::string_view text = Text(field);
-    while (text.starts_with(' ')) text.remove_prefix(1);
-    for (const char c : text) {
-        if (c == ' ') break;
-        if (c < '0' || c > '7') return true;
-        number = number * 8 + static_cast<std::uint64_t>(c - '0');
-    }
-    return false;
-}
-
-bool HasChecksum(const Header& header) {
+bool HasChecksum(const TarHeader& header) {
     std::uint64_t expected = 0;
-    if (ReadNumber(header.checksum, expected)) return false;
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(&header);
-    constexpr std::size_t First = offsetof(Header, checksum);
-    std::uint64_t sum = 0;
-    for (std::size_t i = 0; i < BlockSize; ++i) {
-        sum += i >= First && i < First + sizeof header.checksum ? ' ' : bytes[i];
-    }
-    return sum == expected;
+    return !ReadTarNumber(header.checksum, expected) && SumOf(header) == expected;
 }
 
-bool IsZero(const Header& header) {
+// In a copy of the whole folder, names that the log's own files have may stand below foreign/.
+bool IsForeign(std::string_view path) {
+    constexpr std::string_view Folder = "foreign";
+    path = path.substr(0, path.size() - BareName(path).size());
+    return path.ends_with('/') && BareName(path.substr(0, path.size() - 1)) == Folder;
+}
+
+bool IsZero(const TarHeader& header) {
     const auto* const bytes = reinterpret_cast<const char*>(&header);
-    return std::all_of(bytes, bytes + BlockSize, [](char c) { return c == 0; });
-}
-
-std::string BareName(std::string_view path) {
-    while (path.ends_with('/')) path.remove_suffix(1);
-    return std::string(path.substr(path.rfind('/') + 1));
+    return std::all_of(bytes, bytes + TarBlockSize, [](char c) { return c == 0; });
 }
 
 // A file that cannot be sought in: whatever of it is asked for is kept.
@@ -160,10 +114,10 @@ public:
     void Read();
 
 private:
-    bool ReadHeader(Header& header);
+    bool ReadHeader(TarHeader& header);
     void ReadMembers();
-    bool ReadExtension(const Header& header, std::uint64_t size);
-    bool TakeMember(const Header& header, std::uint64_t size);
+    bool ReadExtension(const TarHeader& header, std::uint64_t size);
+    bool TakeMember(const TarHeader& header, std::uint64_t size);
     std::uint64_t ReadData(std::uint64_t size, bool isKept, Place& place);
     std::string ReadText(std::uint64_t size);
     void ReadPax(std::string_view text);
@@ -202,33 +156,33 @@ void TarReader::Read() {
 }
 
 // Reads the next block. Returns false at the end of the file.
-bool TarReader::ReadHeader(Header& header) {
+bool TarReader::ReadHeader(TarHeader& header) {
     std::uint64_t count = 0;
     if (isSeekable) {
-        const ssize_t done = pread(file.Get(), &header, BlockSize, static_cast<off_t>(position));
+        const ssize_t done = pread(file.Get(), &header, TarBlockSize, static_cast<off_t>(position));
         count = done < 0 ? 0 : static_cast<std::uint64_t>(done);
         position += count;
     } else {
-        count = stream->Append(BlockSize);
-        if (count == BlockSize) {
-            std::memcpy(&header, stream->At(stream->Used() - BlockSize), BlockSize);
+        count = stream->Append(TarBlockSize);
+        if (count == TarBlockSize) {
+            std::memcpy(&header, stream->At(stream->Used() - TarBlockSize), TarBlockSize);
         }
         stream->Drop(count);
         if (stream->Error() != 0) Fail(strerror(stream->Error()));
     }
-    return count == BlockSize;
+    return count == TarBlockSize;
 }
 
 void TarReader::ReadMembers() {
     for (bool isFirst = true;; isFirst = false) {
-        Header header;
+        TarHeader header;
         if (!ReadHeader(header)) {
             Fail(isFirst ? "not a tar file" : "the tar file is truncated");
             return;
         }
         if (!isFirst && IsZero(header)) return;
         std::uint64_t size = 0;
-        if (!HasChecksum(header) || ReadNumber(header.size, size)) {
+        if (!HasChecksum(header) || ReadTarNumber(header.size, size)) {
             if (isFirst && IsZero(header)) return;  // an empty one
             Fail(isFirst ? "not a tar file" : "the tar file is damaged");
             return;
@@ -243,7 +197,7 @@ void TarReader::ReadMembers() {
 
 // Passes over the bytes of a member and its padding. Returns how many bytes there were.
 std::uint64_t TarReader::ReadData(std::uint64_t size, bool isKept, Place& place) {
-    const std::uint64_t padding = (BlockSize - size % BlockSize) % BlockSize;
+    const std::uint64_t padding = TarPadding(size);
     if (isSeekable) {
         const std::uint64_t left = fileSize > position ? fileSize - position : 0;
         const std::uint64_t there = std::min(size, left);
@@ -287,7 +241,7 @@ std::string TarReader::ReadText(std::uint64_t size) {
 }
 
 // Returns true if the file ends before.
-bool TarReader::ReadExtension(const Header& header, std::uint64_t size) {
+bool TarReader::ReadExtension(const TarHeader& header, std::uint64_t size) {
     if (size > MaxExtension) {
         Place place;
         return ReadData(size, false, place) < size;
@@ -322,11 +276,13 @@ void TarReader::ReadPax(std::string_view text) {
 }
 
 // Returns true if the file ends before; what there is of the member is taken.
-bool TarReader::TakeMember(const Header& header, std::uint64_t size) {
-    std::string name = longName.empty() ? BareName(Text(header.name)) : BareName(longName);
+bool TarReader::TakeMember(const TarHeader& header, std::uint64_t size) {
+    std::string place(longName.empty() ? Text(header.name) : longName);
+    while (place.ends_with('/')) place.pop_back();  // of a folder
+    std::string name(BareName(place));
     size = paxSize.value_or(size);
     std::uint64_t time = 0;
-    (void)ReadNumber(header.mtime, time);  // Without one, it counts as 0.
+    (void)ReadTarNumber(header.mtime, time);  // Without one, it counts as 0.
     Member member;
     member.mtime = paxTime.value_or(static_cast<std::int64_t>(time));
     longName.clear();
@@ -341,7 +297,7 @@ bool TarReader::TakeMember(const Header& header, std::uint64_t size) {
     if (!hasData) size = 0;
     member.name = ParseName(name);
     const bool isOurs = member.name.form != Name::Form::Foreign && name.size() <= MaxName &&
-                        header.type != '5' && header.type != 'g' && header.type != 'K';
+                        !IsForeign(place) && header.type != 'g' && header.type != 'K';
     const bool isKept = isOurs && member.isRegular && member.name.form == Name::Form::Log;
     const std::uint64_t there = ReadData(size, isKept, member.place);
     if (isOurs) members.insert_or_assign(std::move(name), member);

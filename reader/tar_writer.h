@@ -11,6 +11,8 @@
 #include <string>
 #include <string_view>
 
+#include "reader/tar_format.h"
+
 namespace Reader {
 
 // Takes the next bytes of a stream. Returns true if they cannot be written.
@@ -26,8 +28,7 @@ struct TarEntry {
 // Every operation returns true on failure, which is always the sink's.
 class TarWriter {
 public:
-    static constexpr std::size_t BlockSize = 512;
-    static constexpr std::uint64_t TrailerSize = 2 * BlockSize;
+    static constexpr std::uint64_t TrailerSize = 2 * TarBlockSize;
 
     explicit TarWriter(ByteSink sink) : sink(std::move(sink)) {}
 

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t BlockSize = Reader::TarWriter::BlockSize;
+constexpr std::size_t BlockSize = Reader::TarBlockSize;
 
 std::string Tar(const Reader::TarEntry& entry, const std::string& content) {
     std::string stream;
