@@ -5,11 +5,14 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <charconv>
 #include <memory>
+
+#include "reader/names.h"
 
 namespace Reader {
 
@@ -35,10 +38,6 @@ char ProcessState(const std::string& stat) {
     return end != std::string::npos && end + 2 < stat.size() ? stat[end + 2] : '\0';
 }
 
-std::string_view BareName(std::string_view path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
 // The arguments' part up to the next zero byte, which is removed from the front.
 std::string_view NextArgument(std::string_view& arguments) {
     const std::size_t end = arguments.find('\0');
@@ -54,6 +53,15 @@ std::optional<int> ToPid(std::string_view text) {
     const std::string_view rest = text.substr(static_cast<std::size_t>(end - text.data()));
     return rest.find_first_not_of(" \t\n") == std::string_view::npos ? std::optional(pid)
                                                                      : std::nullopt;
+}
+
+// A process of a container has another root. Where that cannot be seen, it counts as ours.
+bool HasOurRoot(int pid) {
+    struct stat ours {};
+    struct stat its {};
+    const std::string path = "/proc/" + std::to_string(pid) + "/root/";
+    return stat("/", &ours) != 0 || stat(path.c_str(), &its) != 0 ||
+           (ours.st_dev == its.st_dev && ours.st_ino == its.st_ino);
 }
 
 }  // namespace
@@ -80,7 +88,8 @@ std::optional<int> FindProgram(std::string_view program) {
     std::optional<int> found;
     while (const dirent* entry = processes ? readdir(processes.get()) : nullptr) {
         const std::optional<int> pid = ToPid(entry->d_name);
-        if (pid && (!found || *pid < *found) && ProcessName(*pid) == program) found = pid;
+        if (!pid || (found && *found < *pid) || ProcessName(*pid) != program) continue;
+        if (HasOurRoot(*pid)) found = pid;
     }
     return found;
 }

@@ -6,14 +6,15 @@ from __future__ import annotations
 
 import os
 import re
+import shutil
 import subprocess
 from pathlib import Path
 from typing import Any
 
 from tests.command.command import CommandCase, line, snapshot, write_archive, write_log
 from tests.harness import case, services
-from tests.harness.daemon import start_settings
-from tests.harness.paths import ARCHIVE, SYSLOG
+from tests.harness.daemon import SCRATCH, start_settings
+from tests.harness.paths import ARCHIVE, BUSYBOX, SYSLOG
 
 SYSLOGD_PID = Path("/var/run/syslogd.pid")
 DAEMON_PID = Path("/var/run/vandis-moraine.pid")
@@ -69,6 +70,20 @@ class Health(HealthyCase):
         DAEMON_PID.rename("/tmp/pid")
         self.assertEqual(self.status(0)["daemon"], {"pid": pid})
         Path("/tmp/pid").rename(DAEMON_PID)
+
+    def test_a_daemon_in_a_container_is_another(self) -> None:
+        services.daemon.stop()
+        root = SCRATCH / "container"
+        root.mkdir()
+        shutil.copy(BUSYBOX, root / "vandis-moraine")
+        other = subprocess.Popen(["busybox", "sleep", "1000"], executable="/vandis-moraine",
+                                 preexec_fn=lambda: os.chroot(root))
+        try:
+            self.assertEqual(Path(f"/proc/{other.pid}/comm").read_text(), "vandis-moraine\n")
+            self.check_reasons("daemon is not running")
+        finally:
+            other.kill()
+            other.wait()
 
     def test_syslogd_is_not_running(self) -> None:
         services.syslogd.stop()
