@@ -68,16 +68,16 @@ std::string Describe(const Reader::Packer& packer) {
     for (const Reader::PackMember& member : packer.Members()) {
         text += comma;
         text += R"({"name":)";
-        Reader::AppendJsonString(text, member.name);
+        Reader::AppendJsonString(text, packer.NameOf(member.source));
         text += R"(,"size":)" + std::to_string(member.size);
         text += R"(,"boot":)" + std::to_string(member.boot) + '}';
         comma = ",";
     }
     text += R"(],"size":)" + std::to_string(packer.StreamSize()) + R"(,"left_out":[)";
     comma = "";
-    for (const std::string& name : packer.LeftOut()) {
+    for (const std::uint32_t source : packer.LeftOut()) {
         text += comma;
-        Reader::AppendJsonString(text, name);
+        Reader::AppendJsonString(text, packer.NameOf(source));
         comma = ",";
     }
     return text + "]}\n";

@@ -11,12 +11,10 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <set>
 #include <utility>
 
 #include "reader/catalogue.h"
 #include "reader/format.h"
-#include "reader/sha256.h"
 #include "reader/xz_encoder.h"
 
 namespace Reader {
@@ -29,9 +27,8 @@ constexpr std::string_view MembersEnd = "],\"left_out\":[";
 constexpr std::size_t MaxTailSize = 64;
 constexpr std::string_view Separator = ",\n";  // between the entries of a list
 
-constexpr std::size_t KeptAtMost = 1U << 20;  // of the compressed text of a waiting log
+constexpr std::size_t KeptAtMost = 1U << 20;  // of the compressed texts of waiting logs
 constexpr std::size_t ChunkSize = 64UL << 10;
-constexpr std::size_t DigestSize = 64;
 
 // In RFC 3339's form, with the offset of local time: "2026-11-21T17:48:08+01:00".
 std::string Rfc3339(std::int64_t time) {
@@ -44,14 +41,13 @@ std::string Rfc3339(std::int64_t time) {
     return text.insert(text.size() - 2, ":");
 }
 
-std::string MemberEntry(const PackMember& member) {
+std::string MemberEntry(const PackMember& member, const std::string& name) {
     std::string text = "{\"name\":";
-    AppendJsonString(text, member.name);
+    AppendJsonString(text, name);
     text += ",\"boot\":" + std::to_string(member.boot);
     text += ",\"size\":" + std::to_string(member.size);
     text += ",\"sha256\":\"";
-    text += member.sha256.empty() ? std::string(DigestSize, '0') : member.sha256;
-    return text + "\"}";
+    return text + ToHex(member.digest) + "\"}";
 }
 
 std::string NameEntry(const std::string& name) {
@@ -92,85 +88,83 @@ int CompressFile(int file, std::uint64_t size, bool& isCut, const ByteSink& sink
     return error;
 }
 
-// The files that are asked for, and their order.
+// The files that are asked for. They come in the order of their boots, or in the reverse.
 class Selection {
 public:
     explicit Selection(const PackOptions& options) : options(options) {}
 
-    [[nodiscard]] bool Takes(const PackMember& member) {
+    [[nodiscard]] bool Takes(const Source& source) {
         const std::optional<BootRange>& range = options.boots;
-        if (range && (member.boot < range->first || member.boot > range->last)) return false;
-        if (member.isWaiting) return options.which == PackOptions::Which::All;
-        const bool isNewBoot = !boots.contains(member.boot);
-        if (files >= options.maxFiles || (isNewBoot && boots.size() >= options.maxBoots)) {
-            return false;
-        }
+        if (range && (source.boot < range->first || source.boot > range->last)) return false;
+        if (source.kind != Kind::Archive) return options.which == PackOptions::Which::All;
+        const bool isNewBoot = lastBoot != source.boot;
+        if (files >= options.maxFiles || (isNewBoot && boots >= options.maxBoots)) return false;
         ++files;
-        boots.insert(member.boot);
+        if (isNewBoot) ++boots;
+        lastBoot = source.boot;
         return true;
     }
 
 private:
     const PackOptions& options;
     std::uint64_t files = 0;
-    std::set<std::uint32_t> boots;
+    std::uint64_t boots = 0;
+    std::optional<std::uint32_t> lastBoot;
 };
 
 }  // namespace
 
 Packer::Packer(const Log& log, const PackOptions& options, PackOrigin origin, Report report)
     : log(log), options(options), origin(std::move(origin)), report(std::move(report)) {
-    for (std::size_t i = 0; i < log.NumSources(); ++i) {
-        namesSize += SizeInManifest(NameEntry(MemberOf(i).name));
+    for (std::uint32_t i = 0; i < log.NumSources(); ++i) {
+        namesSize += SizeInManifest(NameEntry(NameOf(i)));
     }
     Plan();
 }
 
-PackMember Packer::MemberOf(std::size_t index) const {
+std::string Packer::NameOf(std::uint32_t index) const {
     const Source source = log.GetSource(index);
-    PackMember member;
-    member.source = index;
-    member.name = source.name;
-    member.boot = source.boot;
-    member.isWaiting = source.kind != Kind::Archive;
-    if (member.isWaiting) member.name += ".xz";
-    return member;
+    std::string name(source.name);
+    if (source.kind != Kind::Archive) name += ".xz";
+    return name;
+}
+
+bool Packer::IsWaiting(const PackMember& member) const {
+    return log.GetSource(member.source).kind != Kind::Archive;
 }
 
 void Packer::Plan() {
-    const std::size_t count = log.NumSources();
+    const auto count = static_cast<std::uint32_t>(log.NumSources());
     const bool isOldestFirst = options.which == PackOptions::Which::Oldest;
     Selection selection(options);
     bool isFull = false;
-    for (std::size_t i = 0; i < count; ++i) {
-        PackMember member = MemberOf(isOldestFirst ? i : count - 1 - i);
-        if (!isFull && selection.Takes(member)) {
-            const Fit fit = Measure(member);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        PackMember member{.source = isOldestFirst ? i : count - 1 - i};
+        const Source source = log.GetSource(member.source);
+        member.boot = source.boot;
+        if (!isFull && selection.Takes(source)) {
+            const std::string name = NameOf(member.source);
+            const Fit fit = Measure(member, name);
             if (fit == Fit::Fits) {
-                namesSize -= SizeInManifest(NameEntry(member.name));
-                entriesSize += SizeInManifest(MemberEntry(member));
-                membersSize += TarWriter::SizeInStream(member.name, member.size);
-                members.push_back(std::move(member));
+                namesSize -= SizeInManifest(NameEntry(name));
+                entriesSize += SizeInManifest(MemberEntry(member, name));
+                membersSize += TarWriter::SizeInStream(name, member.size);
+                members.push_back(member);
                 continue;
             }
             isFull = fit == Fit::TooLarge;
         }
-        leftOut.push_back(std::move(member.name));
+        leftOut.push_back(member.source);
     }
 }
 
-Packer::Fit Packer::Measure(PackMember& member) {
+Packer::Fit Packer::Measure(PackMember& member, const std::string& name) {
     Descriptor file;
     struct stat status {};
     if (Open(member, file, status)) return Fit::Unreadable;
-    // Of a waiting log, what the snapshot has of it.
-    member.fileSize =
-        member.isWaiting ? log.GetSize(member.source) : static_cast<std::uint64_t>(status.st_size);
-    member.mtime = status.st_mtime;
-    member.mode = status.st_mode & 0777U;
-    if (member.isWaiting) return Compress(member, file.Get());
-    member.size = member.fileSize;
-    return Exceeds(member) ? Fit::TooLarge : Fit::Fits;
+    if (IsWaiting(member)) return Compress(member, name, file.Get());
+    member.size = static_cast<std::uint64_t>(status.st_size);
+    return Exceeds(member, name) ? Fit::TooLarge : Fit::Fits;
 }
 
 // Returns true if the file cannot be opened, which has been reported unless the daemon has deleted
@@ -184,36 +178,41 @@ bool Packer::Open(const PackMember& member, Descriptor& file, struct stat& statu
     return true;
 }
 
-Packer::Fit Packer::Compress(PackMember& member, int file) {
+// Of a waiting log, what the snapshot has of it.
+Packer::Fit Packer::Compress(PackMember& member, const std::string& name, int file) {
+    std::string kept;
     bool isKept = true;
     bool isCut = false;
-    int error = CompressFile(file, member.fileSize, isCut, [&](std::string_view bytes) {
+    int error = CompressFile(file, log.GetSize(member.source), isCut, [&](std::string_view bytes) {
         member.size += bytes.size();
-        isKept = isKept && member.size <= KeptAtMost;
+        isKept = isKept && keptSize + member.size <= KeptAtMost;
         if (isKept) {
-            member.compressed.append(bytes);
+            kept.append(bytes);
         } else {
-            member.compressed = {};
+            kept = {};
         }
-        return Exceeds(member);
+        return Exceeds(member, name);
     });
-    if (isCut && !Exceeds(member)) error = ENOMEM;  // the encoder's
+    if (isCut && !Exceeds(member, name)) error = ENOMEM;  // the encoder's
     if (error != 0) {
         CannotRead(member, std::strerror(error));
         return Fit::Unreadable;
     }
-    return Exceeds(member) ? Fit::TooLarge : Fit::Fits;
+    if (Exceeds(member, name)) return Fit::TooLarge;
+    keptSize += kept.size();
+    if (isKept) compressed.emplace(member.source, std::move(kept));
+    return Fit::Fits;
 }
 
 // Counts the manifest with a full list of names, as far as the budget goes: rather a few bytes too
 // many than one member that makes the stream too large.
-bool Packer::Exceeds(const PackMember& member) const {
+bool Packer::Exceeds(const PackMember& member, const std::string& name) const {
     const std::uint64_t names =
-        std::min(namesSize - SizeInManifest(NameEntry(member.name)), NamesBudget());
+        std::min(namesSize - SizeInManifest(NameEntry(name)), NamesBudget());
     const std::uint64_t manifest = ManifestHead().size() + entriesSize +
-                                   SizeInManifest(MemberEntry(member)) + MembersEnd.size() + names +
-                                   MaxTailSize;
-    return membersSize + TarWriter::SizeInStream(member.name, member.size) +
+                                   SizeInManifest(MemberEntry(member, name)) + MembersEnd.size() +
+                                   names + MaxTailSize;
+    return membersSize + TarWriter::SizeInStream(name, member.size) +
                TarWriter::SizeInStream(ManifestName, manifest) + TarWriter::TrailerSize >
            options.limit;
 }
@@ -232,26 +231,37 @@ std::string Packer::ManifestHead() const {
     return text + ",\"boot\":" + std::to_string(origin.boot) + ",\"members\":[\n";
 }
 
-std::string Packer::Manifest() const {
-    std::string text = ManifestHead();
+// Returns true if the sink has failed.
+bool Packer::WriteManifest(const ByteSink& sink) const {
+    if (sink(ManifestHead())) return true;
     for (const PackMember& member : members) {
-        text += MemberEntry(member);
-        text += &member == &members.back() ? "\n" : Separator;
+        std::string entry = MemberEntry(member, NameOf(member.source));
+        entry += &member == &members.back() ? "\n" : Separator;
+        if (sink(entry)) return true;
     }
-    text += MembersEnd;
+    if (sink(MembersEnd)) return true;
     const std::uint64_t budget = NamesBudget();
     std::uint64_t size = 0;
-    for (const std::string& name : leftOut) {
-        const std::string entry = NameEntry(name);
+    for (const std::uint32_t& source : leftOut) {
+        std::string entry = NameEntry(NameOf(source));
         if ((size += SizeInManifest(entry)) > budget) break;
-        if (&name != &leftOut.front()) text += Separator;
-        text += entry;
+        if (&source != &leftOut.front()) entry.insert(0, Separator);
+        if (sink(entry)) return true;
     }
-    return text + "],\"left_out_count\":" + std::to_string(leftOut.size()) + "}\n";
+    return sink("],\"left_out_count\":" + std::to_string(leftOut.size()) + "}\n");
+}
+
+std::uint64_t Packer::ManifestSize() const {
+    std::uint64_t size = 0;
+    (void)WriteManifest([&](std::string_view bytes) {  // This sink cannot fail.
+        size += bytes.size();
+        return false;
+    });
+    return size;
 }
 
 std::uint64_t Packer::StreamSize() const {
-    return membersSize + TarWriter::SizeInStream(ManifestName, Manifest().size()) +
+    return membersSize + TarWriter::SizeInStream(ManifestName, ManifestSize()) +
            TarWriter::TrailerSize;
 }
 
@@ -262,64 +272,72 @@ bool Packer::Write(const ByteSink& sink, const TakeProgress& progress) {
         progress(written += bytes.size());
         return false;
     });
-    std::vector<PackMember> planned;
-    planned.swap(members);
-    for (PackMember& member : planned) {
+    if (WriteMembers(tar)) return true;
+    const TarEntry entry{.name = ManifestName, .size = ManifestSize(), .mtime = origin.time};
+    return tar.Begin(entry) ||
+           WriteManifest([&](std::string_view bytes) { return tar.Write(bytes); }) || tar.End() ||
+           tar.Finish();
+}
+
+// Those that cannot be written are no members any more. Returns true if the sink has failed.
+bool Packer::WriteMembers(TarWriter& tar) {
+    auto next = members.begin();
+    for (PackMember& member : members) {
         const Outcome outcome = WriteMember(tar, member);
         if (outcome == Outcome::SinkFailed) return true;
         if (outcome == Outcome::LeftOut) {
-            membersSize -= TarWriter::SizeInStream(member.name, member.size);
-            leftOut.push_back(std::move(member.name));
+            membersSize -= TarWriter::SizeInStream(NameOf(member.source), member.size);
+            leftOut.push_back(member.source);
         } else {
-            member.compressed = {};
-            members.push_back(std::move(member));
+            compressed.erase(member.source);
+            *next++ = member;
         }
     }
-    const std::string manifest = Manifest();
-    const TarEntry entry{.name = ManifestName, .size = manifest.size(), .mtime = origin.time};
-    return tar.Begin(entry) || tar.Write(manifest) || tar.End() || tar.Finish();
+    members.erase(next, members.end());
+    return false;
 }
 
+// Once the header is written, what cannot be read of the member is filled up with zeros.
 Packer::Outcome Packer::WriteMember(TarWriter& tar, PackMember& member) {
     Descriptor file;
     struct stat status {};
     if (Open(member, file, status)) return Outcome::LeftOut;
-    if (!member.isWaiting && static_cast<std::uint64_t>(status.st_size) != member.size) {
+    if (!IsWaiting(member) && static_cast<std::uint64_t>(status.st_size) != member.size) {
         CannotRead(member, "it has changed meanwhile");
         return Outcome::LeftOut;
     }
-    return WriteContent(tar, member, file.Get());
-}
-
-// The header is written by then: what cannot be read of the member is filled up with zeros.
-Packer::Outcome Packer::WriteContent(TarWriter& tar, PackMember& member, int file) {
-    const TarEntry entry{
-        .name = member.name, .size = member.size, .mtime = member.mtime, .mode = member.mode};
+    const std::string name = NameOf(member.source);
     Sha256 digest;
     std::uint64_t rest = member.size;
-    bool sinkFailed = tar.Begin(entry);
+    bool sinkFailed = tar.Begin({.name = name,
+                                 .size = member.size,
+                                 .mtime = status.st_mtime,
+                                 .mode = status.st_mode & 0777U});
     const ByteSink content = [&](std::string_view bytes) {
         bytes = bytes.substr(0, rest);
         rest -= bytes.size();
         digest.Update(bytes);
         return sinkFailed = sinkFailed || tar.Write(bytes);
     };
-    int error = 0;
-    bool isCut = false;
-    if (!member.isWaiting) {
-        error = ReadFile(file, member.size, content);
-    } else if (!member.compressed.empty()) {
-        (void)content(member.compressed);  // a failure is noted
-    } else {
-        error = CompressFile(file, member.fileSize, isCut, content);
-    }
+    const int error = WriteContent(member, file.Get(), content);
     if (!sinkFailed && rest > 0) {
         CannotRead(member, error != 0 ? std::strerror(error) : "it has become shorter");
         static constexpr std::array<char, ChunkSize> Zeros{};
         while (!sinkFailed && rest > 0) (void)content({Zeros.data(), Zeros.size()});
     }
-    member.sha256 = digest.HexDigest();
+    member.digest = digest.Finish();
     return sinkFailed || tar.End() ? Outcome::SinkFailed : Outcome::Packed;
+}
+
+// Returns errno, or 0.
+int Packer::WriteContent(PackMember& member, int file, const ByteSink& content) {
+    if (!IsWaiting(member)) return ReadFile(file, member.size, content);
+    if (const auto kept = compressed.find(member.source); kept != compressed.end()) {
+        (void)content(kept->second);  // It takes note of a failure.
+        return 0;
+    }
+    bool isCut = false;
+    return CompressFile(file, log.GetSize(member.source), isCut, content);
 }
 
 void Packer::CannotRead(const PackMember& member, const char* reason) {

@@ -8,17 +8,20 @@
 // limit, and never skips it for a smaller one behind. The limit holds for the whole stream. A
 // header comes before its member and a stream cannot be rewound, so all sizes are settled by a plan
 // before the first byte: a waiting log is compressed then, and the result kept if it is small, else
-// made again when it is written.
+// made again when it is written. There may be tens of thousands of members, so each is a few bytes,
+// and the manifest is written entry by entry.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "reader/log.h"
+#include "reader/sha256.h"
 #include "reader/tar_writer.h"
 
 struct stat;
@@ -49,16 +52,10 @@ struct PackOrigin {
 };
 
 struct PackMember {
-    std::size_t source = 0;  // in the log
-    std::string name;        // in the stream
+    std::uint32_t source = 0;  // in the log
     std::uint32_t boot = 0;
-    bool isWaiting = false;      // not archived yet
-    std::uint64_t fileSize = 0;  // how much of the file is taken
-    std::uint64_t size = 0;      // in the stream
-    std::int64_t mtime = 0;
-    unsigned mode = 0600;
-    std::string compressed;  // what is kept of a waiting log: all or nothing
-    std::string sha256;      // once it is written
+    Sha256::Digest digest{};  // once it is written
+    std::uint64_t size = 0;   // in the stream
 };
 
 class Packer {
@@ -72,8 +69,11 @@ public:
 
     // Known from the start.
     [[nodiscard]] const std::vector<PackMember>& Members() const { return members; }
-    [[nodiscard]] const std::vector<std::string>& LeftOut() const { return leftOut; }
+    [[nodiscard]] const std::vector<std::uint32_t>& LeftOut() const { return leftOut; }
     [[nodiscard]] std::uint64_t StreamSize() const;
+
+    // What a source of the log is called in the stream.
+    [[nodiscard]] std::string NameOf(std::uint32_t source) const;
 
     // True if a file could not be read.
     [[nodiscard]] bool HasUnreadable() const { return hasUnreadable; }
@@ -87,17 +87,19 @@ private:
     enum class Outcome { Packed, LeftOut, SinkFailed };
 
     void Plan();
-    [[nodiscard]] PackMember MemberOf(std::size_t source) const;
-    [[nodiscard]] Fit Measure(PackMember& member);
+    [[nodiscard]] bool IsWaiting(const PackMember& member) const;
+    [[nodiscard]] Fit Measure(PackMember& member, const std::string& name);
     [[nodiscard]] bool Open(const PackMember& member, Descriptor& file, struct stat& status);
-    [[nodiscard]] Fit Compress(PackMember& member, int file);
-    [[nodiscard]] bool Exceeds(const PackMember& member) const;
+    [[nodiscard]] Fit Compress(PackMember& member, const std::string& name, int file);
+    [[nodiscard]] bool Exceeds(const PackMember& member, const std::string& name) const;
     [[nodiscard]] std::uint64_t NamesBudget() const;
 
+    [[nodiscard]] bool WriteMembers(TarWriter& tar);
     [[nodiscard]] Outcome WriteMember(TarWriter& tar, PackMember& member);
-    [[nodiscard]] Outcome WriteContent(TarWriter& tar, PackMember& member, int file);
+    [[nodiscard]] int WriteContent(PackMember& member, int file, const ByteSink& content);
     [[nodiscard]] std::string ManifestHead() const;
-    [[nodiscard]] std::string Manifest() const;
+    [[nodiscard]] bool WriteManifest(const ByteSink& sink) const;
+    [[nodiscard]] std::uint64_t ManifestSize() const;
     void CannotRead(const PackMember& member, const char* reason);
 
     const Log& log;
@@ -106,7 +108,9 @@ private:
     const Report report;
 
     std::vector<PackMember> members;
-    std::vector<std::string> leftOut;
+    std::vector<std::uint32_t> leftOut;               // sources
+    std::map<std::uint32_t, std::string> compressed;  // what is kept of waiting logs, by source
+    std::size_t keptSize = 0;
     std::uint64_t namesSize = 0;    // in the manifest, of all sources that are no members
     std::uint64_t entriesSize = 0;  // in the manifest, of the members
     std::uint64_t membersSize = 0;  // in the stream

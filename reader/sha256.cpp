@@ -60,17 +60,20 @@ void Sha256::Update(std::string_view bytes) {
     }
 }
 
-std::string Sha256::HexDigest() {
+Sha256::Digest Sha256::Finish() {
     const std::uint64_t bits = length * 8;
     const std::size_t used = length % BlockSize;
     std::string padding(1 + (2 * BlockSize - 9 - used) % BlockSize, '\0');
     padding.front() = static_cast<char>(0x80);
     for (int shift = 56; shift >= 0; shift -= 8) padding += static_cast<char>(bits >> shift & 0xff);
     Update(padding);
+    return state;
+}
 
+std::string ToHex(const Sha256::Digest& digest) {
     static constexpr std::string_view Digits = "0123456789abcdef";
     std::string text;
-    for (const std::uint32_t word : state) {
+    for (const std::uint32_t word : digest) {
         for (int shift = 28; shift >= 0; shift -= 4) text += Digits[word >> shift & 15];
     }
     return text;
@@ -93,7 +96,7 @@ void Sha256::AddBlock(const char* block) {
         b = a;
         a = t1 + t2;
     }
-    const std::array<std::uint32_t, 8> added{a, b, c, d, e, f, g, h};
+    const Digest added{a, b, c, d, e, f, g, h};
     for (std::size_t i = 0; i < state.size(); ++i) state[i] += added[i];
 }
 

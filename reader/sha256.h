@@ -14,20 +14,25 @@ namespace Reader {
 
 class Sha256 {
 public:
+    using Digest = std::array<std::uint32_t, 8>;
+
     void Update(std::string_view bytes);
 
-    // The digest of all bytes so far as 64 lower-case hexadecimal digits. Ends the calculation.
-    [[nodiscard]] std::string HexDigest();
+    // The digest of all bytes so far. Ends the calculation.
+    [[nodiscard]] Digest Finish();
 
 private:
     void AddBlock(const char* block);
 
     static constexpr std::size_t BlockSize = 64;
 
-    std::array<std::uint32_t, 8> state{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                                       0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+    Digest state{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
+                 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
     std::array<char, BlockSize> pending{};  // the first `length % BlockSize` bytes are in use
     std::uint64_t length = 0;
 };
+
+// 64 lower-case hexadecimal digits.
+[[nodiscard]] std::string ToHex(const Sha256::Digest& digest);
 
 }  // namespace Reader

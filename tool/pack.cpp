@@ -135,18 +135,18 @@ std::string DefaultFile(const Reader::PackOrigin& origin) {
 }
 
 std::string LeftOut(const Reader::Packer& packer) {
-    const std::vector<std::string>& names = packer.LeftOut();
-    if (names.empty()) return "nothing left out";
-    std::string text = Counted(names.size(), "file", "files") + " left out";
-    text += " (" + Shown(names.front(), STDERR_FILENO);
-    if (names.size() > 1) text += " to " + Shown(names.back(), STDERR_FILENO);
+    const std::vector<std::uint32_t>& sources = packer.LeftOut();
+    if (sources.empty()) return "nothing left out";
+    std::string text = Counted(sources.size(), "file", "files") + " left out";
+    text += " (" + Shown(packer.NameOf(sources.front()), STDERR_FILENO);
+    if (sources.size() > 1) text += " to " + Shown(packer.NameOf(sources.back()), STDERR_FILENO);
     return text + ")";
 }
 
 void PrintMembers(const Reader::Packer& packer) {
     for (const Reader::PackMember& member : packer.Members()) {
         (void)std::printf("%12llu  %s\n", static_cast<unsigned long long>(member.size),
-                          Shown(member.name).c_str());
+                          Shown(packer.NameOf(member.source)).c_str());
     }
     (void)std::printf("%12llu  in all, with the manifest; %s\n",
                       static_cast<unsigned long long>(packer.StreamSize()),
@@ -155,12 +155,13 @@ void PrintMembers(const Reader::Packer& packer) {
 
 int WriteFile(OutputFile& file, Reader::Packer& packer, const std::string& name) {
     static constexpr std::uint64_t BetweenShows = 256UL << 10;
+    const std::string planned = FormatSize(packer.StreamSize());
     ProgressLine progress;
     std::uint64_t shown = 0;
     const auto show = [&](std::uint64_t done) {
         if (done - shown < BetweenShows || !progress.IsDue()) return;
         shown = done;
-        progress.Show("Packing: " + FormatSize(done) + " of " + FormatSize(packer.StreamSize()));
+        progress.Show("Packing: " + FormatSize(done) + " of " + planned);
     };
     const bool hasFailed =
         packer.Write([&](std::string_view bytes) { return file.Write(bytes); }, show) ||
