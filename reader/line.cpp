@@ -8,6 +8,8 @@
 #include <ctime>
 #include <string>
 
+#include "reader/ascii.h"
+
 namespace Reader {
 
 namespace {
@@ -41,10 +43,6 @@ int Find(const Named (&table)[Size], std::string_view name) {
         if (entry.name == name) return entry.code;
     }
     return -1;
-}
-
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
 }
 
 bool IsLeap(int year) {

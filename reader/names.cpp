@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "reader/ascii.h"
+
 namespace Reader {
 
 namespace {
@@ -13,10 +15,6 @@ constexpr std::string_view Stem = "messages.";
 constexpr std::string_view LiveName = "messages.txt";
 constexpr std::string_view XzExtension = ".xz";
 constexpr std::uint32_t MaxBoot = 65535;
-
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 bool IsNumber(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), IsDigit);

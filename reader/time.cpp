@@ -6,15 +6,13 @@
 #include <array>
 #include <cstdint>
 
+#include "reader/ascii.h"
+
 namespace Reader {
 
 namespace {
 
 constexpr std::int64_t SecsPerDay = 86400;
-
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 void SkipBlanks(std::string_view& text) {
     while (text.starts_with(' ')) text.remove_prefix(1);
