@@ -56,6 +56,7 @@ Which lines:
       --cursor-file FILE  only lines behind the one that FILE names; leaves the last one there, so
                           that each line is printed once in a series of calls
       --after-cursor C    only lines behind the one with this cursor
+      --show-cursor       with -o json: each object has its line's cursor
 
 How:
   -r, --reverse           newest line first

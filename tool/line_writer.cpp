@@ -32,7 +32,7 @@ LineWriter::LineWriter(const Style& style, const Reader::Pattern& pattern) : sty
 void LineWriter::Append(std::string& out, const Reader::Line& line) {
     switch (style.format) {
         case Format::Json:
-            Reader::AppendJson(out, line);
+            Reader::AppendJson(out, line, style.hasCursor);
             break;
         case Format::Export:
             journal.Append(out, line);

@@ -19,6 +19,7 @@ class LineWriter {
 public:
     struct Style {
         Format format = Format::Text;
+        bool hasCursor = false;  // in each JSON object
         bool isColored = false;
         bool isVisible = false;  // control characters are shown, not sent
     };

@@ -26,7 +26,7 @@ namespace {
 
 using Value = Option::Value;
 
-enum LongOnly { Color = 256, NoPager, AfterCursor, CursorFile };
+enum LongOnly { Color = 256, NoPager, AfterCursor, CursorFile, ShowCursor };
 
 constexpr Option Options[]{{'b', "boot", Value::OptionalRange},
                            {'n', "lines", Value::OptionalNumber},
@@ -51,7 +51,8 @@ constexpr Option Options[]{{'b', "boot", Value::OptionalRange},
                            {Color, "color", Value::Required},
                            {NoPager, "no-pager"},
                            {AfterCursor, "after-cursor", Value::Required},
-                           {CursorFile, "cursor-file", Value::Required}};
+                           {CursorFile, "cursor-file", Value::Required},
+                           {ShowCursor, "show-cursor"}};
 
 enum class When { Auto, Always, Never };
 
@@ -66,6 +67,7 @@ struct Request {
     bool usesPager = true;
     bool isFollowing = false;
     bool isCounting = false;
+    bool showsCursor = false;
     bool hasLines = false;
 };
 
@@ -218,6 +220,9 @@ void ReadOutputOption(int id, const OptionReader& options, Request& request) {
         case Color:
             request.color = ReadWhen(options);
             break;
+        case ShowCursor:
+            request.showsCursor = true;
+            break;
         default:
             request.usesPager = false;
             break;
@@ -225,6 +230,9 @@ void ReadOutputOption(int id, const OptionReader& options, Request& request) {
 }
 
 void CheckCombinations(const Request& request) {
+    if (request.showsCursor && request.format != Format::Json) {
+        throw UsageError("--show-cursor needs --output=json");
+    }
     if (!request.isFollowing) return;
     if (request.directory) throw UsageError("--follow cannot be combined with --directory");
     if (request.query.newestFirst) throw UsageError("--follow cannot be combined with --reverse");
@@ -324,6 +332,7 @@ private:
 LineWriter::Style StyleOf(const Request& request, const Output& output) {
     LineWriter::Style style;
     style.format = request.format;
+    style.hasCursor = request.showsCursor;
     style.isVisible = output.IsTerminal();
     const char* const noColor = std::getenv("NO_COLOR");
     const bool isWanted = output.IsTerminal() && (noColor == nullptr || *noColor == '\0');

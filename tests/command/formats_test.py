@@ -53,6 +53,29 @@ class Json(CommandCase):
             out = self.check("-o", "json").out
             self.assertEqual(json.loads(out.decode("utf-8"))["message"], text)
 
+    def test_a_line_keeps_its_identity(self) -> None:
+        """What follows the cursor's first dash, through rotation, archiving and renumbering."""
+        content = line("app: first") + line("app: same") * 2
+
+        def identities() -> list[str]:
+            found = self.objects("--show-cursor")
+            self.assertEqual([list(item)[-1] for item in found], ["cursor"] * 3)
+            for number, item in enumerate(found):
+                after = self.run_moraine("-c", "--after-cursor", item["cursor"])
+                self.assertEqual(after.text, f"{2 - number}\n")
+            return [item["cursor"].partition("-")[2] for item in found]
+
+        wanted = []
+        for path in (SYSLOG / "messages.txt", SYSLOG / "messages.txt.0",
+                     ARCHIVE / "messages.105.1970-01-01.00:00:00.txt.xz",
+                     ARCHIVE / "messages.005.1970-01-01.00:00:00.txt.xz"):
+            write_log(path, content)
+            wanted = wanted or identities()
+            self.assertEqual(identities(), wanted, path)
+            path.unlink()
+        self.assertEqual(len(set(wanted)), 3)
+        self.refuse("--show-cursor", naming="json")
+
     def test_jq_reads_it(self) -> None:
         write_log("messages.txt", bytes(range(256)) + b"\n" + line("app[1]: x").encode() * 100)
         done = subprocess.run(["jq", "-r", ".tag"], input=self.check("-o", "json").out,
