@@ -16,7 +16,7 @@ import subprocess
 import sys
 import unittest
 from pathlib import Path
-from typing import Any, Callable, Sequence
+from typing import Any, Callable, Mapping, Sequence
 
 from tests.harness import sandbox, waiting
 from tests.harness.daemon import (RUNNING, SANITIZER_REPORT, SCRATCH, STAND_INS, Daemon, DaemonLog)
@@ -219,8 +219,9 @@ def log_lines() -> list[str]:
     return lines
 
 
-def main() -> None:
-    """Enters a sandbox and runs the tests of the module that was called."""
+def main(placed: Mapping[str, Path] | None = None) -> None:
+    """Enters a sandbox and runs the tests of the module that was called. `placed` are more files for
+    the sandbox (see sandbox.command)."""
     module = sys.modules["__main__"]
     parser = argparse.ArgumentParser(
         description=module.__doc__, formatter_class=argparse.RawTextHelpFormatter)
@@ -234,7 +235,7 @@ def main() -> None:
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
     arguments = parser.parse_args()
     if not arguments.inside:
-        enter_sandbox(module.__spec__.name, arguments)
+        enter_sandbox(module.__spec__.name, arguments, placed)
 
     sandbox.require()
     waiting.limit = arguments.limit
@@ -242,7 +243,8 @@ def main() -> None:
     unittest.main(argv=[sys.argv[0], *arguments.tests], verbosity=2, failfast=False)
 
 
-def enter_sandbox(module: str, arguments: argparse.Namespace) -> None:
+def enter_sandbox(module: str, arguments: argparse.Namespace,
+                  placed: Mapping[str, Path] | None) -> None:
     build, busybox = arguments.build.resolve(), arguments.busybox.resolve()
     for path, remedy in ((busybox, "run rig/build-busybox"),
                          (build / "vandis-moraine", "build it, as CONTRIBUTING.md says"),
@@ -252,5 +254,5 @@ def enter_sandbox(module: str, arguments: argparse.Namespace) -> None:
     argv = sandbox.python(module, "--inside", "--build", str(build),
                           "--limit", str(arguments.limit), *arguments.tests)
     # Writable, for coverage data.
-    sandbox.enter(sandbox.command(build, argv, busybox=busybox,
+    sandbox.enter(sandbox.command(build, argv, busybox=busybox, placed=placed,
                                   options=["--bind-rw", str(build)]))
