@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
 
 """ClickHouse servers of a test, in its own folder and on free ports."""
 from __future__ import annotations

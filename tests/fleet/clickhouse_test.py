@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The vandis-moraine authors
+# SPDX-License-Identifier: MIT
 
 """Downloads of a hundred devices in ClickHouse, on one server and on two shards: the answers are those
 of a plain count, and an import that is repeated, in whatever order, changes none of them."""
@@ -61,11 +63,16 @@ class ClickHouse(CommandCase):
         random.Random(1).shuffle(downloads)
         servers[-1].load(*downloads)
         self.check_answers(servers[0])
+        # What the second download of a device has is known by that one.
+        known = servers[0].run("SELECT device, argMax(lines, seen) FROM (SELECT device, seen, count() AS lines "
+                               "FROM fleet.lines FINAL GROUP BY device, seen) GROUP BY device ORDER BY device")
+        self.assertEqual(known, [(device.name, str(device.kept)) for device in self.fleet.devices])
         # Also without FINAL, once the parts are merged.
         kept = 0
         for server in servers:
             for partition, in server.run(
-                    f"SELECT DISTINCT partition FROM system.parts WHERE database = 'fleet' AND table = '{table}'"):
+                    "SELECT DISTINCT partition FROM system.parts "
+                    f"WHERE database = 'fleet' AND table = '{table}'"):
                 server.run(f"OPTIMIZE TABLE fleet.{table} PARTITION {partition} FINAL")
             kept += int(server.run(f"SELECT count() FROM fleet.{table}")[0][0])
         self.assertEqual(kept, len(self.fleet.lines()))

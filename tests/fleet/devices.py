@@ -129,6 +129,12 @@ class Device:
 
     # What it leaves behind.
 
+    @property
+    def kept(self) -> int:
+        """The number of lines that have not been deleted."""
+        files = [file for _, _, file, _ in self.archive] + self.waiting + [self.live]
+        return sum(file.text.count(b"\n") for file in files)
+
     def write(self) -> None:
         """Fills /perm/logs/syslog."""
         shutil.rmtree(ARCHIVE, ignore_errors=True)

@@ -9,7 +9,8 @@ FROM
     SELECT device,
            arraySort(groupArray(((seen, row), message LIKE 'syslogd started%', time))) AS events
     FROM fleet.lines FINAL
-    WHERE facility = 'syslog' AND tag = '' AND (message LIKE 'syslogd started%' OR message = 'syslogd exiting')
+    WHERE facility = 'syslog' AND tag = ''
+        AND (message LIKE 'syslogd started%' OR message = 'syslogd exiting')
     GROUP BY device
 )
 ARRAY JOIN arrayEnumerate(events) AS number
