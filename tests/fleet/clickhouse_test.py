@@ -88,6 +88,28 @@ class ClickHouse(CommandCase):
         server.run((SCHEMA / "schema.sql").read_text())
         self.check_imports([server], "lines")
 
+    def test_what_is_being_collected(self) -> None:
+        """Ends in half a line; a download has the same lines, and what a later collection adds."""
+        server = self.start(self.folder / "server", [free_port()])
+        server.wait()
+        server.run((SCHEMA / "schema.sql").read_text())
+        device = self.fleet.devices[1]
+        device.live_through(1)
+        device.write()
+        lines = self.check("log", "-o", "json", "--show-cursor").out
+        collected = self.folder / f"{device.name}.json"
+        cut = lines.rindex(b'"cursor"')
+        collected.write_bytes(lines[:cut])
+        server.load(collected)
+        self.assertEqual(self.count(server), len(device.lines) - 1)
+        collected.write_bytes(lines)
+        server.load(device.download(self.folder), collected)
+        self.assertEqual(self.count(server), len(device.lines))
+
+    @staticmethod
+    def count(server: Server) -> int:
+        return int(server.run("SELECT count() FROM fleet.lines FINAL")[0][0])
+
     def test_two_shards(self) -> None:
         ports = [free_port(), free_port()]
         servers = [self.start(self.folder / f"server-{port}", [port], ports) for port in ports]
