@@ -13,6 +13,8 @@
 #include <cstring>
 #include <tuple>
 
+#include "reader/hash.h"
+
 namespace Reader {
 
 namespace {
@@ -95,6 +97,15 @@ void Catalogue::Finish(std::uint32_t current) {
         if (entry.kind != Kind::Archive) entry.boot = currentBoot;
     }
     std::sort(entries.begin(), entries.end(), IsEarlier);
+    Anchor anchor;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (entries[i].kind == Kind::Archive) continue;
+        if (anchor.distance == 0 && i != 0) {
+            anchor = {ShortHash(entries[i - 1].Name()), ShortHash(entries[i - 1].Rest()), 0};
+        }
+        ++anchor.distance;
+        entries[i].anchor = anchor;
+    }
 }
 
 bool Inspect(OpenFile& file, std::string& error) {

@@ -19,8 +19,8 @@ bool CutNumber(std::string_view& text, Number& number) {
     return true;
 }
 
-bool CutDash(std::string_view& text) {
-    if (!text.starts_with('-')) return false;
+bool Cut(std::string_view& text, char separator) {
+    if (!text.starts_with(separator)) return false;
     text.remove_prefix(1);
     return true;
 }
@@ -28,17 +28,21 @@ bool CutDash(std::string_view& text) {
 }  // namespace
 
 std::string ToText(const Cursor& cursor) {
-    std::array<char, 64> text;
-    const int length = std::snprintf(text.data(), text.size(), "%x-%llx-%llx-%x", cursor.name,
-                                     static_cast<unsigned long long>(cursor.file),
-                                     static_cast<unsigned long long>(cursor.number), cursor.line);
+    std::array<char, 80> text;
+    const Anchor& anchor = cursor.anchor;
+    const int length =
+        std::snprintf(text.data(), text.size(), "%x.%x.%x-%llx-%llx-%x", anchor.name, anchor.rest,
+                      anchor.distance, static_cast<unsigned long long>(cursor.file),
+                      static_cast<unsigned long long>(cursor.number), cursor.line);
     return {text.data(), static_cast<std::size_t>(length)};
 }
 
 std::optional<Cursor> ParseCursor(std::string_view text) {
     Cursor cursor;
-    if (CutNumber(text, cursor.name) && CutDash(text) && CutNumber(text, cursor.file) &&
-        CutDash(text) && CutNumber(text, cursor.number) && CutDash(text) &&
+    if (CutNumber(text, cursor.anchor.name) && Cut(text, '.') &&
+        CutNumber(text, cursor.anchor.rest) && Cut(text, '.') &&
+        CutNumber(text, cursor.anchor.distance) && Cut(text, '-') && CutNumber(text, cursor.file) &&
+        Cut(text, '-') && CutNumber(text, cursor.number) && Cut(text, '-') &&
         CutNumber(text, cursor.line) && text.empty() && cursor.number != 0) {
         return cursor;
     }

@@ -20,7 +20,11 @@ namespace Reader {
 
 Cursor Line::GetCursor() const {
     Cursor cursor;
-    if (source->kind == Kind::Archive) cursor.name = ShortHash(ParseArchiveName(source->name).rest);
+    cursor.anchor = source->anchor;
+    if (source->kind == Kind::Archive) {
+        cursor.anchor = {ShortHash(source->name), ShortHash(ParseArchiveName(source->name).rest),
+                         0};
+    }
     cursor.file = fileHash;
     cursor.number = number;
     cursor.line = ShortHash(text);
@@ -89,7 +93,7 @@ std::size_t Log::NumSources() const {
 
 Source Log::GetSource(std::size_t index) const {
     const Entry& entry = files->catalogue.entries[index];
-    return {entry.Name(), entry.kind, entry.isCompressed, entry.boot};
+    return entry.GetSource();
 }
 
 std::uint64_t Log::GetSize(std::size_t index) const {

@@ -260,18 +260,27 @@ bool HasLineOf(const Catalogue& catalogue, std::size_t index, const Cursor& curs
 
 }  // namespace
 
-// Where it most probably is, first: under the name it had, among what waits, in the newest files.
+// Where it stood, first. Where that archive file has been deleted, the oldest one that fits: to
+// print lines again is better than to leave lines out.
 bool FindCursor(const Catalogue& catalogue, const Cursor& cursor, std::size_t& index) {
     const std::vector<Entry>& entries = catalogue.entries;
-    const auto hasName = [&](const Entry& entry) {
-        return entry.kind == Kind::Archive && ShortHash(entry.Rest()) == cursor.name;
+    const Anchor& anchor = cursor.anchor;
+    const auto isAt = [&](std::size_t place) {
+        index = place;
+        return index < entries.size() && HasLineOf(catalogue, index, cursor);
     };
-    for (const bool isFirstSearch : {true, false}) {
-        for (index = entries.size(); index-- != 0;) {
-            const Entry& entry = entries[index];
-            const bool isLikely = cursor.name == 0 ? entry.kind != Kind::Archive : hasName(entry);
-            if (isLikely == isFirstSearch && HasLineOf(catalogue, index, cursor)) return true;
+    if (anchor.name == 0 && isAt(std::size_t{anchor.distance} - 1)) return true;
+    for (const bool isByName : {true, false}) {
+        for (std::size_t i = entries.size(); i-- != 0;) {
+            const Entry& entry = entries[i];
+            if (entry.kind != Kind::Archive) continue;
+            const bool isAnchor = isByName ? ShortHash(entry.Name()) == anchor.name
+                                           : ShortHash(entry.Rest()) == anchor.rest;
+            if (isAnchor && isAt(i + anchor.distance)) return true;
         }
+    }
+    for (index = 0; index < entries.size(); ++index) {
+        if (HasLineOf(catalogue, index, cursor)) return true;
     }
     return false;
 }

@@ -76,6 +76,28 @@ class Json(CommandCase):
         self.assertEqual(len(set(wanted)), 3)
         self.refuse("--show-cursor", naming="json")
 
+    def test_a_position_without_a_clock(self) -> None:
+        """Two boots begin alike: the position is in the right one, wherever its file has gone."""
+        same = line("app: hello") * 3
+        older, newer = same + line("app: older"), same + line("app: newer")
+        first = ARCHIVE / "messages.007.1970-01-01.00:00:09.txt.xz"
+        for before in ([], [(first, same + line("app: oldest"))]):
+            places = ([(SYSLOG / "messages.txt.0", older), (SYSLOG / "messages.txt", newer)],
+                      [(ARCHIVE / "messages.008.1970-01-01.00:00:09.txt.xz", older),
+                       (SYSLOG / "messages.txt", newer)],
+                      [(ARCHIVE / "messages.008.1970-01-01.00:00:09.txt.xz", older),
+                       (ARCHIVE / "messages.009.1970-01-01.00:00:09.txt.xz", newer)])
+            cursors = []
+            for place in places:
+                for path, content in before + place:
+                    write_log(path, content)
+                cursors = cursors or [item["cursor"] for item in self.objects("--show-cursor")]
+                for number, cursor in enumerate(cursors):
+                    after = self.run_moraine("-c", "--after-cursor", cursor)
+                    self.assertEqual(after.text, f"{len(cursors) - 1 - number}\n", (place, number))
+                for path, _ in before + place:
+                    path.unlink()
+
     def test_jq_reads_it(self) -> None:
         write_log("messages.txt", bytes(range(256)) + b"\n" + line("app[1]: x").encode() * 100)
         done = subprocess.run(["jq", "-r", ".tag"], input=self.check("-o", "json").out,
