@@ -17,17 +17,48 @@ namespace {
 // Lines that are kept to be given out in reverse. A file with more is read once more for the rest.
 constexpr std::size_t MaxKeptBytes = 1UL << 20;
 
-struct KeptLine {
-    std::string text;
-    std::uint64_t number;
-    bool isMatch;
-    std::size_t Size() const { return text.size() + sizeof(KeptLine); }
-};
-
 std::size_t LineEnd(std::string_view block, std::size_t start) {
     const void* const end = memchr(block.data() + start, '\n', block.size() - start);
     return static_cast<std::size_t>(static_cast<const char*>(end) - block.data()) + 1;
 }
+
+// The last lines of a pass over a file.
+class KeptLines {
+public:
+    struct Line {
+        std::string text;
+        std::uint64_t number;
+        bool isMatch;
+        std::size_t Size() const { return text.size() + sizeof(Line); }
+    };
+
+    explicit KeptLines(std::uint64_t maxLines) : maxLines(maxLines) {}
+
+    void Add(const Run& run) {
+        std::uint64_t number = run.firstNumber;
+        for (std::size_t start = 0; start < run.text.size(); ++number) {
+            const std::size_t end = LineEnd(run.text, start);
+            lines.push_back(
+                {std::string(run.text.substr(start, end - start)), number, run.isMatch});
+            bytes += lines.back().Size();
+            start = end;
+            while ((bytes > MaxKeptBytes || lines.size() > maxLines) && lines.size() > 1) {
+                bytes -= lines.front().Size();
+                lines.pop_front();
+                isAll = false;
+            }
+        }
+    }
+
+    const std::deque<Line>& Lines() const { return lines; }
+    bool IsAll() const { return isAll; }
+
+private:
+    std::deque<Line> lines;
+    std::uint64_t maxLines;
+    std::size_t bytes = 0;
+    bool isAll = true;
+};
 
 }  // namespace
 
@@ -75,47 +106,41 @@ bool Scanner::ScanText(const LineBounds& bounds, const TakeRun& take) {
     bool goesOn = true;
     while (goesOn && number < bounds.end && reader.Next(block)) {
         if (number == 1) info->hash = Hash(block.substr(0, LineEnd(block, 0) - 1));
-        goesOn =
-            ScanBlock(block, bounds, take) && (!options.progress || options.progress(block.size()));
+        const std::uint64_t lines = number < bounds.first ? CountLines(block) : 0;
+        if (number + lines < bounds.first) {
+            number += lines;  // All of it stands before them.
+        } else {
+            goesOn = ScanBlock(block, bounds, take);
+        }
+        goesOn = goesOn && (!options.progress || options.progress(block.size()));
     }
     result.fileBytes = reader.FileBytes();
     result.textBytes = reader.TextBytes();
     return goesOn;
 }
 
+// A pass keeps the lines at the end of its window. The first window is all of the file; a later one
+// reaches about as far back as a pass can keep.
 bool Scanner::ScanReversed(const LineBounds& bounds, const TakeRun& take) {
-    LineBounds rest = bounds;
+    LineBounds window = bounds;
     for (;;) {
-        std::deque<KeptLine> kept;
-        std::size_t keptBytes = 0;
-        bool isComplete = true;
-        const TakeRun keep = [&](const SharedInfo&, const Run& run) {
-            std::uint64_t lineNumber = run.firstNumber;
-            for (std::size_t start = 0; start < run.text.size(); ++lineNumber) {
-                const std::size_t end = LineEnd(run.text, start);
-                kept.push_back(
-                    {std::string(run.text.substr(start, end - start)), lineNumber, run.isMatch});
-                keptBytes += kept.back().Size();
-                start = end;
-                while ((keptBytes > MaxKeptBytes || kept.size() > options.maxLines) &&
-                       kept.size() > 1) {
-                    keptBytes -= kept.front().Size();
-                    kept.pop_front();
-                    isComplete = false;
-                }
-            }
-            return true;
-        };
-        if (!ScanText(rest, keep)) return false;
-        isCounting = false;
-        while (!kept.empty()) {
-            const KeptLine& line = kept.back();
-            rest.end = line.number;
-            if (!take(info, {line.text, line.number, 1, line.isMatch})) return false;
-            kept.pop_back();
+        KeptLines kept(options.maxLines);
+        if (!ScanText(window, [&](const SharedInfo&, const Run& run) {
+                kept.Add(run);
+                return true;
+            })) {
+            return false;
         }
-        if (isComplete) return true;
+        isCounting = false;
+        const std::uint64_t begin = kept.IsAll() ? window.first : kept.Lines().front().number;
+        for (auto line = kept.Lines().rbegin(); line != kept.Lines().rend(); ++line) {
+            if (!take(info, {line->text, line->number, 1, line->isMatch})) return false;
+        }
+        if (begin <= bounds.first) return true;
         if (!reader.Damage().empty()) result.problem = reader.Damage();
+        const std::uint64_t end = window.end == bounds.end ? number : window.end;
+        const std::uint64_t span = (end - begin) * (kept.IsAll() ? 4 : 2);
+        window = {begin - std::min(begin - bounds.first, span), begin};
     }
 }
 

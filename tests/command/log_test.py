@@ -6,6 +6,7 @@ from __future__ import annotations
 
 import datetime
 import os
+import re
 import signal
 import subprocess
 from pathlib import Path
@@ -145,6 +146,16 @@ class Lines(LogCase):
         self.assertEqual(self.words("-r", "-n", "3"), ["20", "19", "18"])
         self.assertEqual(self.words("-r"), [str(number) for number in range(20, 0, -1)])
         self.assertEqual(self.words("--reverse", "-g", "app: .$", "-n2"), ["9", "8"])
+
+    def test_newest_first_of_a_file_that_is_read_several_times(self) -> None:
+        lines = [line(f"app: {number}") for number in range(60_000)]  # 2.5 MiB
+        lines[100:100] = [line(f"rare: {number}") for number in range(100)]
+        lines[3:3] = ["\n"] * 50_000
+        write_log("messages.txt", "".join(lines))
+        self.assertEqual(self.log("-r", "-b", "0").splitlines(keepends=True), lines[::-1])
+        for pattern in ("rare", "app: .*9$", "^$"):
+            found = self.log("-r", "-b", "0", "-g", pattern).splitlines(keepends=True)
+            self.assertEqual(found, [text for text in lines[::-1] if re.search(pattern, text)])
 
     def test_counted(self) -> None:
         self.assertEqual(self.log("-c"), "20\n")
