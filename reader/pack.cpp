@@ -29,6 +29,7 @@ constexpr std::string_view Separator = ",\n";  // between the entries of a list
 
 constexpr std::size_t KeptAtMost = 1U << 20;  // of the compressed texts of waiting logs
 constexpr std::size_t ChunkSize = 64UL << 10;
+static_assert(sizeof(PackMember) <= 48);  // times the number of files
 
 // In RFC 3339's form, with the offset of local time: "2026-11-21T17:48:08+01:00".
 std::string Rfc3339(std::int64_t time) {
