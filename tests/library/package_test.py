@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: 2026 The vandis-moraine authors
 # SPDX-License-Identifier: MIT
 
-"""The installed library, as a program outside this project uses it: the example is built from the
-installed package, by CMake and by pkg-config, and packs an archive that the daemon itself made.
+"""The installed libraries, as programs outside this project use them: the examples are built from the
+installed package, by CMake and by pkg-config, and pack and read an archive that the daemon itself made.
 """
 from __future__ import annotations
 
@@ -23,10 +23,13 @@ from tests.harness import sandbox
 from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, ROOT, SYSLOG
 from tests.harness.waiting import wait_until
 
-EXAMPLE = ROOT / "examples/log-download"
+DOWNLOAD = "log-download"
+ERRORS = "last-errors"
+HOW = ("CMake", "pkg-config")  # they are built
 TAR = Path("/tmp/syslog.tar")
 LIVE_TEXT = "the current log\n" * 100
-PROGRAMS: dict[str, str] = {}  # by how they were built
+ERROR = "Nov 21 17:48:08 device user.err app: error of {}\n"
+PROGRAMS: dict[tuple[str, str], str] = {}  # by example and how it was built
 
 
 def call(*argv: str | Path, **environment: str) -> None:
@@ -34,29 +37,33 @@ def call(*argv: str | Path, **environment: str) -> None:
                    stdout=subprocess.DEVNULL)
 
 
-def build_programs(build: Path, flags: str, folder: Path) -> dict[str, Path]:
-    """Installs the package, moves it, and builds the example from it in two ways."""
+def build_programs(build: Path, flags: str, folder: Path) -> list[Path]:
+    """Installs the package, moves it, and builds the examples from it in two ways."""
     call("cmake", "--install", build, "--prefix", folder / "first place")
     package = folder / "package"
     (folder / "first place").rename(package)
 
-    by_cmake = folder / "by-cmake"
-    call("cmake", "-S", EXAMPLE, "-B", by_cmake, f"-DCMAKE_PREFIX_PATH={package}",
-         f"-DCMAKE_CXX_FLAGS={flags}")
-    call("cmake", "--build", by_cmake)
+    programs = []
+    for example in (DOWNLOAD, ERRORS):
+        source = ROOT / "examples" / example
+        by_cmake = folder / example / "by-cmake"
+        call("cmake", "-S", source, "-B", by_cmake, f"-DCMAKE_PREFIX_PATH={package}",
+             f"-DCMAKE_CXX_FLAGS={flags}")
+        call("cmake", "--build", by_cmake)
 
-    by_pkg_config = folder / "by-pkg-config"
-    shutil.copytree(EXAMPLE, by_pkg_config)
-    call("make", "-C", by_pkg_config, f"CXXFLAGS={flags}",
-         PKG_CONFIG_PATH=str(package / "lib/pkgconfig"))
-    return {"CMake": by_cmake / "log-download", "pkg-config": by_pkg_config / "log-download"}
+        by_pkg_config = folder / example / "by-pkg-config"
+        shutil.copytree(source, by_pkg_config)
+        call("make", "-C", by_pkg_config, f"CXXFLAGS={flags}",
+             PKG_CONFIG_PATH=str(package / "lib/pkgconfig"))
+        programs += [by_cmake / example, by_pkg_config / example]
+    return programs
 
 
 def make_archive() -> dict[str, str]:
     """Has the daemon archive three logs. Returns the archive's names with their texts."""
     SYSLOG.mkdir(parents=True)
     LIVE_LOG.write_text(LIVE_TEXT)
-    texts = {name: f"line of {name}\n" * 1000 for name in ("one.tmp", "two.tmp", "messages.txt.0")}
+    texts = {name: f"line of {name}\n" * 1000 + ERROR.format(name) for name in ("one.tmp", "two.tmp", "messages.txt.0")}
     for name, text in texts.items():
         (SYSLOG / name).write_text(text)
 
@@ -80,71 +87,76 @@ def members(tar: Path) -> dict[str, str]:
                 for member in file.getmembers()}
 
 
-class LogDownload(unittest.TestCase):
-    archive: dict[str, str]
+archive: dict[str, str]
 
-    @classmethod
-    def setUpClass(cls) -> None:
-        cls.archive = make_archive()
 
-    def tearDown(self) -> None:
-        TAR.unlink(missing_ok=True)
+def setUpModule() -> None:
+    global archive
+    archive = make_archive()
 
-    def run_example(self, built_by: str, *options: str, status: int = 0) -> str:
-        done = subprocess.run([PROGRAMS[built_by], *options], text=True, stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+
+class ExampleCase(unittest.TestCase):
+    def run_example(self, name: str, built_by: str, *options: str, status: int = 0) -> str:
+        done = subprocess.run([PROGRAMS[name, built_by], *options], text=True,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT)
         self.assertEqual(done.returncode, status, done.stdout)
         return done.stdout
 
-    def only_the_download_is_left(self) -> None:
-        self.assertEqual(sorted(path.name for path in Path("/tmp").iterdir()
-                                if path.is_file()), ["syslog.tar"])
+
+class LogDownload(ExampleCase):
+    def tearDown(self) -> None:
+        TAR.unlink(missing_ok=True)
 
     def test_packs_the_current_log_and_the_archive_however_it_was_built(self) -> None:
-        for built_by in PROGRAMS:
+        for built_by in HOW:
             with self.subTest(built_by=built_by):
-                output = self.run_example(built_by)
-                self.assertEqual(members(TAR), {"messages.txt.xz": LIVE_TEXT, **self.archive})
-                self.only_the_download_is_left()
+                TAR.write_text("an old one")
+                output = self.run_example(DOWNLOAD, built_by)
+                self.assertEqual(members(TAR), {"messages.txt.xz": LIVE_TEXT, **archive})
+                self.assertEqual([path.name for path in Path("/tmp").iterdir() if path.is_file()],
+                                 ["syslog.tar"])
+                self.assertRegex(output, r"Archive: +1 boots, 3 files, ")
                 self.assertIn("Packed 4 logs: /tmp/syslog.tar", output)
-                self.assertIn("Packing: ", output)
 
-    def test_shows_the_archive(self) -> None:
-        output = self.run_example("CMake", "--stats")
-        self.assertRegex(output, r"Archive: +1 boots, 3 files, \S+ \S+ of 1024\.000 MiB")
-        self.assertIn("0 rotations waiting", output)
-        self.assertFalse(TAR.exists())
-
-    def test_packs_the_newest_or_the_oldest_within_limits(self) -> None:
-        names = sorted(self.archive)
-        self.run_example("CMake", "--newest", "--files", "1")
-        self.assertEqual(list(members(TAR)), names[-1:])
-        self.run_example("CMake", "--oldest", "--files", "2", "--boots", "1")
-        self.assertEqual(list(members(TAR)), names[:2])
-
-    def test_replaces_an_old_download_and_deletes_it(self) -> None:
+    def test_deletes_the_download(self) -> None:
         TAR.write_text("an old one")
-        self.run_example("CMake", "--oldest")
-        self.assertEqual(members(TAR), self.archive)
-        self.run_example("CMake", "--delete")
+        self.run_example(DOWNLOAD, "CMake", "--delete")
         self.assertFalse(TAR.exists())
 
     def test_says_what_to_do_where_there_is_no_archive(self) -> None:
         away = ARCHIVE.rename("/perm/away")
         self.addCleanup(away.rename, ARCHIVE)
-        self.assertRegex(self.run_example("CMake", "--stats", status=1), "Has the daemon run")
+        self.assertRegex(self.run_example(DOWNLOAD, "CMake", status=1), "Has the daemon run")
 
-    def test_refuses_arguments_that_make_no_sense(self) -> None:
-        for options in (["--files"], ["--newest", "--files", "0"], ["--newest", "--files", "1x"],
-                        ["--files", "3"], ["--newest", "--boots", "65536"], ["all"]):
-            with self.subTest(options=options):
-                self.assertRegex(self.run_example("CMake", *options, status=2), "^Usage: ")
-        self.assertRegex(self.run_example("CMake", "--help"), "^Usage: ")
+
+class LastErrors(ExampleCase):
+    def test_reads_the_archive_however_it_was_built(self) -> None:
+        expected = [f"boot 1: app: error of {name}" for name in ("messages.txt.0", "two.tmp", "one.tmp")]
+        for built_by in HOW:
+            with self.subTest(built_by=built_by):
+                printed = self.run_example(ERRORS, built_by).splitlines()
+                self.assertCountEqual(printed, expected)
+                self.assertEqual(printed[0], expected[0])
+
+    def test_reads_a_copy(self) -> None:
+        name, text = max(archive.items())
+        copy = Path("/tmp/copy")
+        copy.mkdir()
+        self.addCleanup(shutil.rmtree, copy)
+        shutil.copy(ARCHIVE / name, copy)
+        self.assertEqual(self.run_example(ERRORS, "CMake", str(copy)),
+                         "boot 1: app: " + text.rpartition(": ")[2])
+
+    def test_reports_what_cannot_be_read(self) -> None:
+        self.assertEqual(self.run_example(ERRORS, "CMake", "/nowhere", status=1),
+                         "last-errors: /nowhere: No such file or directory\n")
 
 
 def main() -> None:
     if sys.argv[1:2] == ["--inside"]:
-        PROGRAMS.update(zip(("CMake", "pkg-config"), sys.argv[2:]))
+        built = [(example, how) for example in (DOWNLOAD, ERRORS) for how in HOW]
+        PROGRAMS.update(zip(built, sys.argv[2:]))
         unittest.main(argv=sys.argv[:1], verbosity=2)
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--build", type=Path, required=True)
@@ -153,7 +165,7 @@ def main() -> None:
     with tempfile.TemporaryDirectory() as folder:
         programs = build_programs(arguments.build, arguments.flags, Path(folder))
         argv = sandbox.python("tests.library.package_test", "--inside",
-                              *map(str, programs.values()))
+                              *map(str, programs))
         line = sandbox.command(arguments.build, argv, options=["--bind", folder])
         sys.exit(subprocess.run(line, cwd=ROOT).returncode)
 
