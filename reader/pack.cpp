@@ -110,7 +110,7 @@ private:
     const PackOptions& options;
     std::uint64_t files = 0;
     std::uint64_t boots = 0;
-    std::optional<std::uint32_t> lastBoot;
+    std::int64_t lastBoot = -1;  // none yet
 };
 
 }  // namespace
