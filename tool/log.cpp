@@ -29,7 +29,7 @@ using Value = Option::Value;
 enum LongOnly { Color = 256, NoPager, AfterCursor, CursorFile, ShowCursor };
 
 constexpr Option Options[]{{'b', "boot", Value::OptionalRange},
-                           {'n', "lines", Value::OptionalNumber},
+                           {'n', "lines", Value::OptionalNumberOrAll},
                            {'r', "reverse"},
                            {'f', "follow"},
                            {'g', "grep", Value::Required},

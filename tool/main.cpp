@@ -11,6 +11,7 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tool/help.h"
 #include "tool/options.h"
@@ -61,7 +62,31 @@ void KeepStandardDescriptors() {
     }
 }
 
+// The number of arguments that name the folder to read: they may stand before the verb, too.
+std::size_t CountDirectory(Tool::Arguments arguments) {
+    if (arguments.empty()) return 0;
+    const std::string_view first = arguments.front();
+    if (first == "-D" || first == "--directory") return std::min<std::size_t>(2, arguments.size());
+    const bool isAttached = first.starts_with("--directory=") || first.starts_with("-D");
+    return isAttached ? 1 : 0;
+}
+
+int RunVerb(const Verb& verb, Tool::Arguments arguments) {
+    try {
+        return verb.run(arguments);
+    } catch (const Tool::HelpRequest&) {
+        return Print(Tool::Help(verb.name));
+    }
+}
+
 int Run(Tool::Arguments arguments) {
+    const std::size_t place = CountDirectory(arguments);
+    const Verb* const later = place < arguments.size() ? FindVerb(arguments[place]) : nullptr;
+    if (place != 0 && later != nullptr) {
+        std::vector<char*> others(arguments.begin(), arguments.end());
+        others.erase(others.begin() + static_cast<long>(place));
+        return RunVerb(*later, others);
+    }
     const std::string_view first = arguments.empty() ? "" : arguments.front();
     if (first == "--help" || first == "-h") return Print(Tool::Help({}));
     if (first == "--version") return Print("moraine " MORAINE_VERSION "\n");
@@ -71,11 +96,7 @@ int Run(Tool::Arguments arguments) {
     const bool isVerb = !first.empty() && !first.starts_with('-');
     const Verb* verb = isVerb ? FindVerb(first) : &Verbs[0];
     if (verb == nullptr) ThrowUnknownVerb(first);
-    try {
-        return verb->run(arguments.subspan(isVerb ? 1 : 0));
-    } catch (const Tool::HelpRequest&) {
-        return Print(Tool::Help(verb->name));
-    }
+    return RunVerb(*verb, arguments.subspan(isVerb ? 1 : 0));
 }
 
 }  // namespace

@@ -15,10 +15,11 @@ std::size_t SkipDigits(std::string_view text, std::size_t from) {
     return from;
 }
 
-// Digits; and if a range will do, a sign before them, and everything that begins like that.
+// Digits, or "all"; and if a range will do, a sign before them, and everything that begins like
+// that.
 bool LooksLikeValue(std::string_view text, Option::Value kind) {
-    if (kind == Option::Value::OptionalNumber) {
-        return !text.empty() && SkipDigits(text, 0) == text.size();
+    if (kind == Option::Value::OptionalNumberOrAll) {
+        return text == "all" || (!text.empty() && SkipDigits(text, 0) == text.size());
     }
     const std::size_t first = text.starts_with('-') ? 1 : 0;
     return SkipDigits(text, first) > first;

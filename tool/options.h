@@ -25,7 +25,7 @@ public:
 struct HelpRequest {};
 
 struct Option {
-    enum class Value { None, Required, OptionalNumber, OptionalRange };
+    enum class Value { None, Required, OptionalNumberOrAll, OptionalRange };
     int id;  // the letter, or a number above 255 of an option that has none
     const char* name;
     Value value = Value::None;

@@ -152,6 +152,14 @@ class Copies(CommandCase):
         self.assertEqual(self.check("-D", self.copy, "-o", "json").objects, self.original)
         self.assertEqual(self.check("-D", "log.tar", "-o", "json").objects, expected)
 
+    def test_the_copy_may_be_named_before_the_verb(self) -> None:
+        for directory in (["-D", "log.tar"], ["-Dlog.tar"], ["--directory", "log.tar"],
+                          ["--directory=log.tar"]):
+            self.assertEqual(self.check(*directory, "log", "-n", "1").text, line("app: five"))
+            self.assertEqual(self.check(*directory, "verify", "--json").json["files"], 2)
+        for usage in (["-D", "log.tar", "shred"], ["-D"], ["-D", "log.tar", "status"]):
+            self.assertEqual(self.run_moraine(*usage).status, 2)
+
     def test_boots_and_verify_take_them_too(self) -> None:
         for path in (self.copy, "log.tar"):
             self.assertEqual([row["boot"] for row in self.check("boots", "--json", "-D", path).json],

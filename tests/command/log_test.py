@@ -134,6 +134,8 @@ class Lines(LogCase):
         self.assertEqual(len(self.words("-n")), 10)
         self.assertEqual(len(self.words("--lines")), 10)
         self.assertEqual(len(self.words("-n", "1000")), 20)
+        for every in (["-n", "all"], ["-nall"], ["--lines=all"]):
+            self.assertEqual(len(self.words(*every)), 20)
 
     def test_none(self) -> None:
         self.assertEqual(self.log("-n", "0", status=1), "")
