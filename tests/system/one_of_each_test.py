@@ -5,12 +5,14 @@
 from __future__ import annotations
 
 import os
+import shutil
 import subprocess
 from pathlib import Path
 
 from tests.harness import case
 from tests.harness.paths import DAEMON
-from tests.harness.init_case import InitCase, kill, processes, programs_of, supervisors_of
+from tests.harness.init_case import (LIBRARY, InitCase, kill, processes, programs_of,
+                                     supervisors_of)
 from tests.harness.services import Service, daemon, syslogd
 
 NOBODY = 65534
@@ -26,10 +28,10 @@ class OneOfEach(InitCase):
 
     def impostor(self, argv: list[str], user: int = NOBODY) -> int:
         """A process that only looks like this command. Returns its ID."""
-        process = subprocess.Popen(argv + ["sleep"], executable="/scratch/impostor", user=user)
+        process = subprocess.Popen(argv, executable="/scratch/impostor", user=user)
         self.addCleanup(process.wait)
         self.addCleanup(process.kill)
-        self.wait_until(lambda: (process.pid, " ".join([*argv, "sleep"])) in list(processes()),
+        self.wait_until(lambda: (process.pid, " ".join(argv)) in list(processes()),
                         "it has its name")
         return process.pid
 
@@ -99,6 +101,41 @@ class PidFiles(OneOfEach):
             self.assertEqual(self.call(service, "stop")[0], 0)
             self.assertTrue(Path(f"/proc/{pid}").exists())
             self.assertEqual(programs_of(service), [])
+
+    def test_other_programs_with_our_names(self) -> None:
+        """Of root, of nobody, and a set-user-ID program that nobody runs: neither trusted nor
+        signalled, and in nobody's way."""
+        self.make_impostor()
+        Path("/scratch/impostor").chmod(0o4755)
+        self.set(syslogd, "LOG_GROUP=root")
+        commands = (SYSLOGD[:1], SYSLOGD, [DAEMON], [f"{LIBRARY}/supervise"])
+        others = {self.impostor(command, user) for user in (0, NOBODY) for command in commands}
+        for _ in range(2):
+            for service in (syslogd, daemon):
+                self.assertEqual(self.call(service, "start")[0], 0)
+                self.assertEqual(len(set(programs_of(service)) - others), 1)
+            for service in (daemon, syslogd):
+                self.assertEqual(self.call(service, "stop")[0], 0)
+                self.assertEqual(set(programs_of(service)) - others, set())
+        self.assertEqual([pid for pid in others if "State:\tZ" in
+                          Path(f"/proc/{pid}/status").read_text()], [])
+
+    def test_replaced_while_it_runs(self) -> None:
+        """By another version of the program."""
+        copies = [Path("/scratch/old"), Path("/scratch/new")]
+        for copy in copies:
+            shutil.copy(DAEMON, copy)
+        self.mount("--bind", str(copies[0]), DAEMON)
+        self.start_both()
+        pid = programs_of(daemon)[0]
+        copies[0].unlink()
+        subprocess.run(["umount", "--lazy", DAEMON], check=True)
+        subprocess.run(["mount", "--bind", str(copies[1]), DAEMON], check=True)
+        self.start_both_and_check()
+        self.assertEqual(programs_of(daemon), [pid])
+        self.assertEqual(self.call(daemon, "restart")[0], 0)
+        self.assert_one_of_each()
+        self.assertNotEqual(programs_of(daemon), [pid])
 
     def test_nonsense(self) -> None:
         for content in ("", "\n", "1\n", "-1\n", "0\n", "99999999999\n", "x\n", "1 2\n"):

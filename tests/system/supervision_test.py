@@ -5,11 +5,13 @@
 does."""
 from __future__ import annotations
 
+import contextlib
 import os
 import re
 import signal
 import subprocess
 from pathlib import Path
+from typing import Callable, Iterator
 
 from tests.harness import case
 from tests.harness.case import Gate, log_lines
@@ -122,24 +124,32 @@ class Restart(InitCase):
 
 class Forks(InitCase):
 
+    @contextlib.contextmanager
+    def failing_forks(self, pid: int, which: str) -> Iterator[Callable[[], list[float]]]:
+        """Makes forks of a process fail. Yields a function that returns when that was."""
+        trace = Path("/scratch/trace")
+        tracer = subprocess.Popen(
+            ["strace", "-qq", "-ttt", "-o", str(trace), "-p", str(pid),
+             "-e", "trace=fork,vfork,clone",
+             "-e", f"inject=fork,vfork,clone:error=EAGAIN:when={which}"], stderr=subprocess.DEVNULL)
+        try:
+            self.wait_until(lambda: f"TracerPid:\t{tracer.pid}" in
+                            Path(f"/proc/{pid}/status").read_text(), "the tracer is there")
+            yield lambda: [float(line.split()[0]) for line in trace.read_text().splitlines()
+                           if line.endswith("(INJECTED)")]
+        finally:
+            tracer.terminate()
+            tracer.wait()
+
     def test_supervisor_cannot_fork(self) -> None:
         """It goes on with the program that it has, and starts another one when that is needed."""
         self.set(daemon, "PROGRESS_SECONDS=10")
         self.start_both()
         supervisor, pid = supervisors_of(daemon)[0], programs_of(daemon)[0]
         kill(pid, signal.SIGSTOP)  # so that it has to look at the archive
-        tracer = subprocess.Popen(
-            ["strace", "-qq", "-o", "/scratch/trace", "-p", str(supervisor), "-e", "trace=fork,vfork,clone",
-             "-e", "inject=fork,vfork,clone:error=EAGAIN:when=1..2"], stderr=subprocess.DEVNULL)
-        self.addCleanup(tracer.wait)
-        self.addCleanup(tracer.kill)
-        self.wait_until(lambda: f"TracerPid:\t{tracer.pid}" in
-                        Path(f"/proc/{supervisor}/status").read_text(), "the tracer is there")
-        (SYSLOG / "messages.txt.0").write_text("text\n")
-        self.wait_until(lambda: Path("/scratch/trace").read_text().count("INJECTED") == 2,
-                        "two forks failed")
-        tracer.terminate()
-        tracer.wait()
+        with self.failing_forks(supervisor, "1..2") as times:
+            (SYSLOG / "messages.txt.0").write_text("text\n")
+            self.wait_until(lambda: len(times()) == 2, "two forks failed")
         # It may be about to run a command, which has its command line until then.
         self.wait_until(lambda: supervisors_of(daemon) == [supervisor], "no other supervisor")
         self.assertEqual(programs_of(daemon), [pid])
@@ -147,6 +157,19 @@ class Forks(InitCase):
         self.wait_for_another(daemon, pid)
         self.assertEqual(supervisors_of(daemon), [supervisor])
         self.wait_for_line(r"^Archived '.*messages\.txt\.0'")
+
+
+    def test_supervisor_cannot_fork_for_long(self) -> None:
+        """It tries again once a second, not all the time."""
+        self.set(daemon, "PROGRESS_SECONDS=10")
+        self.start_both()
+        supervisor, pid = supervisors_of(daemon)[0], programs_of(daemon)[0]
+        kill(pid, signal.SIGSTOP)
+        with self.failing_forks(supervisor, "1+") as times:
+            (SYSLOG / "messages.txt.0").write_text("text\n")
+            self.wait_until(lambda: len(times()) >= 4, "four forks failed")
+        self.assertGreater(times()[3] - times()[0], 2.9)
+        self.assertEqual(supervisors_of(daemon), [supervisor])
 
 
 class SyslogdRunsWithTheDaemon(InitCase):
