@@ -8,7 +8,10 @@ import subprocess
 from pathlib import Path
 
 from tests.harness import case, services
-from tests.harness.case import SandboxCase
+from tests.harness.case import SandboxCase, write
+from tests.harness.init_case import InitCase, kill, processes, programs_of
+from tests.harness.paths import SYSLOG
+
 
 class SettingsCase(SandboxCase):
 
@@ -92,6 +95,63 @@ class Daemon(SettingsCase):
                                       text=True)
                 self.assertTrue(done.stdout.startswith("Starting vandis-moraine: "), done.stdout)
                 services.daemon.stop()
+
+
+WRONG = ("RESTART_SECONDS=x", "RESTART_SECONDS='", "RESTART_SECONDS=1\r")
+
+
+class SettingsThatHaveBecomeWrong(InitCase):
+    """What runs already is kept running, with the defaults."""
+
+    def set_wrong(self, line: str = "ROTATION_KB=x NICE_LEVEL=x") -> None:
+        for service in (services.syslogd, services.daemon):
+            self.settings(service).write_text(f"{line}\n")
+
+    @staticmethod
+    def settings(service: services.Service) -> Path:
+        return Path("/etc/default", Path(service.script).name[3:])
+
+    def test_killed(self) -> None:
+        self.start_both()
+        self.set_wrong()
+        for service in (services.syslogd, services.daemon):
+            pid = programs_of(service)[0]
+            kill(pid)
+            self.wait_for_another(service, pid)
+        self.assertIn("-s 1024 ", next(line for pid, line in processes()
+                                       if pid in programs_of(services.syslogd)))
+        self.wait_for_line(r"^/etc/default/vandis-moraine: NICE_LEVEL=x, but it must be -20 to 19\.  "
+                           r"The defaults are used\.$")
+        self.assertIn(" syslogd-moraine: /etc/default/syslogd-moraine: ROTATION_KB=x, but it must be "
+                      "a number above 0.  The defaults are used.\n",
+                      (SYSLOG / "messages.txt").read_text())
+        self.assert_one_of_each()
+
+    def test_last_rotation(self) -> None:
+        """The daemon stops syslogd, and gets it back."""
+        self.start_both()
+        pid = programs_of(services.syslogd)[0]
+        self.set_wrong()
+        write("messages.txt.9", "text\n")
+        self.wait_for_line("^Syslog had to be stopped")
+        self.wait_for_another(services.syslogd, pid)
+        self.assert_one_of_each()
+
+    def test_stop(self) -> None:
+        for line in WRONG:
+            with self.subTest(line):
+                self.start_both()
+                self.set_wrong(line)
+                for service in (services.daemon, services.syslogd):
+                    pid = programs_of(service)
+                    for action in ("start", "restart"):
+                        status, output = self.call(service, action)
+                        self.assertEqual(status, 1)
+                        self.assertIn(f"/etc/default/{self.settings(service).name}: ", output)
+                        self.assertEqual(programs_of(service), pid)
+                    self.assertEqual(self.call(service, "stop")[0], 0)
+                    self.assertEqual(programs_of(service), [])
+                    self.set(service)
 
 
 if __name__ == "__main__":
