@@ -112,13 +112,27 @@ class Stop(InitCase):
         pid = programs_of(daemon)[0]
         restart = subprocess.Popen([daemon.script, "restart"], stdout=subprocess.PIPE, text=True)
         self.wait_until(lambda: not supervisors_of(daemon), "the restart is under way")
-        for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
+        for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
             restart.send_signal(number)
         kill(hung()[0])
         output, _ = restart.communicate()
         self.assertEqual((restart.returncode, output),
                          (0, "Stopping vandis-moraine: OK\nStarting vandis-moraine: OK\n"))
         self.wait_for_another(daemon, pid)
+        self.assert_one_of_each()
+
+    def test_restart_whose_output_nobody_reads(self) -> None:
+        """As with "restart | head -c 1"."""
+        self.start_both()
+        for service in (syslogd, daemon):
+            pid = programs_of(service)[0]
+            restart = subprocess.Popen([service.script, "restart"], stdout=subprocess.PIPE,
+                                       stderr=subprocess.DEVNULL, text=True)
+            assert restart.stdout
+            restart.stdout.read(1)
+            restart.stdout.close()
+            self.assertEqual(restart.wait(), 0)
+            self.assertNotIn(programs_of(service), ([], [pid]))
         self.assert_one_of_each()
 
     def test_restart_of_a_daemon_that_hangs(self) -> None:
@@ -160,6 +174,23 @@ class Unarchivable(InitCase):
         self.assertEqual((FOREIGN / "messages.txt.3").read_text(), "bad\n")
         self.assertEqual([text for _, text in case.archive()][0], "good\n")
         self.assert_one_of_each()
+
+    def test_third_failure_with_a_read_only_var_run(self) -> None:
+        self.mount("-t", "tmpfs", "-o", "ro", "tmpfs", "/run")
+        self.test_third_failure()
+        self.assertEqual(list(Path("/dev").glob("*.failures")), [])
+
+    def test_hangs(self) -> None:
+        """As long as it is this file."""
+        self.set(daemon, "XZ_TIMEOUT=1")
+        self.stand_in("xz", self.bad("bad").replace("exit 1", "exec sleep 1000") +
+                      "exec /usr/bin/xz \"$@\"")
+        self.start_both()
+        write("messages.txt.3", "bad\n")
+        write("messages.txt.1", "good\n")
+        self.wait_for_line(r"^Archived '.*messages\.txt\.1'")
+        self.assertEqual(self.tries(), 3)
+        self.assertEqual((FOREIGN / "messages.txt.3").read_text(), "bad\n")
 
     def test_renamed_in_between(self) -> None:
         """syslogd rotates: the file counts, not its name."""
