@@ -64,6 +64,13 @@ bool MustFail(const std::string& function) {
     return true;
 }
 
+// Fails, or calls the C library's function of that name.
+template <auto& Function, typename Failure, typename... Arguments>
+auto FailOrCall(const char* name, Failure failure, Arguments... arguments) {
+    static auto* const real = Real<std::remove_reference_t<decltype(Function)>>(name);
+    return MustFail(name) ? failure : real(arguments...);
+}
+
 std::string PathOf(int fd) {
     char target[4096] = {};
     const std::string link = "/proc/self/fd/" + std::to_string(fd);
@@ -148,43 +155,35 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
 }
 
 std::tm* gmtime_r(const std::time_t* time, std::tm* date) noexcept {
-    static auto* const real = Real<std::tm*(const std::time_t*, std::tm*)>("gmtime_r");
-    return MustFail("gmtime_r") ? nullptr : real(time, date);
+    return FailOrCall<gmtime_r>("gmtime_r", nullptr, time, date);
 }
 
 std::size_t strftime(char* text, std::size_t size, const char* format,
                      const std::tm* date) noexcept {
-    static auto* const real =
-        Real<std::size_t(char*, std::size_t, const char*, const std::tm*)>("strftime");
-    return MustFail("strftime") ? 0 : real(text, size, format, date);
+    return FailOrCall<strftime>("strftime", 0, text, size, format, date);
 }
 
 int fsync(int fd) {
-    static auto* const real = Real<int(int)>("fsync");
     calls.push_back("fsync " + PathOf(fd));
-    return MustFail("fsync") ? -1 : real(fd);
+    return FailOrCall<fsync>("fsync", -1, fd);
 }
 
 int flock(int fd, int operation) noexcept {
-    static auto* const real = Real<int(int, int)>("flock");
-    return MustFail("flock") ? -1 : real(fd, operation);
+    return FailOrCall<flock>("flock", -1, fd, operation);
 }
 
 int rename(const char* from, const char* to) noexcept {
-    static auto* const real = Real<int(const char*, const char*)>("rename");
     calls.push_back(std::string("rename ") + from + ' ' + to);
-    return MustFail("rename") ? -1 : real(from, to);
+    return FailOrCall<rename>("rename", -1, from, to);
 }
 
 int remove(const char* path) noexcept {
-    static auto* const real = Real<int(const char*)>("remove");
     calls.push_back(std::string("remove ") + path);
-    return MustFail("remove") ? -1 : real(path);
+    return FailOrCall<remove>("remove", -1, path);
 }
 
 std::FILE* fopen(const char* path, const char* mode) {
-    static auto* const real = Real<std::FILE*(const char*, const char*)>("fopen");
-    return MustFail("fopen") ? nullptr : real(path, mode);
+    return FailOrCall<fopen>("fopen", nullptr, path, mode);
 }
 
 int fclose(std::FILE* stream) {
@@ -198,19 +197,15 @@ int fclose(std::FILE* stream) {
 }
 
 std::size_t fread(void* items, std::size_t size, std::size_t count, std::FILE* stream) {
-    static auto* const real =
-        Real<std::size_t(void*, std::size_t, std::size_t, std::FILE*)>("fread");
-    return MustFail("fread") ? count - 1 : real(items, size, count, stream);
+    return FailOrCall<fread>("fread", count - 1, items, size, count, stream);
 }
 
 int fileno(std::FILE* stream) noexcept {
-    static auto* const real = Real<int(std::FILE*)>("fileno");
-    return MustFail("fileno") ? -1 : real(stream);
+    return FailOrCall<fileno>("fileno", -1, stream);
 }
 
 int fstat(int fd, struct stat* status) noexcept {
-    static auto* const real = Real<int(int, struct stat*)>("fstat");
-    return MustFail("fstat") ? -1 : real(fd, status);
+    return FailOrCall<fstat>("fstat", -1, fd, status);
 }
 
 int statvfs(const char* path, struct statvfs* status) noexcept {
@@ -225,18 +220,15 @@ int statvfs(const char* path, struct statvfs* status) noexcept {
 }
 
 int close(int fd) {
-    static auto* const real = Real<int(int)>("close");
-    return MustFail("close") ? -1 : real(fd);
+    return FailOrCall<close>("close", -1, fd);
 }
 
 DIR* opendir(const char* path) {
-    static auto* const real = Real<DIR*(const char*)>("opendir");
-    return MustFail("opendir") ? nullptr : real(path);
+    return FailOrCall<opendir>("opendir", nullptr, path);
 }
 
 int closedir(DIR* stream) {
-    static auto* const real = Real<int(DIR*)>("closedir");
-    return MustFail("closedir") ? -1 : real(stream);
+    return FailOrCall<closedir>("closedir", -1, stream);
 }
 
 // F_SETLEASE and F_SETSIG take an int, as all commands that this program uses.
@@ -289,8 +281,7 @@ int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* 
 }
 
 pid_t waitpid(pid_t pid, int* status, int options) {
-    static auto* const real = Real<pid_t(pid_t, int*, int)>("waitpid");
-    return MustFail("waitpid") ? -1 : real(pid, status, options);
+    return FailOrCall<waitpid>("waitpid", -1, pid, status, options);
 }
 
 // As the C library's own it takes all the arguments that there may be, so that the sanitizer must

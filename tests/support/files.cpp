@@ -79,6 +79,25 @@ Dir ReadDir(const fs::path& dir) {
     return content;
 }
 
+void MakeDir(const fs::path& dir, const Dir& content) {
+    for (const auto& [name, text] : content) {
+        const fs::path pfn = dir / name.substr(0, name.size() - 1);
+        switch (name.back()) {
+            case '/':
+                fs::create_directories(pfn);
+                break;
+            case '@':
+                fs::create_symlink(text, pfn);
+                break;
+            case '?':
+                ASSERT_EQ(mkfifo(pfn.c_str(), 0600), 0);
+                break;
+            default:
+                WriteFile(dir / name, text);
+        }
+    }
+}
+
 void WriteScript(const fs::path& pfn, const std::string& script) {
     WriteFile(pfn, "#!/bin/sh\n" + script + "\n");
     fs::permissions(pfn, fs::perms::owner_all);

@@ -37,6 +37,9 @@ std::string Noise(unsigned long bytes, unsigned seed = 1);
 using Dir = std::map<std::string, std::string>;
 Dir ReadDir(const std::filesystem::path& dir);
 
+// Makes what ReadDir reads, and a FIFO of "NAME?"; names may lead into folders below.
+void MakeDir(const std::filesystem::path& dir, const Dir& content);
+
 #define EXPECT_DIR(path, ...) EXPECT_EQ(ReadDir(path), (Dir __VA_ARGS__))
 
 // Writes an executable shell script.

@@ -14,6 +14,35 @@
 #include <cstring>
 #include <utility>
 
+namespace {
+
+testing::Matcher<LogLine> Line(int severity, const testing::Matcher<std::string>& text) {
+    return testing::AllOf(testing::Field("severity", &LogLine::severity, severity),
+                          testing::Field("text", &LogLine::text, text));
+}
+
+}  // namespace
+
+testing::Matcher<LogLine> Error(const testing::Matcher<std::string>& text) {
+    return Line(LOG_ERR, text);
+}
+
+testing::Matcher<LogLine> Warning(const testing::Matcher<std::string>& text) {
+    return Line(LOG_WARNING, text);
+}
+
+testing::Matcher<LogLine> Info(const testing::Matcher<std::string>& text) {
+    return Line(LOG_INFO, text);
+}
+
+testing::Matcher<LogLine> Debug(const testing::Matcher<std::string>& text) {
+    return Line(LOG_DEBUG, text);
+}
+
+testing::Matcher<const LogLines&> LinesAre(std::initializer_list<testing::Matcher<LogLine>> lines) {
+    return testing::ElementsAreArray(lines);
+}
+
 LogSink::LogSink() : tag(program_invocation_short_name), fd(socket(AF_UNIX, SOCK_DGRAM, 0)) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

@@ -5,9 +5,10 @@
 // daemon would get.
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/syslog.h>
 
+#include <initializer_list>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -25,6 +26,17 @@ struct LogLine {
 };
 
 using LogLines = std::vector<LogLine>;
+
+// Matchers of a line by its severity and its text.
+testing::Matcher<LogLine> Error(const testing::Matcher<std::string>& text);
+testing::Matcher<LogLine> Warning(const testing::Matcher<std::string>& text);
+testing::Matcher<LogLine> Info(const testing::Matcher<std::string>& text);
+testing::Matcher<LogLine> Debug(const testing::Matcher<std::string>& text);
+
+testing::Matcher<const LogLines&> LinesAre(std::initializer_list<testing::Matcher<LogLine>> lines);
+
+// The lines that arrived at the sink `log` since it was read last: these, and no others.
+#define EXPECT_LOG(...) EXPECT_THAT(log.Take(), LinesAre({__VA_ARGS__}))
 
 class LogSink {
 public:

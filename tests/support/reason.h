@@ -33,6 +33,12 @@ inline std::string CannotOpen(const std::filesystem::path& dir, int error) {
     return WalkReason("cannot open directory", dir, error);
 }
 
+// The text of a file that cannot be removed.
+inline std::string RemovalFailure(const std::filesystem::path& pfn) {
+    return "Remove failure for " + pfn.string() + ": " +
+           Reason([&] { std::filesystem::remove(pfn); });
+}
+
 // A message as it reaches the log: a long one is cut.
 inline std::string AsLogged(const std::string& message) {
     return message.size() <= 255 ? message : message.substr(0, 252) + " ...";

@@ -15,7 +15,7 @@ using testing::SizeIs;
 constexpr long Hour = 3600;
 constexpr long Day = 24 * Hour;
 
-class TimeStampTest : public RotateTest {};
+using TimeStampTest = RotateTest;
 
 TEST_F(TimeStampTest, IsTheTimeSinceStartUpAsADateCountedFrom1970) {
     const std::vector<std::pair<timespec, const char*>> table{
@@ -33,7 +33,7 @@ TEST_F(TimeStampTest, IsTheTimeSinceStartUpAsADateCountedFrom1970) {
         Faults::FixClock(sinceStart);
         EXPECT_EQ(GetMonotonicClockString(), text);
     }
-    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_LOG();
 }
 
 TEST_F(TimeStampTest, IsNotLocalTime) {
@@ -51,17 +51,13 @@ TEST_F(TimeStampTest, EachFailureIsAWarningAndAnEmptyText) {
     for (const auto& [function, text] : table) {
         Faults::Fail(function, EINVAL, 1);
         EXPECT_EQ(GetMonotonicClockString(), "");
-        EXPECT_EQ(log.Take(), (LogLines{{LOG_WARNING, text}}));
+        EXPECT_LOG(Warning(text));
     }
 }
 
 class ArchiveNameTest : public RotateTest {
 protected:
-    void SetUp() override {
-        RotateTest::SetUp();
-        rotate.bootNum = 7;
-        WriteFile(rotation, "line\n");
-    }
+    ArchiveNameTest() { WriteFile(rotation, "line\n"); }
 
     // Makes files for the names of the seconds 42 to `last`.
     void TakeNamesUntil(unsigned last) {
@@ -69,30 +65,21 @@ protected:
             WriteFile(archive / ArchFn(7, second), "taken");
         }
     }
-
-    const Path rotation = syslogDir / "messages.txt.0";
 };
 
 TEST_F(ArchiveNameTest, HasABootNumberOfAtLeastThreeDigits) {
-    const std::vector<std::pair<unsigned, const char*>> table{
-        {1, "messages.001.1970-01-01.00:00:42.txt.xz"},
-        {7, "messages.007.1970-01-01.00:00:42.txt.xz"},
-        {42, "messages.042.1970-01-01.00:00:42.txt.xz"},
-        {999, "messages.999.1970-01-01.00:00:42.txt.xz"},
-        {1000, "messages.1000.1970-01-01.00:00:42.txt.xz"},
-        {65536, "messages.65536.1970-01-01.00:00:42.txt.xz"},
-    };
-    for (const auto& [bootNum, name] : table) {
+    const std::vector<std::pair<unsigned, std::string>> table{
+        {1, "001"}, {7, "007"}, {42, "042"}, {999, "999"}, {1000, "1000"}, {65536, "65536"}};
+    for (const auto& [bootNum, digits] : table) {
         rotate.bootNum = bootNum;
-        EXPECT_EQ(rotate.GetArchFn(), name);
+        EXPECT_EQ(rotate.GetArchFn(), "messages." + digits + ".1970-01-01.00:00:42.txt.xz");
     }
 }
 
 TEST_F(ArchiveNameTest, IsEmptyWithoutATimeStamp) {
     Faults::Fail("clock_gettime", EINVAL, 1);
     EXPECT_EQ(rotate.GetArchFn(), "");
-    EXPECT_EQ(log.Take(),
-              (LogLines{{LOG_WARNING, "clock_gettime() failure: -1: Invalid argument"}}));
+    EXPECT_LOG(Warning("clock_gettime() failure: -1: Invalid argument"));
 }
 
 TEST_F(ArchiveNameTest, TwoArchivingsWithinOneSecondMakeTwoFiles) {
@@ -114,11 +101,7 @@ TEST_F(ArchiveNameTest, WaitsInTenthsForTheNextSecond) {
 TEST_F(ArchiveNameTest, TheDurationOfAnArchivingHoldsTheWaitForAName) {
     TakeNamesUntil(43);
     EXPECT_SUCCESS(rotate.Archive(rotation));
-    EXPECT_EQ(log.Take(),
-              (LogLines{{LOG_INFO,
-                         "Archived '/perm/logs/syslog/messages.txt.0' to "
-                         "'/perm/logs/syslog/archive/messages.007.1970-01-01.00:00:44.txt.xz' in "
-                         "2.0 seconds."}}));
+    EXPECT_LOG(ArchivedLine(rotation, "2.0", 44));
 }
 
 TEST_F(ArchiveNameTest, ANameIsWaitedForAlmostTenSeconds) {
@@ -131,10 +114,9 @@ TEST_F(ArchiveNameTest, ANameIsWaitedForAlmostTenSeconds) {
 TEST_F(ArchiveNameTest, ANameIsNotWaitedForLonger) {
     TakeNamesUntil(51);
     EXPECT_FAILURE(rotate.Archive(rotation));
-    EXPECT_EQ(log.Take(),
-              (LogLines{{LOG_ERR, "All archive file names of the last 10 seconds are taken."}}));
+    EXPECT_LOG(Error("All archive file names of the last 10 seconds are taken."));
     EXPECT_THAT(TakeCallsOf("system"), IsEmpty());
-    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt.0", "line\n"}});
+    ExpectLogs({{"messages.txt.0", "line\n"}});
     EXPECT_THAT(ReadDir(archive), SizeIs(10));
     EXPECT_THAT(ReadDir(archive), Each(testing::Field(&Dir::value_type::second, "taken")));
 }
@@ -143,8 +125,7 @@ TEST_F(ArchiveNameTest, AClockThatFailsDuringTheWaitEndsIt) {
     TakeNamesUntil(42);
     Faults::OnCall("nanosleep", [] { Faults::Fail("clock_gettime", EINVAL); });
     EXPECT_FAILURE(rotate.Archive(rotation));
-    EXPECT_EQ(log.Take(),
-              (LogLines{{LOG_WARNING, "clock_gettime() failure: -1: Invalid argument"}}));
+    EXPECT_LOG(Warning("clock_gettime() failure: -1: Invalid argument"));
     EXPECT_DIR(archive, {{ArchFn(7, 42), "taken"}});
 }
 
@@ -154,42 +135,41 @@ TEST_F(ArchiveNameTest, IsChosenBeforeTheCompression) {
     EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7, 42), "line\n"}}));
 }
 
-TEST_F(ArchiveNameTest, ThatWasTakenDuringTheCompressionGivesWayToALaterOne) {
-    StandIn("xz", "printf taken > /perm/logs/syslog/archive/" + ArchFn(7, 42) +
-                      "; exec /usr/bin/xz \"$@\"");
+TEST_F(ArchiveNameTest, ThatAFolderHasIsTaken) {
+    fs::create_directory(archive / ArchFn(7, 42));
     EXPECT_SUCCESS(rotate.Archive(rotation));
-    EXPECT_EQ(ReadFile(archive / ArchFn(7, 42)), "taken");
     EXPECT_EQ(ReadXzFile(archive / ArchFn(7, 43)), "line\n");
-    EXPECT_EQ(log.Take(),
-              (LogLines{{LOG_INFO,
-                         "Archived '/perm/logs/syslog/messages.txt.0' to "
-                         "'/perm/logs/syslog/archive/messages.007.1970-01-01.00:00:43.txt.xz' in "
-                         "1.0 seconds."}}));
 }
 
-TEST_F(ArchiveNameTest, ThatWasTakenDuringTheCompressionWithNoLaterOneFailsAndKeepsTheSource) {
-    StandIn("xz", "printf taken > /perm/logs/syslog/archive/" + ArchFn(7, 42) +
-                      "; exec /usr/bin/xz \"$@\"");
+class NameTakenDuringCompressionTest : public ArchiveNameTest {
+protected:
+    NameTakenDuringCompressionTest() {
+        StandIn("xz", "printf taken > /perm/logs/syslog/archive/" + ArchFn(7, 42) +
+                          "; exec /usr/bin/xz \"$@\"");
+    }
+
+    void ExpectTheNextName() {
+        EXPECT_SUCCESS(rotate.Archive(rotation));
+        EXPECT_EQ(ReadFile(archive / ArchFn(7, 42)), "taken");
+        EXPECT_EQ(ReadXzFile(archive / ArchFn(7, 43)), "line\n");
+    }
+};
+
+TEST_F(NameTakenDuringCompressionTest, GivesWayToALaterOne) {
+    ExpectTheNextName();
+    EXPECT_LOG(ArchivedLine(rotation, "1.0", 43));
+}
+
+TEST_F(NameTakenDuringCompressionTest, WithNoLaterOneFailsAndKeepsTheSource) {
     Faults::OnCall("nanosleep", [] { Faults::Fail("clock_gettime", EINVAL); });
     EXPECT_FAILURE(rotate.Archive(rotation));
     EXPECT_DIR(archive, {{ArchFn(7, 42), "taken"}});
     EXPECT_EQ(ReadFile(rotation), "line\n");
 }
 
-// A file system without renameat2's flags.
-TEST_F(ArchiveNameTest, ThatIsTakenGivesWayWithoutTheKernelsHelpToo) {
+TEST_F(NameTakenDuringCompressionTest, GivesWayOnAFileSystemWithoutTheFlagsOfRenameat2) {
     Faults::Fail("renameat2", EINVAL);
-    StandIn("xz", "printf taken > /perm/logs/syslog/archive/" + ArchFn(7, 42) +
-                      "; exec /usr/bin/xz \"$@\"");
-    EXPECT_SUCCESS(rotate.Archive(rotation));
-    EXPECT_EQ(ReadFile(archive / ArchFn(7, 42)), "taken");
-    EXPECT_EQ(ReadXzFile(archive / ArchFn(7, 43)), "line\n");
-}
-
-TEST_F(ArchiveNameTest, ThatAFolderHasIsTaken) {
-    std::filesystem::create_directory(archive / ArchFn(7, 42));
-    EXPECT_SUCCESS(rotate.Archive(rotation));
-    EXPECT_EQ(ReadXzFile(archive / ArchFn(7, 43)), "line\n");
+    ExpectTheNextName();
 }
 
 }  // namespace

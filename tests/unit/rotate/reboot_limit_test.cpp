@@ -2,13 +2,10 @@
 // SPDX-License-Identifier: MIT
 
 // Boot numbers: pruning when all of them are in use, and renumbering from 1.
-#include "logging/logging.h"
 #include "tests/unit/rotate/engine.h"
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::StartsWith;
 
 const LogLine TooManyLine{LOG_INFO,
@@ -18,47 +15,54 @@ const LogLine RenumberingLine{LOG_INFO, "Renumbering boot numbers on archived fi
 class RebootLimitTest : public RotateTest {
 protected:
     // Files that hold their own names.
-    void Fill(const Texts& names) {
-        for (const std::string& name : names) WriteFile(archive / name, name);
-    }
+    void Fill(const Texts& names) { WriteFiles(archive, names); }
 
     // Two files for each boot, which hold the boot's number and their time.
     void FillBoots(unsigned first, unsigned last) {
-        for (unsigned boot = first; boot <= last; ++boot) {
-            for (const unsigned second : {10, 20}) {
-                WriteFile(archive / ArchFn(boot, second), TextOf(boot, second));
-            }
-        }
+        for (const auto& [name, text] : Boots(first, last, first)) WriteFile(archive / name, text);
     }
 
     // The archive when the boots `first` to `last` were renumbered from 1.
-    static Dir Renumbered(unsigned first, unsigned last) {
-        Dir expected;
-        for (unsigned boot = first; boot <= last; ++boot) {
+    static Dir Renumbered(unsigned first, unsigned last) { return Boots(first, last, 1); }
+
+    // The files of the boots `first` to `last`, numbered from `number`.
+    static Dir Boots(unsigned first, unsigned last, unsigned number) {
+        Dir files;
+        for (unsigned boot = first; boot <= last; ++boot, ++number) {
             for (const unsigned second : {10, 20}) {
-                expected[ArchFn(boot - first + 1, second)] = TextOf(boot, second);
+                files[ArchFn(number, second)] = Util::Format("%u %u", boot, second);
             }
         }
-        return expected;
+        return files;
     }
 
-    static std::string TextOf(unsigned boot, unsigned second) {
-        return std::to_string(boot) + ' ' + std::to_string(second);
+    // Pruning and renumbering succeed, and leave these files.
+    void ExpectSuccess(const Dir& left) {
+        EXPECT_SUCCESS(rotate.CheckReboots());
+        EXPECT_EQ(ReadDir(archive), left);
+    }
+
+    // The first attempt ends at the nth rename, as when power is cut, and the second one succeeds.
+    void InterruptAndRepeat(unsigned nthRename) {
+        Faults::Fail("rename", EIO, static_cast<int>(nthRename));
+        EXPECT_FAILURE(rotate.CheckReboots());
+        log.Take();
+        EXPECT_SUCCESS(rotate.CheckReboots());
+        EXPECT_LOG(RenumberingLine);
     }
 };
 
 TEST_F(RebootLimitTest, AnEmptyArchiveIsLeftAlone) {
     EXPECT_SUCCESS(rotate.CheckReboots());
-    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_LOG();
 }
 
 TEST_F(RebootLimitTest, BootsThatStartAt1AreLeftAlone) {
     for (const unsigned last : {1, 2, 998}) {
         SCOPED_TRACE(last);
         FillBoots(1, last);
-        EXPECT_SUCCESS(rotate.CheckReboots());
-        EXPECT_EQ(ReadDir(archive), Renumbered(1, last));
-        EXPECT_THAT(log.Take(), IsEmpty());
+        ExpectSuccess(Renumbered(1, last));
+        EXPECT_LOG();
     }
 }
 
@@ -66,19 +70,17 @@ TEST_F(RebootLimitTest, BootsThatStartLaterAreRenumberedFrom1) {
     const std::pair<unsigned, unsigned> table[]{{2, 2}, {2, 3}, {3, 999}, {999, 999}, {100, 110}};
     for (const auto& [first, last] : table) {
         SCOPED_TRACE(first);
-        std::filesystem::remove_all(archive);
+        MakeArchive();
         FillBoots(first, last);
-        EXPECT_SUCCESS(rotate.CheckReboots());
-        EXPECT_EQ(ReadDir(archive), Renumbered(first, last));
-        EXPECT_EQ(log.Take(), LogLines{RenumberingLine});
+        ExpectSuccess(Renumbered(first, last));
+        EXPECT_LOG(RenumberingLine);
     }
 }
 
 TEST_F(RebootLimitTest, WhenAllNumbersAreInUseTheOldest100BootsGo) {
     FillBoots(1, 999);
-    EXPECT_SUCCESS(rotate.CheckReboots());
-    EXPECT_EQ(ReadDir(archive), Renumbered(101, 999));
-    EXPECT_EQ(log.Take(), (LogLines{TooManyLine, RenumberingLine}));
+    ExpectSuccess(Renumbered(101, 999));
+    EXPECT_LOG(TooManyLine, RenumberingLine);
 }
 
 TEST_F(RebootLimitTest, GapsStayAndTheOldest100BootsThatThereAreGo) {
@@ -87,46 +89,30 @@ TEST_F(RebootLimitTest, GapsStayAndTheOldest100BootsThatThereAreGo) {
     FillBoots(999, 999);
     EXPECT_SUCCESS(rotate.CheckReboots());
     Dir expected = Renumbered(251, 260);
-    expected[ArchFn(749, 10)] = TextOf(999, 10);
-    expected[ArchFn(749, 20)] = TextOf(999, 20);
+    expected.merge(Boots(999, 999, 749));
     EXPECT_EQ(ReadDir(archive), expected);
 }
 
-// What power that goes away leaves when it has renamed the files up to boot `cutBehind`.
+// Power is cut after the files up to boot `cutBehind` were renamed.
 TEST_F(RebootLimitTest, AnInterruptedRenumberingIsFinishedAndNothingDeleted) {
     const std::pair<unsigned, unsigned> table[]{{1, 101}, {450, 101}, {898, 101}, {1, 3}, {450, 2}};
     for (const auto& [cutBehind, oldest] : table) {
         SCOPED_TRACE(testing::Message() << cutBehind << ' ' << oldest);
-        std::filesystem::remove_all(archive);
-        std::filesystem::create_directory(archive);
+        MakeArchive();
         FillBoots(oldest, 999);
-        Faults::Fail("rename", EIO, static_cast<int>(2 * cutBehind + 1));
-        EXPECT_FAILURE(rotate.CheckReboots());
-        log.Take();
-
-        EXPECT_SUCCESS(rotate.CheckReboots());
+        InterruptAndRepeat(2 * cutBehind + 1);
         EXPECT_EQ(ReadDir(archive), Renumbered(oldest, 999));
-        EXPECT_EQ(log.Take(), LogLines{RenumberingLine});
     }
 }
 
 TEST_F(RebootLimitTest, ABootThatWasHalfRenumberedComesApart) {
     FillBoots(101, 999);
-    Faults::Fail("rename", EIO, 2 * 7 + 2);  // the second file of the eighth boot
-    EXPECT_FAILURE(rotate.CheckReboots());
-    log.Take();
-
-    EXPECT_SUCCESS(rotate.CheckReboots());
-    Dir expected = Renumbered(101, 108);
+    InterruptAndRepeat(2 * 7 + 2);  // the second file of the eighth boot
+    Dir expected = Boots(109, 999, 10);
+    expected.merge(Renumbered(101, 108));
     expected.erase(ArchFn(8, 20));
-    expected[ArchFn(9, 20)] = TextOf(108, 20);
-    for (unsigned boot = 109; boot <= 999; ++boot) {
-        for (const unsigned second : {10, 20}) {
-            expected[ArchFn(boot - 99, second)] = TextOf(boot, second);
-        }
-    }
+    expected[ArchFn(9, 20)] = "108 20";
     EXPECT_EQ(ReadDir(archive), expected);
-    EXPECT_EQ(log.Take(), LogLines{RenumberingLine});
 }
 
 TEST_F(RebootLimitTest, AGapThatNoRenumberingLeavesStays) {
@@ -135,14 +121,14 @@ TEST_F(RebootLimitTest, AGapThatNoRenumberingLeavesStays) {
     };
     for (const auto& [first, end, missing] : {Gaps{301, 402, 350}, Gaps{301, 400, 700}}) {
         SCOPED_TRACE(missing);
-        std::filesystem::remove_all(archive);
+        MakeArchive();
         FillBoots(1, first - 1);
         FillBoots(end, 999);
         for (const unsigned second : {10, 20}) {
-            std::filesystem::remove(archive / ArchFn(missing, second));
+            fs::remove(archive / ArchFn(missing, second));
         }
         EXPECT_SUCCESS(rotate.CheckReboots());
-        EXPECT_EQ(log.Take(), (LogLines{TooManyLine, RenumberingLine}));
+        EXPECT_LOG(TooManyLine, RenumberingLine);
     }
 }
 
@@ -153,7 +139,7 @@ TEST_F(RebootLimitTest, ANumberBeyond999PrunesToo) {
     Dir expected = Renumbered(101, 150);
     expected[ArchFn(900)] = ArchFn(1000);
     EXPECT_EQ(ReadDir(archive), expected);
-    EXPECT_EQ(log.Take(), (LogLines{TooManyLine, RenumberingLine}));
+    EXPECT_LOG(TooManyLine, RenumberingLine);
 }
 
 TEST_F(RebootLimitTest, MoreThan65535FilesAreNeverDeletedAtOnce) {
@@ -161,72 +147,62 @@ TEST_F(RebootLimitTest, MoreThan65535FilesAreNeverDeletedAtOnce) {
     for (unsigned file = 0; file < 65537; ++file) {
         WriteFile(archive / ("messages.001." + std::to_string(100000 + file) + ".xz"));
     }
-    EXPECT_SUCCESS(rotate.CheckReboots());
-    EXPECT_DIR(
-        archive,
+    ExpectSuccess(
         {{ArchFn(999), "kept"}, {"messages.001.165535.xz", ""}, {"messages.001.165536.xz", ""}});
-    EXPECT_EQ(log.Take(), LogLines{TooManyLine});
+    EXPECT_LOG(TooManyLine);
 }
 
-// Each entry of the archive counts, and one that tells no number counts as boot 0.
+// Each entry of the archive counts, and one without a number counts as boot 0.
 TEST_F(RebootLimitTest, AForeignFileKeepsAllNumbersAsTheyAre) {
     FillBoots(5, 999);
     WriteFile(archive / "notes");
     const Dir before = ReadDir(archive);
-    EXPECT_SUCCESS(rotate.CheckReboots());
-    EXPECT_EQ(ReadDir(archive), before);
+    ExpectSuccess(before);
     const LogLine foreignLine{LOG_ERR, "notes is not a logging archive file."};
-    EXPECT_EQ(log.Take(), (LogLines{foreignLine, foreignLine}));
+    EXPECT_LOG(foreignLine, foreignLine);
 }
 
 TEST_F(RebootLimitTest, AForeignFileAloneIsLeftAlone) {
     WriteFile(archive / "notes");
     EXPECT_SUCCESS(rotate.CheckReboots());
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_ERR, "notes is not a logging archive file."}}));
+    EXPECT_LOG(Error("notes is not a logging archive file."));
 }
 
 TEST_F(RebootLimitTest, ForeignEntriesWithABootNumberAreNotRenamed) {
     Fill({"other.005.txt", ArchFn(6)});
-    std::filesystem::create_directory(archive / "messages.004.folder");
-    EXPECT_SUCCESS(rotate.CheckReboots());
-    EXPECT_DIR(
-        archive,
+    fs::create_directory(archive / "messages.004.folder");
+    ExpectSuccess(
         {{"messages.004.folder/", ""}, {"other.005.txt", "other.005.txt"}, {ArchFn(3), ArchFn(6)}});
-    EXPECT_EQ(log.Take(), LogLines{RenumberingLine});
+    EXPECT_LOG(RenumberingLine);
 }
 
 TEST_F(RebootLimitTest, WithoutArchiveFilesThereIsNothingToRename) {
     Fill({"other.005.txt"});
-    EXPECT_SUCCESS(rotate.CheckReboots());
-    EXPECT_DIR(archive, {{"other.005.txt", "other.005.txt"}});
-    EXPECT_EQ(log.Take(), LogLines{RenumberingLine});
+    ExpectSuccess({{"other.005.txt", "other.005.txt"}});
+    EXPECT_LOG(RenumberingLine);
 }
 
 TEST_F(RebootLimitTest, OnlyTheDigitsOfANameChange) {
     Fill(
         {"messages.041.1970-01-02.03:04:05.txt.xz", "messages.042.anything.xz", "messages.043.xz"});
-    EXPECT_SUCCESS(rotate.CheckReboots());
-    EXPECT_DIR(archive, {{"messages.001.1970-01-02.03:04:05.txt.xz",
-                          "messages.041.1970-01-02.03:04:05.txt.xz"},
-                         {"messages.002.anything.xz", "messages.042.anything.xz"},
-                         {"messages.003.xz", "messages.043.xz"}});
+    ExpectSuccess(
+        {{"messages.001.1970-01-02.03:04:05.txt.xz", "messages.041.1970-01-02.03:04:05.txt.xz"},
+         {"messages.002.anything.xz", "messages.042.anything.xz"},
+         {"messages.003.xz", "messages.043.xz"}});
 }
 
 TEST_F(RebootLimitTest, NumbersOfFourDigitsAreBroughtDownToo) {
     Fill({ArchFn(5), ArchFn(1003), ArchFn(1004)});
-    EXPECT_SUCCESS(rotate.CheckReboots());
-    EXPECT_DIR(archive,
-               {{ArchFn(1), ArchFn(5)}, {ArchFn(999), ArchFn(1003)}, {ArchFn(1000), ArchFn(1004)}});
+    ExpectSuccess(
+        {{ArchFn(1), ArchFn(5)}, {ArchFn(999), ArchFn(1003)}, {ArchFn(1000), ArchFn(1004)}});
 }
 
-TEST_F(RebootLimitTest, ADebugLineTellsEachRename) {
+TEST_F(RebootLimitTest, ADebugLineReportsEachRename) {
     Logging::SetLogLevel(Logging::SeverityDebug);
     Fill({ArchFn(11), ArchFn(12)});
     EXPECT_SUCCESS(rotate.CheckReboots());
-    EXPECT_EQ(log.Take(),
-              (LogLines{RenumberingLine,
-                        {LOG_DEBUG, "Renamed '" + ArchFn(11) + "' to '" + ArchFn(1) + "'"},
-                        {LOG_DEBUG, "Renamed '" + ArchFn(12) + "' to '" + ArchFn(2) + "'"}}));
+    EXPECT_LOG(RenumberingLine, Debug("Renamed '" + ArchFn(11) + "' to '" + ArchFn(1) + "'"),
+               Debug("Renamed '" + ArchFn(12) + "' to '" + ArchFn(2) + "'"));
 }
 
 TEST_F(RebootLimitTest, AFailedRenameEndsTheRenumbering) {
@@ -234,8 +210,7 @@ TEST_F(RebootLimitTest, AFailedRenameEndsTheRenumbering) {
     Faults::Fail("rename", EIO, 2);
     EXPECT_FAILURE(rotate.CheckReboots());
     EXPECT_DIR(archive, {{ArchFn(1), ArchFn(3)}, {ArchFn(4), ArchFn(4)}, {ArchFn(5), ArchFn(5)}});
-    EXPECT_THAT(log.Take(), ElementsAre(RenumberingLine,
-                                        Line(LOG_ERR, StartsWith("Rename failure, reason: "))));
+    EXPECT_LOG(RenumberingLine, Error(StartsWith("Rename failure, reason: ")));
 }
 
 // Files that come while the archive is renumbered.
@@ -244,7 +219,7 @@ TEST_F(RebootLimitTest, AFileWithoutABootNumberIsPassedOver) {
     OnNthCall("opendir", 2, [this] { Fill({"messages.abc.xz"}); });
     EXPECT_SUCCESS(rotate.RenumberArchivedFiles());
     EXPECT_DIR(archive, {{ArchFn(1), ArchFn(3)}, {"messages.abc.xz", "messages.abc.xz"}});
-    EXPECT_EQ(log.Take(), (LogLines{RenumberingLine, {LOG_ERR, "StringToInt() failure on abc."}}));
+    EXPECT_LOG(RenumberingLine, Error("StringToInt() failure on abc."));
 }
 
 TEST_F(RebootLimitTest, AFileBelowTheSmallestBootNumberIsPassedOverWithAWarning) {
@@ -252,11 +227,9 @@ TEST_F(RebootLimitTest, AFileBelowTheSmallestBootNumberIsPassedOverWithAWarning)
     OnNthCall("opendir", 2, [this] { Fill({ArchFn(2)}); });
     EXPECT_SUCCESS(rotate.RenumberArchivedFiles());
     EXPECT_DIR(archive, {{ArchFn(1), ArchFn(3)}, {ArchFn(2), ArchFn(2)}});
-    EXPECT_EQ(log.Take(),
-              (LogLines{RenumberingLine,
-                        {LOG_WARNING, "Boot number 2 in file " + ArchFn(2) +
-                                          " is less than the smallest boot number 3, which does "
-                                          "not make sense."}}));
+    EXPECT_LOG(RenumberingLine,
+               Warning("Boot number 2 in file " + ArchFn(2) +
+                       " is less than the smallest boot number 3, which does not make sense."));
 }
 
 TEST_F(RebootLimitTest, AFileWhoseNewNameExistsKeepsItsNumber) {
@@ -265,10 +238,8 @@ TEST_F(RebootLimitTest, AFileWhoseNewNameExistsKeepsItsNumber) {
     EXPECT_DIR(archive, {{"messages.001.a.txt.xz", "messages.002.a.txt.xz"},
                          {"messages.2.a.txt.xz", "messages.2.a.txt.xz"},
                          {ArchFn(2), ArchFn(3)}});
-    EXPECT_EQ(log.Take(), (LogLines{RenumberingLine,
-                                    {LOG_WARNING,
-                                     "'messages.2.a.txt.xz' keeps its boot number, because "
-                                     "'messages.001.a.txt.xz' exists."}}));
+    EXPECT_LOG(RenumberingLine, Warning("'messages.2.a.txt.xz' keeps its boot number, because "
+                                        "'messages.001.a.txt.xz' exists."));
 }
 
 TEST_F(RebootLimitTest, APruningThatCannotListTheArchiveIsAFailure) {
@@ -276,15 +247,14 @@ TEST_F(RebootLimitTest, APruningThatCannotListTheArchiveIsAFailure) {
     Faults::Fail("opendir", EIO, 2);
     EXPECT_FAILURE(rotate.CheckReboots());
     EXPECT_DIR(archive, {{ArchFn(1), ArchFn(1)}, {ArchFn(999), ArchFn(999)}});
-    EXPECT_THAT(log.Take(),
-                ElementsAre(TooManyLine, Line(LOG_ERR, StartsWith("Exception in GetFilesInDir("))));
+    EXPECT_LOG(TooManyLine, Error(StartsWith("Exception in GetFilesInDir(")));
 }
 
 TEST_F(RebootLimitTest, AnArchiveThatCannotBeReadIsAnException) {
     Fill({ArchFn(2)});
     for (const int query : {1, 2}) {
         Faults::Fail("opendir", EIO, query);
-        EXPECT_THROW((void)rotate.CheckReboots(), std::filesystem::filesystem_error);
+        EXPECT_THROW((void)rotate.CheckReboots(), fs::filesystem_error);
         EXPECT_DIR(archive, {{ArchFn(2), ArchFn(2)}});
     }
 }

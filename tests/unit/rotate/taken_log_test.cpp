@@ -1,10 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The vandis-moraine authors
 // SPDX-License-Identifier: MIT
 
-// A live log that was taken away from syslogd: syslogd may write to it until its clock's second
-// ends, and an interrupted archiving leaves it under its temporary name.
-#include <sys/stat.h>
-
+// A live log that was taken from syslogd: syslogd may write to it until its clock's second ends,
+// and an interrupted archiving leaves it under its temporary name.
 #include "tests/unit/rotate/engine.h"
 
 namespace {
@@ -15,11 +13,7 @@ using testing::StartsWith;
 
 class TakenLogTest : public RotateTest {
 protected:
-    void SetUp() override {
-        RotateTest::SetUp();
-        rotate.bootNum = 7;
-        WriteFile(pidFile, "4711\n");
-    }
+    TakenLogTest() { WriteFile(pidFile, "4711\n"); }
 
     // Sets the time of day to so many milliseconds behind the file's last touch.
     static void LetPassSinceTouch(const Path& pfn, long milliseconds) {
@@ -34,10 +28,7 @@ protected:
 };
 
 TEST_F(TakenLogTest, IsRemovedASecondAndAHalfAfterItWasTouchedLast) {
-    struct {
-        long msSinceTouch;
-        Texts sleeps;
-    } const table[]{
+    const std::pair<long, Texts> table[] = {
         {500, {"1.000000000"}},        //
         {1000, {"0.500000000"}},       //
         {1500, {}},                    //
@@ -52,7 +43,7 @@ TEST_F(TakenLogTest, IsRemovedASecondAndAHalfAfterItWasTouchedLast) {
         EXPECT_SUCCESS(rotate.Archive(tmpLog));
         EXPECT_EQ(TakeCallsOf("nanosleep"), sleeps);
         Faults::FixClock({.tv_sec = 42, .tv_nsec = 0});
-        std::filesystem::remove(archive / ArchFn(7));
+        fs::remove(archive / ArchFn(7));
     }
 }
 
@@ -81,8 +72,8 @@ TEST_F(TakenLogTest, HoldsTheLinesThatSyslogdWritesUntilItReopens) {
         WriteFile(liveLog, "new\n");
     });
     EXPECT_SUCCESS(rotate.Archive(liveLog));
-    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7), "old\nlate\n"}}));
-    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt", "new\n"}});
+    ExpectArchived("old\nlate\n");
+    ExpectLogs({{"messages.txt", "new\n"}});
 }
 
 TEST_F(TakenLogTest, ThatWasLeftGoesBeforeTheLiveLogThatWouldReplaceIt) {
@@ -90,13 +81,9 @@ TEST_F(TakenLogTest, ThatWasLeftGoesBeforeTheLiveLogThatWouldReplaceIt) {
     WriteFile(liveLog, "new\n");
     EXPECT_SUCCESS(rotate.Archive(liveLog));
     EXPECT_THAT(TakeCallsOf("kill"), IsEmpty());
-    EXPECT_EQ(ReadArchive(), (Dir{{ArchFn(7), "old\n"}}));
-    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt", "new\n"}});
-    EXPECT_EQ(log.Take(),
-              (LogLines{{LOG_INFO,
-                         "Archived '/perm/logs/syslog/messages.txt.tmp' to "
-                         "'/perm/logs/syslog/archive/messages.007.1970-01-01.00:00:42.txt.xz' in "
-                         "0.0 seconds."}}));
+    ExpectArchived("old\n");
+    ExpectLogs({{"messages.txt", "new\n"}});
+    EXPECT_LOG(ArchivedLine(tmpLog));
 }
 
 TEST_F(TakenLogTest, ThatWasLeftAndCannotBeArchivedKeepsTheLiveLogWhereItIs) {
@@ -104,8 +91,7 @@ TEST_F(TakenLogTest, ThatWasLeftAndCannotBeArchivedKeepsTheLiveLogWhereItIs) {
     WriteFile(tmpLog, "old\n");
     WriteFile(liveLog, "new\n");
     EXPECT_FAILURE(rotate.Archive(liveLog));
-    EXPECT_DIR(syslogDir,
-               {{"archive/", ""}, {"messages.txt", "new\n"}, {"messages.txt.tmp", "old\n"}});
+    ExpectLogs({{"messages.txt", "new\n"}, {"messages.txt.tmp", "old\n"}});
 }
 
 // A syslogd with nothing to write keeps its log open.
@@ -113,10 +99,10 @@ TEST_F(TakenLogTest, ThatIsStillOpenIsLeftToALaterCycle) {
     WriteFile(liveLog, "old\n");
     std::FILE* const syslogd = std::fopen(liveLog.c_str(), "a");
     EXPECT_SUCCESS(rotate.Archive(liveLog));
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO,
-                                     "'/perm/logs/syslog/messages.txt' is still open for writing. "
-                                     " A later cycle will archive it."}}));
-    EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt.tmp", "old\n"}});
+    EXPECT_LOG(
+        Info("'/perm/logs/syslog/messages.txt' is still open for writing.  A later cycle will "
+             "archive it."));
+    ExpectLogs({{"messages.txt.tmp", "old\n"}});
 
     std::fputs("late\n", syslogd);
     (void)std::fclose(syslogd);
@@ -124,16 +110,16 @@ TEST_F(TakenLogTest, ThatIsStillOpenIsLeftToALaterCycle) {
     ExpectOnlyArchived("old\nlate\n");
 }
 
-TEST_F(TakenLogTest, ThatIsWrittenToForEverIsLeftToALaterCycle) {
+TEST_F(TakenLogTest, ThatIsWrittenToAgainAndAgainIsLeftToALaterCycle) {
     StandIn("xz", "/usr/bin/xz \"$@\"; echo more >> \"$2\"");
     WriteFile(liveLog, "old\n");
     EXPECT_SUCCESS(rotate.Archive(liveLog));
     EXPECT_DIR(archive, {});
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO,
-                                     "'/perm/logs/syslog/messages.txt' was written to while it was "
-                                     "compressed.  A later cycle will archive it."}}));
+    EXPECT_LOG(
+        Info("'/perm/logs/syslog/messages.txt' was written to while it was compressed.  A later "
+             "cycle will archive it."));
 
-    std::filesystem::remove("/stand-in/xz");
+    fs::remove("/stand-in/xz");
     EXPECT_SUCCESS(rotate.CheckLogs());
     ExpectOnlyArchived("old\nmore\nmore\nmore\nmore\nmore\n");
 }

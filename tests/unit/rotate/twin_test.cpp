@@ -3,14 +3,10 @@
 
 // A file that was archived and is there all the same, after a loss of power or a kill: its lines
 // are not archived twice, and no other file is taken for it.
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include "tests/unit/rotate/engine.h"
 
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::StartsWith;
 
@@ -19,31 +15,27 @@ constexpr timespec Time{.tv_sec = 1'000'000'000, .tv_nsec = 123'456'789};
 class TwinTest : public RotateTest {
 protected:
     static void WriteAt(const Path& pfn, const std::string& text, timespec time = Time) {
-        WriteFile(pfn, text);
-        const timespec times[]{time, time};
-        ASSERT_EQ(utimensat(AT_FDCWD, pfn.c_str(), times, 0), 0);
+        WriteFileAt(pfn, text, time);
     }
 
     // An archive of one file, with the time of what it was made of.
     void Archived(const std::string& name, const std::string& text) const {
-        std::filesystem::remove_all(archive);
-        std::filesystem::create_directory(archive);
+        MakeArchive();
         WriteAt("/perm/source", text);
         ASSERT_EQ(std::system("xz /perm/source"), 0);
-        std::filesystem::rename("/perm/source.xz", archive / name);
+        fs::rename("/perm/source.xz", archive / name);
     }
 
-    void ExpectArchivedTexts(const Texts& texts) const {
-        Texts archived;
-        for (const auto& [name, text] : ReadArchive()) archived.push_back(text);
-        EXPECT_EQ(archived, texts);
+    void MakeTwins() const {
+        Archived(ArchFn(1), "old\n");
+        WriteAt(rotation, "old\n");
     }
+
+    void ExpectArchivedTexts(const Texts& texts) const { EXPECT_EQ(ArchivedTexts(), texts); }
 
     void RunCycles() {
         for (int i = 0; i < 4; ++i) EXPECT_SUCCESS(rotate.CheckLogs());
     }
-
-    const Path rotation = syslogDir / "messages.txt.3";
 };
 
 TEST_F(TwinTest, IsRemovedByTheStart) {
@@ -53,45 +45,42 @@ TEST_F(TwinTest, IsRemovedByTheStart) {
         WriteAt(pfn, "old\n");
         log.Take();
         EXPECT_SUCCESS(rotate.Init());
-        EXPECT_DIR(syslogDir, {{"archive/", ""}});
+        ExpectLogs({});
         ExpectArchivedTexts({"old\n"});
-        EXPECT_THAT(log.Take(), Contains(LogLine{LOG_INFO, "'" + pfn.string() +
-                                                               "' is in the archive already, as '" +
-                                                               ArchFn(1) + "'."}));
+        EXPECT_THAT(log.Take(), testing::Contains(Info("'" + pfn.string() +
+                                                       "' is in the archive already, as '" +
+                                                       ArchFn(1) + "'.")));
     }
 }
 
-// By the steps of every removal: syslogd may rotate meanwhile.
+// In the steps of every removal, because syslogd may rotate meanwhile.
 TEST_F(TwinTest, IsRemovedSafely) {
-    Archived(ArchFn(1), "old\n");
-    WriteAt(rotation, "old\n");
+    MakeTwins();
     (void)Faults::TakeCalls();
     EXPECT_SUCCESS(rotate.Init());
     Texts calls = Faults::TakeCalls();
     std::erase_if(calls, [](const std::string& call) { return call.starts_with("system"); });
     EXPECT_THAT(
         calls, ElementsAre("fsync /perm/logs/syslog/archive",
-                           "rename /perm/logs/syslog/messages.txt.3 "
+                           "rename /perm/logs/syslog/messages.txt.0 "
                            "/perm/logs/syslog/messages.txt.tmp",
                            "remove /perm/logs/syslog/messages.txt.tmp", "fsync /perm/logs/syslog"));
 }
 
 TEST_F(TwinTest, ThatSyslogdMovesMeanwhileIsRemovedByALaterCycle) {
-    Archived(ArchFn(1), "old\n");
-    WriteAt(rotation, "old\n");
+    MakeTwins();
     OnNthCall("rename", 1, [this] {
-        std::filesystem::rename(rotation, syslogDir / "messages.txt.4");
+        fs::rename(rotation, nextRotation);
         WriteFile(rotation, "new\n");
     });
     EXPECT_SUCCESS(rotate.Init());
     RunCycles();
-    EXPECT_DIR(syslogDir, {{"archive/", ""}});
+    ExpectLogs({});
     ExpectArchivedTexts({"old\n", "new\n"});
 }
 
 TEST_F(TwinTest, ThatIsOpenForWritingIsRemovedByALaterCycle) {
-    Archived(ArchFn(1), "old\n");
-    WriteAt(rotation, "old\n");
+    MakeTwins();
     std::FILE* const writer = std::fopen(rotation.c_str(), "a");
     EXPECT_SUCCESS(rotate.Init());
     EXPECT_EQ(ReadFile(rotation), "old\n");
@@ -106,7 +95,7 @@ TEST_F(TwinTest, MayHaveLostItsEnd) {
         Archived(ArchFn(1), "first\nsecond\n");
         WriteAt(rotation, text);
         EXPECT_SUCCESS(rotate.Init());
-        EXPECT_DIR(syslogDir, {{"archive/", ""}});
+        ExpectLogs({});
         ExpectArchivedTexts({"first\nsecond\n"});
     }
 }
@@ -137,13 +126,13 @@ TEST_F(TwinTest, HasTheContentOfItsArchiveFile) {
 
 TEST_F(TwinTest, OfADamagedFileIsArchivedAgain) {
     Archived(ArchFn(1), std::string(200'000, 'x'));
-    std::filesystem::resize_file(archive / ArchFn(1), 40);
+    fs::resize_file(archive / ArchFn(1), 40);
     WriteAt(archive / ArchFn(1), ReadFile(archive / ArchFn(1)));
     WriteAt(rotation, std::string(200'000, 'x'));
     EXPECT_SUCCESS(rotate.Init());
     EXPECT_EQ(ReadFile(rotation).size(), 200'000U);
     RunCycles();
-    EXPECT_DIR(syslogDir, {{"archive/", ""}});
+    ExpectLogs({});
 }
 
 TEST_F(TwinTest, IsLookedForAmongTheNewestSixteenFiles) {
@@ -153,7 +142,7 @@ TEST_F(TwinTest, IsLookedForAmongTheNewestSixteenFiles) {
         for (unsigned i = 0; i < newer; ++i) WriteFile(archive / ArchFn(2, 11 + i));
         WriteAt(rotation, "old\n");
         EXPECT_SUCCESS(rotate.Init());
-        EXPECT_EQ(std::filesystem::exists(rotation), newer == 16);
+        EXPECT_EQ(fs::exists(rotation), newer == 16);
     }
 }
 
@@ -169,12 +158,11 @@ TEST_F(TwinTest, IsNotLookedForOnceNothingWaits) {
 }
 
 TEST_F(TwinTest, ThatCannotBeRemovedEndsTheStart) {
-    Archived(ArchFn(1), "old\n");
-    WriteAt(rotation, "old\n");
+    MakeTwins();
     Faults::Fail("rename", EBUSY, 1);
     Faults::Fail("remove", EBUSY, 1);
     EXPECT_FAILURE(rotate.Init());
-    EXPECT_THAT(log.Take(), ElementsAre(Line(LOG_ERR, StartsWith("Remove failure for "))));
+    EXPECT_LOG(Error(StartsWith("Remove failure for ")));
 }
 
 }  // namespace
