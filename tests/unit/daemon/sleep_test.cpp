@@ -43,7 +43,7 @@ protected:
 TEST_F(SleepTest, BetweenCyclesLastsTenSeconds) {
     SleepBetweenCycles();
     EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 10.000000000"));
-    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_LOG();
 }
 
 TEST_F(SleepTest, BetweenCyclesSleepsTheRestAfterAnInterruption) {
@@ -51,7 +51,7 @@ TEST_F(SleepTest, BetweenCyclesSleepsTheRestAfterAnInterruption) {
     SleepBetweenCycles();
     EXPECT_THAT(Faults::TakeCalls(),
                 ElementsAre("nanosleep 10.000000000", "nanosleep 9.000000000"));
-    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_LOG();
 }
 
 TEST_F(SleepTest, BetweenCyclesIsEndedByAStopSignal) {
@@ -71,7 +71,7 @@ TEST_F(SleepTest, BetweenCyclesIsEndedByAnErrorWithALine) {
     Faults::Fail("nanosleep", EINVAL);
     SleepBetweenCycles();
     EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 10.000000000"));
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_ERR, "nanosleep error: Invalid argument"}}));
+    EXPECT_LOG(Error("nanosleep error: Invalid argument"));
 }
 
 TEST_F(SleepTest, OfSecondsLastsAsLongAsIsAskedFor) {
@@ -80,7 +80,7 @@ TEST_F(SleepTest, OfSecondsLastsAsLongAsIsAskedFor) {
         EXPECT_THAT(Faults::TakeCalls(),
                     ElementsAre("nanosleep " + std::to_string(seconds) + ".000000000"));
     }
-    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_LOG();
 }
 
 TEST_F(SleepTest, OfSecondsDoesNotBeginAfterAStopSignal) {
@@ -93,7 +93,7 @@ TEST_F(SleepTest, OfSecondsSleepsTheRestAfterAnInterruption) {
     Faults::Fail("nanosleep", EINTR, 1);
     SleepAtLeast(5);
     EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 5.000000000", "nanosleep 4.000000000"));
-    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_LOG();
 }
 
 TEST_F(SleepTest, OfSecondsIsEndedByAStopSignal) {
@@ -106,7 +106,7 @@ TEST_F(SleepTest, OfSecondsIsEndedByAnErrorWithALine) {
     Faults::Fail("nanosleep", EINVAL);
     SleepAtLeast(5);
     EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 5.000000000"));
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_ERR, "nanosleep error: Invalid argument"}}));
+    EXPECT_LOG(Error("nanosleep error: Invalid argument"));
 }
 
 }  // namespace

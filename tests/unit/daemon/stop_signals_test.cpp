@@ -20,9 +20,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 constexpr std::array StopSignals{SIGHUP, SIGINT, SIGTERM, SIGQUIT};
 
 LogLine CaughtLine(int signal) {
@@ -92,7 +89,7 @@ TEST_F(StopSignalsTest, StopTheDaemonWithTheirNumberAsItsStatusButSigtermWith0) 
         EXPECT_FALSE(MainRunning);
         EXPECT_EQ(ExitCode, status);
         LogCaughtSignals();
-        EXPECT_EQ(log.Take(), LogLines{CaughtLine(signal)});
+        EXPECT_LOG(CaughtLine(signal));
     }
 }
 
@@ -102,19 +99,19 @@ TEST_F(StopSignalsTest, TheLastOneSetsTheStatus) {
     (void)raise(SIGINT);
     EXPECT_EQ(ExitCode, 2);
     LogCaughtSignals();
-    EXPECT_EQ(log.Take(), (LogLines{CaughtLine(SIGQUIT), CaughtLine(SIGTERM), CaughtLine(SIGINT)}));
+    EXPECT_LOG(CaughtLine(SIGQUIT), CaughtLine(SIGTERM), CaughtLine(SIGINT));
 }
 
 TEST_F(StopSignalsTest, AreNotLoggedByTheHandler) {
     (void)raise(SIGTERM);
-    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_LOG();
 }
 
 TEST_F(StopSignalsTest, AreLoggedBeforeTheNextLine) {
     (void)raise(SIGHUP);
     (void)raise(SIGHUP);
     Log::Error("next");
-    EXPECT_EQ(log.Take(), (LogLines{CaughtLine(SIGHUP), CaughtLine(SIGHUP), {LOG_ERR, "next"}}));
+    EXPECT_LOG(CaughtLine(SIGHUP), CaughtLine(SIGHUP), Error("next"));
 }
 
 TEST_F(StopSignalsTest, AreLoggedOnce) {
@@ -122,12 +119,12 @@ TEST_F(StopSignalsTest, AreLoggedOnce) {
     LogCaughtSignals();
     LogCaughtSignals();
     Log::Info("next");
-    EXPECT_EQ(log.Take(), (LogLines{CaughtLine(SIGINT), {LOG_INFO, "next"}}));
+    EXPECT_LOG(CaughtLine(SIGINT), Info("next"));
 }
 
 TEST_F(StopSignalsTest, WithoutOneNothingIsLogged) {
     LogCaughtSignals();
-    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_LOG();
     EXPECT_TRUE(MainRunning);
 }
 
@@ -153,11 +150,8 @@ TEST_F(StopSignalsTest, ThatArriveWhileOthersAreLoggedFollowThem) {
     (void)raise(SIGHUP);
     (void)raise(SIGTERM);
     Log::Info("next");
-    EXPECT_EQ(log.Take(), (LogLines{CaughtLine(SIGHUP),
-                                    CaughtLine(SIGTERM),
-                                    CaughtLine(SIGINT),
-                                    CaughtLine(SIGQUIT),
-                                    {LOG_INFO, "next"}}));
+    EXPECT_LOG(CaughtLine(SIGHUP), CaughtLine(SIGTERM), CaughtLine(SIGINT), CaughtLine(SIGQUIT),
+               Info("next"));
 }
 
 TEST_F(StopSignalsTest, ThatArrivesWithALineComesAfterIt) {
@@ -165,9 +159,9 @@ TEST_F(StopSignalsTest, ThatArrivesWithALineComesAfterIt) {
         if (++calls == 1) (void)raise(SIGINT);
     });
     Log::Info("line");
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, "line"}}));
+    EXPECT_LOG(Info("line"));
     Log::Info("next");
-    EXPECT_EQ(log.Take(), (LogLines{CaughtLine(SIGINT), {LOG_INFO, "next"}}));
+    EXPECT_LOG(CaughtLine(SIGINT), Info("next"));
 }
 
 TEST_F(StopSignalsTest, AreBlockedFinally) {
@@ -176,7 +170,7 @@ TEST_F(StopSignalsTest, AreBlockedFinally) {
     for (const int signal : StopSignals) (void)raise(signal);
     EXPECT_EQ(ExitCode, 1);
     LogCaughtSignals();
-    EXPECT_EQ(log.Take(), LogLines{CaughtLine(SIGHUP)});
+    EXPECT_LOG(CaughtLine(SIGHUP));
 }
 
 TEST_F(StopSignalsTest, StayDeliverableAfterTheyWereLogged) {
@@ -224,7 +218,7 @@ TEST_F(StopSignalsTest, AClosedPipeStopsNothing) {
     EXPECT_EQ(errno, EPIPE);
     (void)close(ends[1]);
     EXPECT_TRUE(MainRunning);
-    EXPECT_THAT(log.Take(), IsEmpty());
+    EXPECT_LOG();
 }
 
 // Most of these signals arrive inside the C library's log call, which holds a lock: a handler that
