@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "tests/support/files.h"
 #include "util/util.h"
@@ -20,10 +21,7 @@ namespace fs = std::filesystem;
 namespace {
 
 TEST(ReadStdOutFromSystemCallTest, ReturnsAllOfTheOutput) {
-    const struct {
-        const char* command;
-        const char* output;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"echo one", "one\n"},
         {"printf one", "one"},
         {"printf 'one\\ntwo\\n\\nthree'", "one\ntwo\n\nthree"},

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/files.h"
@@ -17,20 +18,21 @@ namespace {
 
 using Fields = std::vector<std::string>;
 
-struct ByCharacter {
-    std::string text;
-    char delimiter;
-    Fields fields;
-};
+template <typename Delimiter>
+using Cases = std::vector<std::tuple<std::string, Delimiter, Fields>>;
 
-struct ByString {
-    std::string text;
-    std::string delimiter;
-    Fields fields;
-};
+template <typename Delimiter>
+void ExpectSlices(const Cases<Delimiter>& cases) {
+    for (const auto& [text, delimiter, expected] : cases) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        Fields fields{"of", "before"};
+        EXPECT_SUCCESS(Util::Slice(fields, text, delimiter));
+        EXPECT_EQ(fields, expected);
+    }
+}
 
 TEST(SplitTest, DropsEveryEmptyField) {
-    const ByCharacter cases[] = {
+    const Cases<char> cases = {
         {",a,,b,", ',', {"a", "b"}},
         {"a,b", ',', {"a", "b"}},
         {"a", ',', {"a"}},
@@ -53,16 +55,16 @@ TEST(SplitTest, DropsEveryEmptyField) {
         {",,,", ',', {}},
         {"\0"s, '\0', {}},
     };
-    for (const ByCharacter& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.text));
+    for (const auto& [text, delimiter, expected] : cases) {
+        SCOPED_TRACE(testing::PrintToString(text));
         Fields fields{"of", "before"};
-        EXPECT_EQ(Util::Split(fields, c.text, c.delimiter), static_cast<int>(c.fields.size()));
-        EXPECT_EQ(fields, c.fields);
+        EXPECT_EQ(Util::Split(fields, text, delimiter), static_cast<int>(expected.size()));
+        EXPECT_EQ(fields, expected);
     }
 }
 
 TEST(SliceByCharacterTest, KeepsEmptyFieldsButTheTrailingOne) {
-    const ByCharacter cases[] = {
+    ExpectSlices<char>({
         {"a,b", ',', {"a", "b"}},
         {"a,,b", ',', {"a", "", "b"}},
         {"a,,b,", ',', {"a", "", "b"}},
@@ -86,44 +88,40 @@ TEST(SliceByCharacterTest, KeepsEmptyFieldsButTheTrailingOne) {
           "\xfe"
           "b"}},
         {"", ',', {}},
-    };
-    for (const ByCharacter& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.text));
-        Fields fields{"of", "before"};
-        EXPECT_SUCCESS(Util::Slice(fields, c.text, c.delimiter));
-        EXPECT_EQ(fields, c.fields);
-    }
+    });
 }
 
 TEST(SliceByStringTest, KeepsEmptyFieldsButTheTrailingOne) {
-    const ByString cases[] = {
-        {"a--b", "--", {"a", "b"}},       {"--a", "--", {"", "a"}},
-        {"a----b", "--", {"a", "", "b"}}, {"a--", "--", {"a"}},
-        {"a----", "--", {"a", ""}},       {"--", "--", {""}},
-        {"----", "--", {"", ""}},         {"---", "--", {"", "-"}},
-        {"a---b", "--", {"a", "-b"}},     {"a-b--c-", "--", {"a-b", "c-"}},
-        {"a,,b,", ",", {"a", "", "b"}},   {"a\0-b"s, "\0-"s, {"a", "b"}},
-    };
-    for (const ByString& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.text));
-        Fields fields{"of", "before"};
-        EXPECT_SUCCESS(Util::Slice(fields, c.text, c.delimiter));
-        EXPECT_EQ(fields, c.fields);
-    }
+    ExpectSlices<std::string>({
+        {"a--b", "--", {"a", "b"}},
+        {"--a", "--", {"", "a"}},
+        {"a----b", "--", {"a", "", "b"}},
+        {"a--", "--", {"a"}},
+        {"a----", "--", {"a", ""}},
+        {"--", "--", {""}},
+        {"----", "--", {"", ""}},
+        {"---", "--", {"", "-"}},
+        {"a---b", "--", {"a", "-b"}},
+        {"a-b--c-", "--", {"a-b", "c-"}},
+        {"a,,b,", ",", {"a", "", "b"}},
+        {"a\0-b"s, "\0-"s, {"a", "b"}},
+    });
 }
 
 TEST(SliceByStringTest, WithoutTheDelimiterATextIsItselfUnlessItIsShorterThanTheDelimiter) {
-    const ByString cases[] = {
-        {"ab", ".", {"ab"}}, {"ab", "--", {"ab"}}, {"-a", "--", {"-a"}}, {"abc", "--", {"abc"}},
-        {"a", "--", {}},     {"a", "..", {}},      {"-", "--", {}},      {"ab", "abc", {}},
-        {"", "-", {}},       {"", "--", {}},       {"", "", {}},
-    };
-    for (const ByString& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.text));
-        Fields fields{"of", "before"};
-        EXPECT_SUCCESS(Util::Slice(fields, c.text, c.delimiter));
-        EXPECT_EQ(fields, c.fields);
-    }
+    ExpectSlices<std::string>({
+        {"ab", ".", {"ab"}},
+        {"ab", "--", {"ab"}},
+        {"-a", "--", {"-a"}},
+        {"abc", "--", {"abc"}},
+        {"a", "--", {}},
+        {"a", "..", {}},
+        {"-", "--", {}},
+        {"ab", "abc", {}},
+        {"", "-", {}},
+        {"", "--", {}},
+        {"", "", {}},
+    });
 }
 
 TEST(SliceByStringTest, AnEmptyDelimiterFailsAtOnce) {

@@ -4,16 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <tuple>
+#include <utility>
 
 #include "util/util.h"
 
 namespace {
 
 TEST(FormatSecsTest, DaysShowFromTheFirstOn) {
-    const struct {
-        long seconds;
-        const char* text;
-    } cases[] = {
+    const std::pair<long, const char*> cases[] = {
         {0, "00:00:00"},
         {1, "00:00:01"},
         {59, "00:00:59"},
@@ -34,11 +33,7 @@ TEST(FormatSecsTest, DaysShowFromTheFirstOn) {
 }
 
 TEST(FormatSecsTest, MillisecondsAreTruncated) {
-    const struct {
-        double seconds;
-        const char* whole;
-        const char* withMs;
-    } cases[] = {
+    const std::tuple<double, const char*, const char*> cases[] = {
         {0, "00:00:00", "00:00:00.000"},
         {0.0009, "00:00:00", "00:00:00.000"},
         {0.0625, "00:00:00", "00:00:00.062"},
@@ -63,10 +58,7 @@ TEST(FormatSecsTest, WholeSecondsAreTruncatedTowardZero) {
 }
 
 TEST(FormatTimeDurTest, DaysHaveTwoDigitsOrMore) {
-    const struct {
-        unsigned int seconds;
-        const char* text;
-    } cases[] = {
+    const std::pair<unsigned int, const char*> cases[] = {
         {0, "00:00:00:00"},
         {59, "00:00:00:59"},
         {60, "00:00:01:00"},

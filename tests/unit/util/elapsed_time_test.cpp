@@ -9,7 +9,9 @@
 #include <ctime>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "tests/support/faults.h"
@@ -224,10 +226,7 @@ TEST_F(ElapsedTimeTest, PrintMsDiffDoesNothing) {
 
 TEST_F(ElapsedTimeTest, SleepMsWaitsAtLeastThatLongAndAtLeastOneMillisecond) {
     msPerPause = 0.001;
-    const struct {
-        double ms;
-        std::size_t microseconds;
-    } cases[] = {
+    const std::pair<double, std::size_t> cases[] = {
         {3, 3000},
         {1.25, 1250},
         {1.0005, 1001},
@@ -247,10 +246,7 @@ TEST_F(ElapsedTimeTest, SleepMsWaitsAtLeastThatLongAndAtLeastOneMillisecond) {
 }
 
 TEST_F(ElapsedTimeTest, SleepMsPausesForATenThousandthInMicroseconds) {
-    const struct {
-        double ms;
-        useconds_t pause;
-    } cases[] = {
+    const std::pair<double, useconds_t> cases[] = {
         {1, 0},
         {9999.999, 0},
         {10000, 1},
@@ -280,11 +276,7 @@ TEST_F(ElapsedTimeTest, MonotonicNowIsTheReadingOfTheClock) {
 }
 
 TEST(GetElapsedSecTest, IsTheDifferenceOfTwoReadings) {
-    const struct {
-        timespec later;
-        timespec earlier;
-        double seconds;
-    } cases[] = {
+    const std::tuple<timespec, timespec, double> cases[] = {
         {{10, 500000000}, {9, 0}, 1.5},   {{11, 0}, {9, 500000000}, 1.5},
         {{10, 1}, {10, 0}, 1e-9},         {{10, 250000000}, {10, 0}, 0.25},
         {{10, 0}, {9, 999000000}, 0.001}, {{11, 0}, {10, 0}, 1},

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "util/util.h"
 
@@ -13,13 +14,7 @@ using namespace std::string_literals;
 namespace {
 
 TEST(TrimTest, RemovesOneCharacterFromTheEnds) {
-    const struct {
-        std::string text;
-        char c;
-        std::string fromStart;
-        std::string fromEnd;
-        std::string both;
-    } cases[] = {
+    const std::tuple<std::string, char, std::string, std::string, std::string> cases[] = {
         {"xxaxx", 'x', "axx", "xxa", "a"},
         {"xaxbx", 'x', "axbx", "xaxb", "axb"},
         {"xa", 'x', "a", "xa", "a"},
@@ -53,12 +48,7 @@ TEST(TrimTest, RemovesOneCharacterFromTheEnds) {
 }
 
 TEST(BeginsAndEndsWithTest, ACharacterIsTheFirstOrTheLast) {
-    const struct {
-        std::string text;
-        char c;
-        bool begins;
-        bool ends;
-    } cases[] = {
+    const std::tuple<std::string, char, bool, bool> cases[] = {
         {"ab", 'a', true, false},    {"ab", 'b', false, true},     {"aba", 'a', true, true},
         {"aba", 'b', false, false},  {"a", 'a', true, true},       {"A", 'a', false, false},
         {"", 'a', false, false},     {"", '\0', false, false},     {"\0a"s, '\0', true, false},
@@ -72,12 +62,7 @@ TEST(BeginsAndEndsWithTest, ACharacterIsTheFirstOrTheLast) {
 }
 
 TEST(BeginsAndEndsWithTest, AStringIsComparedByteForByte) {
-    const struct {
-        std::string text;
-        std::string part;
-        bool begins;
-        bool ends;
-    } cases[] = {
+    const std::tuple<std::string, std::string, bool, bool> cases[] = {
         {"messages.txt", "messages", true, false},
         {"messages.txt", ".txt", false, true},
         {"messages.txt", "messages.txt", true, true},

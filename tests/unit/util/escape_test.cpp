@@ -7,6 +7,7 @@
 #include <climits>
 #include <map>
 #include <string>
+#include <tuple>
 
 #include "util/util.h"
 
@@ -54,11 +55,7 @@ TEST(DashboardToJsonTest, EscapesInPlace) {
 }
 
 TEST(GetIpAddrStringTest, TheFirstOctetIsTheMostSignificantByte) {
-    const struct {
-        unsigned int address;
-        const char* dotted;
-        const char* withHex;
-    } cases[] = {
+    const std::tuple<unsigned int, const char*, const char*> cases[] = {
         {0xC0A80001, "192.168.0.1", "192.168.0.1 (0xc0a80001)"},
         {0x7F000001, "127.0.0.1", "127.0.0.1 (0x7f000001)"},
         {0x01020304, "1.2.3.4", "1.2.3.4 (0x01020304)"},

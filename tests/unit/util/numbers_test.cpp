@@ -5,6 +5,8 @@
 
 #include <cmath>
 #include <limits>
+#include <tuple>
+#include <utility>
 
 #include "util/util.h"
 
@@ -13,10 +15,7 @@ namespace {
 constexpr double Infinity = std::numeric_limits<double>::infinity();
 
 TEST(FormatSiTest, EveryPrefixHasItsMagnitude) {
-    const struct {
-        double value;
-        const char* text;
-    } cases[] = {
+    const std::pair<double, const char*> cases[] = {
         {5e-12, "   5.000 fB"},  {5e-9, "   5.000 nB"},   {5e-6, "   5.000 uB"},
         {5e-3, "   5.000 mB"},   {5, "   5.000  B"},      {5e3, "   5.000 kB"},
         {5e6, "   5.000 MB"},    {5e9, "   5.000 GB"},    {5e12, "   5.000 TB"},
@@ -43,11 +42,7 @@ TEST(FormatSiTest, TheUnitMayBeEmptyOrHoldAnything) {
 // The greatest value of each prefix, and what the next double above it reads. The divisors are not
 // exact powers of ten, and these limits tell.
 TEST(FormatSiTest, APrefixReachesTo999Point999TimesItsDivisor) {
-    const struct {
-        double greatest;
-        const char* text;
-        const char* next;
-    } cases[] = {
+    const std::tuple<double, const char*, const char*> cases[] = {
         {9.99999e-10, " 999.999 fB", "   1.000 nB"},
         {9.999990000000001e-07, " 999.999 nB", "   1.000 uB"},
         {0.0009999990000000001, " 999.999 uB", "   1.000 mB"},
@@ -80,10 +75,7 @@ TEST(FormatSiTest, TheSmallestMagnitudesReadZero) {
 }
 
 TEST(FormatSiTest, TheGreatestMagnitudesHaveAnExponentAndNoSign) {
-    const struct {
-        double value;
-        const char* text;
-    } cases[] = {
+    const std::pair<double, const char*> cases[] = {
         {1e18, "  1.000e+18 V"},     {-1e18, "  1.000e+18 V"},     {-1.5e100, " 1.500e+100 V"},
         {Infinity, "        inf V"}, {-Infinity, "        inf V"},
     };
@@ -92,10 +84,7 @@ TEST(FormatSiTest, TheGreatestMagnitudesHaveAnExponentAndNoSign) {
 }
 
 TEST(FormatNumWithCommasTest, GroupsOfThreeDigitsFromTheRight) {
-    const struct {
-        unsigned int n;
-        const char* text;
-    } cases[] = {
+    const std::pair<unsigned int, const char*> cases[] = {
         {0, "0"},
         {9, "9"},
         {999, "999"},

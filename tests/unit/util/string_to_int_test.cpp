@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <limits>
 #include <string>
+#include <tuple>
 
 #include "tests/support/files.h"
 #include "util/util.h"
@@ -18,25 +19,8 @@ constexpr int Min = std::numeric_limits<int>::min();
 constexpr int Max = std::numeric_limits<int>::max();
 constexpr unsigned long Untouched = 77;
 
-struct Number {
-    std::string text;
-    int minimum;
-    int maximum;
-    int base;
-    int value;
-    unsigned long consumed;
-};
-
-struct NoNumber {
-    std::string text;
-    int minimum;
-    int maximum;
-    int base;
-    unsigned long consumed;
-};
-
-TEST(StringToIntTest, TakesTheNumberAtTheFront) {
-    const Number cases[] = {
+TEST(StringToIntTest, ReadsTheNumberAtTheFront) {
+    const std::tuple<std::string, int, int, int, int, unsigned long> cases[] = {
         {"0", 0, 100, 10, 0, 1},
         {"100", 0, 100, 10, 100, 3},
         {"7", 7, 7, 10, 7, 1},
@@ -47,7 +31,7 @@ TEST(StringToIntTest, TakesTheNumberAtTheFront) {
         {"007", 0, 999, 10, 7, 3},
         {"2147483647", Min, Max, 10, Max, 10},
         {"-2147483648", Min, Max, 10, Min, 11},
-        // Blanks around it go and do not count; other white space before it counts.
+        // Blanks around it are dropped and do not count; other white space before it counts.
         {"  42  ", 0, 100, 10, 42, 2},
         {"   42", 0, 100, 10, 42, 2},
         {"42   ", 0, 100, 10, 42, 2},
@@ -73,74 +57,70 @@ TEST(StringToIntTest, TakesTheNumberAtTheFront) {
         {"1012", 0, 100, 2, 5, 3},
         {"z", 0, 100, 36, 35, 1},
     };
-    for (const Number& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.text) + " in base " + std::to_string(c.base));
+    for (const auto& [text, minimum, maximum, base, expected, expectedConsumed] : cases) {
+        SCOPED_TRACE(testing::PrintToString(text) + " in base " + std::to_string(base));
         int value = 55;
         unsigned long consumed = Untouched;
-        EXPECT_SUCCESS(Util::StringToInt(c.text, value, c.minimum, c.maximum, &consumed, c.base));
-        EXPECT_EQ(value, c.value);
-        EXPECT_EQ(consumed, c.consumed);
+        EXPECT_SUCCESS(Util::StringToInt(text, value, minimum, maximum, &consumed, base));
+        EXPECT_EQ(value, expected);
+        EXPECT_EQ(consumed, expectedConsumed);
     }
 }
 
-TEST(StringToIntTest, FailsWithValueZero) {
-    const NoNumber cases[] = {
-        // Nothing to convert: consumed stays.
-        {"", 0, 100, 10, Untouched},
-        {" ", 0, 100, 10, Untouched},
-        {"    ", 0, 100, 10, Untouched},
-        {"\t", 0, 100, 10, Untouched},
-        {"abc", 0, 100, 10, Untouched},
-        {"a1", 0, 100, 10, Untouched},
-        {".5", 0, 100, 10, Untouched},
-        {"-", -10, 10, 10, Untouched},
-        {"+", -10, 10, 10, Untouched},
-        {"--5", -10, 10, 10, Untouched},
-        {"+-5", -10, 10, 10, Untouched},
-        {"- 5", -10, 10, 10, Untouched},
-        {"\0"s + "5", 0, 100, 10, Untouched},
-        {"\xff", 0, 100, 10, Untouched},
-        {"g", 0, 100, 16, Untouched},
-        {"9", 0, 100, 8, Untouched},
-        {"2", 0, 100, 2, Untouched},
-        // No base of a number.
-        {"5", 0, 100, 1, Untouched},
-        {"5", 0, 100, 37, Untouched},
-        {"5", 0, 100, -10, Untouched},
-        // More than a long holds: consumed stays.
-        {"9223372036854775808", Min, Max, 10, Untouched},
-        {"-9223372036854775809", Min, Max, 10, Untouched},
-        {"99999999999999999999", Min, Max, 10, Untouched},
-        {"-99999999999999999999", Min, Max, 10, Untouched},
-        // Out of bounds: consumed is told.
-        {"101", 0, 100, 10, 3},
-        {"  101  ", 0, 100, 10, 3},
-        {"101abc", 0, 100, 10, 3},
-        {"-1", 0, 100, 10, 2},
-        {"-11", -10, 10, 10, 3},
-        {"11", -10, 10, 10, 2},
-        {"6", 7, 7, 10, 1},
-        {"8", 7, 7, 10, 1},
-        {"0", 1, 999, 10, 1},
-        {"5", 10, 0, 10, 1},
-        {"2147483648", Min, Max, 10, 10},
-        {"-2147483649", Min, Max, 10, 11},
-        {"4294967297", 0, 100, 10, 10},
-        {"-4294967295", 0, 100, 10, 11},
-        {"9223372036854775807", Min, Max, 10, 19},
-        {"-9223372036854775808", Min, Max, 10, 20},
-    };
-    for (const NoNumber& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.text) + " in base " + std::to_string(c.base));
-        int value = 55;
-        unsigned long consumed = Untouched;
-        EXPECT_FAILURE(Util::StringToInt(c.text, value, c.minimum, c.maximum, &consumed, c.base));
-        EXPECT_EQ(value, 0);
-        EXPECT_EQ(consumed, c.consumed);
+void ExpectFailure(const std::string& text, int minimum, int maximum, int base,
+                   unsigned long expectedConsumed) {
+    SCOPED_TRACE(testing::PrintToString(text) + " in base " + std::to_string(base));
+    int value = 55;
+    unsigned long consumed = Untouched;
+    EXPECT_FAILURE(Util::StringToInt(text, value, minimum, maximum, &consumed, base));
+    EXPECT_EQ(value, 0);
+    EXPECT_EQ(consumed, expectedConsumed);
+}
+
+TEST(StringToIntTest, ATextWithoutANumberIsAFailure) {
+    for (const std::string& text :
+         {""s, " "s, "    "s, "\t"s, "abc"s, "a1"s, ".5"s, "\0"s + "5", "\xff"s}) {
+        ExpectFailure(text, 0, 100, 10, Untouched);
+    }
+    for (const char* text : {"-", "+", "--5", "+-5", "- 5"}) {
+        ExpectFailure(text, -10, 10, 10, Untouched);
+    }
+    ExpectFailure("g", 0, 100, 16, Untouched);
+    ExpectFailure("9", 0, 100, 8, Untouched);
+    ExpectFailure("2", 0, 100, 2, Untouched);
+}
+
+TEST(StringToIntTest, ABaseThatDoesNotExistIsAFailure) {
+    for (const int base : {1, 37, -10}) ExpectFailure("5", 0, 100, base, Untouched);
+}
+
+TEST(StringToIntTest, MoreThanALongHoldsIsAFailure) {
+    for (const char* text : {"9223372036854775808", "-9223372036854775809", "99999999999999999999",
+                             "-99999999999999999999"}) {
+        ExpectFailure(text, Min, Max, 10, Untouched);
     }
 }
 
-TEST(StringToIntTest, ErrnoIsTheCallers) {
+TEST(StringToIntTest, ANumberOutOfBoundsIsAFailureWithTheNumberOfCharacters) {
+    ExpectFailure("101", 0, 100, 10, 3);
+    ExpectFailure("  101  ", 0, 100, 10, 3);
+    ExpectFailure("101abc", 0, 100, 10, 3);
+    ExpectFailure("-1", 0, 100, 10, 2);
+    ExpectFailure("-11", -10, 10, 10, 3);
+    ExpectFailure("11", -10, 10, 10, 2);
+    ExpectFailure("6", 7, 7, 10, 1);
+    ExpectFailure("8", 7, 7, 10, 1);
+    ExpectFailure("0", 1, 999, 10, 1);
+    ExpectFailure("5", 10, 0, 10, 1);
+    ExpectFailure("2147483648", Min, Max, 10, 10);
+    ExpectFailure("-2147483649", Min, Max, 10, 11);
+    ExpectFailure("4294967297", 0, 100, 10, 10);
+    ExpectFailure("-4294967295", 0, 100, 10, 11);
+    ExpectFailure("9223372036854775807", Min, Max, 10, 19);
+    ExpectFailure("-9223372036854775808", Min, Max, 10, 20);
+}
+
+TEST(StringToIntTest, LeavesErrnoAsItWas) {
     for (const int error : {0, EPERM, ERANGE}) {
         int value = 0;
         errno = error;
@@ -151,7 +131,7 @@ TEST(StringToIntTest, ErrnoIsTheCallers) {
     }
 }
 
-TEST(StringToIntTest, NeedNotTellWhatItConsumed) {
+TEST(StringToIntTest, TheNumberOfCharactersIsOptional) {
     int value = 55;
     EXPECT_SUCCESS(Util::StringToInt("42", value, 0, 100, nullptr, 10));
     EXPECT_EQ(value, 42);

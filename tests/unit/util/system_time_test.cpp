@@ -6,54 +6,37 @@
 #include <cstdlib>
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "util/util.h"
 
 namespace {
 
-struct DateAndTime {
-    std::string date;
-    std::string time;
-
-    bool operator==(const DateAndTime&) const = default;
-};
-
-// A clock that is `offset` seconds ahead of UTC, read without any zone.
-DateAndTime Expected(std::time_t offset) {
+// Date and time of a clock that is `offset` seconds ahead of UTC, read without any zone.
+std::string Expected(std::time_t offset) {
     const std::time_t shifted = std::time(nullptr) + offset;
     std::tm utc{};
     (void)gmtime_r(&shifted, &utc);
-    char date[32];
-    char time[32];
-    (void)std::strftime(date, sizeof date, "%m/%d/%y", &utc);
-    (void)std::strftime(time, sizeof time, "%H:%M:%S", &utc);
-    return {date, time};
+    char text[32];
+    (void)std::strftime(text, sizeof text, "%m/%d/%y %H:%M:%S", &utc);
+    return text;
 }
 
-class SystemTimeTest : public testing::Test {
-protected:
-    ~SystemTimeTest() override { (void)unsetenv("TZ"); }
-
-    static void ExpectInZone(const char* zone, std::time_t offset) {
-        SCOPED_TRACE(zone);
+// Zones a day apart: date and time cannot be right by chance, and each change of TZ counts at once.
+TEST(SystemTimeTest, IsTheLocalDateAndTimeOfNow) {
+    const std::pair<const char*, std::time_t> zones[] = {
+        {"UTC0", 0}, {"East-24", 86400}, {"West24", -86400}, {"Between-05:45", 20700}};
+    for (const auto& [zone, offset] : zones) {
         (void)setenv("TZ", zone, 1);
-        DateAndTime expected;
-        DateAndTime actual;
+        std::string expected;
+        std::string actual;
         do {  // Once more if the clock ticked in between.
             expected = Expected(offset);
-            actual = {Util::GetSystemDate(), Util::GetSystemTime()};
+            actual = Util::GetSystemDate() + ' ' + Util::GetSystemTime();
         } while (Expected(offset) != expected);
-        EXPECT_EQ(actual.date, expected.date);
-        EXPECT_EQ(actual.time, expected.time);
+        EXPECT_EQ(actual, expected) << zone;
     }
-};
-
-// Zones a day apart: date and time cannot be right by chance, and each change of TZ counts at once.
-TEST_F(SystemTimeTest, IsTheLocalDateAndTimeOfNow) {
-    ExpectInZone("UTC0", 0);
-    ExpectInZone("East-24", 86400);
-    ExpectInZone("West24", -86400);
-    ExpectInZone("Between-05:45", 5 * 3600 + 45 * 60);
+    (void)unsetenv("TZ");
 }
 
 }  // namespace

@@ -5,16 +5,15 @@
 
 #include <limits>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "util/util.h"
 
 namespace {
 
 TEST(TruncateTest, AShortEnoughTextStays) {
-    const struct {
-        const char* text;
-        unsigned long maxLength;
-    } cases[] = {
+    const std::pair<const char*, unsigned long> cases[] = {
         {"", 0},
         {"", 4},
         {"a", 1},
@@ -33,11 +32,7 @@ TEST(TruncateTest, AShortEnoughTextStays) {
 }
 
 TEST(TruncateTest, ALongerTextEndsInDotsOrIsEmptied) {
-    const struct {
-        const char* text;
-        unsigned long maxLength;
-        const char* truncated;
-    } cases[] = {
+    const std::tuple<const char*, unsigned long, const char*> cases[] = {
         {"0123456789", 9, "012345..."},
         {"0123456789", 5, "01..."},
         {"0123456789", 4, "0..."},
