@@ -1,14 +1,13 @@
 // SPDX-FileCopyrightText: 2026 The vandis-moraine authors
 // SPDX-License-Identifier: MIT
 
-// Severity filter, sinks, settings and the general formatter.
+// Severity filter, sinks, settings and the names of Util.
 #include <gmock/gmock.h>
 
-#include <cstdlib>
-#include <ctime>
 #include <functional>
 #include <limits>
 #include <string>
+#include <tuple>
 
 #include "tests/unit/logging/logging_test.h"
 
@@ -32,16 +31,12 @@ TEST_F(BackEndTest, StartsAtInfoWithoutStandardOutputAndCallback) {
         Logging::AddEntryToUserLog(Logging::SeverityInfo, "date", "time", "nobody is called");
     });
     EXPECT_EQ(printed, "");
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, "info"}}));
+    EXPECT_LOG(Info("info"));
 }
 
 TEST_F(BackEndTest, TheSeveritiesAreSyslogsPriorities) {
     Logging::SetLogLevel(Logging::SeverityDebug);
-    const struct {
-        Logging::LOGGING_SEVERITY_LEVEL level;
-        int priority;
-        const char* name;
-    } cases[] = {
+    const std::tuple<Logging::LOGGING_SEVERITY_LEVEL, int, const char*> cases[] = {
         {Logging::SeverityEmergency, LOG_EMERG, "Emergency"},
         {Logging::SeverityAlert, LOG_ALERT, "Alert"},
         {Logging::SeverityCritical, LOG_CRIT, "Critical"},
@@ -54,7 +49,7 @@ TEST_F(BackEndTest, TheSeveritiesAreSyslogsPriorities) {
     for (const auto& [level, priority, name] : cases) {
         SCOPED_TRACE(name);
         Logging::AddEntryToSyslog(level, "text");
-        EXPECT_EQ(log.Take(), (LogLines{{priority, "text"}}));
+        EXPECT_LOG(LogLine{priority, "text"});
         std::string actual = "of before";
         Logging::GetSeverityAsString(level, actual);
         EXPECT_EQ(actual, name);
@@ -117,7 +112,7 @@ TEST_F(BackEndTest, AMessageIsWrittenAsItStands) {
     for (const std::string& message : messages) {
         const std::string printed =
             PrintedBy([&message] { Logging::AddEntryToSyslog(Logging::SeverityInfo, message); });
-        EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, message}}));
+        EXPECT_LOG(Info(message));
         EXPECT_EQ(printed, message + "\n\r");
     }
 }
@@ -133,10 +128,7 @@ TEST_F(BackEndTest, StandardOutputIsSwitchedOnAndOff) {
         Log::Info("off again");
     });
     EXPECT_EQ(printed, "on\n\r100%\n\r");
-    EXPECT_EQ(
-        log.Take(),
-        (LogLines{
-            {LOG_INFO, "off"}, {LOG_INFO, "on"}, {LOG_ERR, "100%"}, {LOG_INFO, "off again"}}));
+    EXPECT_LOG(Info("off"), Info("on"), Error("100%"), Info("off again"));
 }
 
 // The hook that is under test writes its line once.
@@ -159,12 +151,8 @@ TEST_F(BackEndTest, TheHookWritesItsEntriesBeforeTheOneThatIsDue) {
     Log::Error("more text");
     hasReport = true;
     Logging::AddEntryWithLocation(Logging::SeverityWarning, false, "text", "file", nullptr, 1);
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, "nothing to report"},
-                                    {LOG_INFO, "noted earlier"},
-                                    {LOG_ERR, "text"},
-                                    {LOG_ERR, "more text"},
-                                    {LOG_INFO, "noted earlier"},
-                                    {LOG_WARNING, "file(1) text"}}));
+    EXPECT_LOG(Info("nothing to report"), Info("noted earlier"), Error("text"), Error("more text"),
+               Info("noted earlier"), Warning("file(1) text"));
 }
 
 TEST_F(BackEndTest, TheHooksEntriesComeFirstOnStandardOutputToo) {
@@ -183,53 +171,12 @@ TEST_F(BackEndTest, AHookThatWasTakenBackIsNotCalled) {
     hasReport = false;
 }
 
-// Local time as any program of the device reads it.
-std::string LocalDateAndTime() {
-    const std::time_t now = std::time(nullptr);
-    char text[32];
-    (void)std::strftime(text, sizeof text, "%m/%d/%y %H:%M:%S", std::localtime(&now));
-    return text;
-}
-
-TEST(SystemTimeTest, IsLocal) {
-    for (const char* zone : {"UTC0", "East-24", "West24", "Between-05:45"}) {
-        (void)setenv("TZ", zone, 1);
-        std::string expected;
-        std::string actual;
-        do {  // Once more if the clock ticked in between.
-            expected = LocalDateAndTime();
-            actual = Logging::GetSystemDate() + ' ' + Logging::GetSystemTime();
-        } while (LocalDateAndTime() != expected);
-        EXPECT_EQ(actual, expected) << zone;
-    }
-    (void)unsetenv("TZ");
-}
-
-TEST(GeneralFormatTest, HoldsUpTo4095Characters) {
-    EXPECT_EQ(Logging::Format("%s.%03u", "messages", 7U), "messages.007");
+TEST(LoggingNames, ForTheFormatterAndTheSystemTimeAreThoseOfUtil) {
+    EXPECT_EQ(&Logging::GetSystemDate, &Util::GetSystemDate);
+    EXPECT_EQ(&Logging::GetSystemTime, &Util::GetSystemTime);
+    using Formatter = std::string (*)(const char*, ...);
+    EXPECT_EQ(static_cast<Formatter>(Logging::Format), static_cast<Formatter>(Util::Format));
     EXPECT_EQ(Logging::Format("%s.%03u"s, "messages", 7U), "messages.007");
-    for (const std::size_t length : {256, 4094, 4095}) {
-        const std::string text = NumberedText(length);
-        EXPECT_EQ(Logging::Format("%s", text.c_str()), text);
-        EXPECT_EQ(Logging::Format("%s"s, text.c_str()), text);
-    }
-    for (const std::size_t length : {4096, 4097, 100000}) {
-        const std::string text = NumberedText(length);
-        EXPECT_EQ(Logging::Format("%s", text.c_str()), "(truncated)");
-        EXPECT_EQ(Logging::Format("%s"s, text.c_str()), "(truncated)");
-    }
-}
-
-TEST(GeneralFormatTest, AnEncodingErrorIsReplacedByAMarker) {
-    EXPECT_EQ(Logging::Format("before %ls", Unencodable), "Formatting error");
-    EXPECT_EQ(Logging::Format("before %ls"s, Unencodable), "Formatting error");
-}
-
-// The front end's Format would take a literal zero for its argument list.
-TEST(GeneralFormatTest, ALiteralZeroIsAnArgument) {
-    EXPECT_EQ(Logging::Format("%d", 0), "0");
-    EXPECT_EQ(Logging::Format("%d"s, 0), "0");
-    EXPECT_EQ(Logging::Format("%d%d%s", 0, 0, "x"), "00x");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <cstdarg>
 #include <string>
+#include <utility>
 
 #include "tests/support/memory.h"
 #include "tests/unit/logging/logging_test.h"
@@ -57,7 +58,7 @@ TEST_F(FrontEndTest, ADroppedMessageIsNotFormatted) {
         Logging::SetLogLevel(Level(severity - 1));
         function("%s", static_cast<const char*>(page));
     }
-    EXPECT_EQ(log.Take(), LogLines());
+    EXPECT_LOG();
     EXPECT_EQ(munmap(page, 1), 0);
 }
 
@@ -66,14 +67,13 @@ TEST_F(FrontEndTest, ArgumentsMayBeNoneZeroOrEmpty) {
     Log::Info("100%%");
     Log::Info("%d", 0);
     Log::Info("%s", "");
-    EXPECT_EQ(log.Take(),
-              (LogLines{{LOG_INFO, "plain"}, {LOG_INFO, "100%"}, {LOG_INFO, "0"}, {LOG_INFO, ""}}));
+    EXPECT_LOG(Info("plain"), Info("100%"), Info("0"), Info(""));
 }
 
 TEST_F(FrontEndTest, PercentSignsOfArgumentsAreText) {
     Log::Info("%s", "%s%n%d 100%");
     Log::Info("%s", "%%");
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, "%s%n%d 100%"}, {LOG_INFO, "%%"}}));
+    EXPECT_LOG(Info("%s%n%d 100%"), Info("%%"));
 }
 
 TEST_F(FrontEndTest, AMessageOf255CharactersIsWholeAndALongerOneIsElided) {
@@ -81,13 +81,13 @@ TEST_F(FrontEndTest, AMessageOf255CharactersIsWholeAndALongerOneIsElided) {
         SCOPED_TRACE(length);
         const std::string message = NumberedText(length);
         Log::Info("%s", message.c_str());
-        EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, message}}));
+        EXPECT_LOG(Info(message));
     }
     for (const std::size_t length : {256, 257, 300, 512, 100000}) {
         SCOPED_TRACE(length);
         const std::string message = NumberedText(length);
         Log::Info("%s", message.c_str());
-        EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, message.substr(0, 252) + " ..."}}));
+        EXPECT_LOG(Info(message.substr(0, 252) + " ..."));
     }
 }
 
@@ -97,20 +97,19 @@ TEST_F(FrontEndTest, EveryFunctionElides) {
     for (const auto& [name, function, severity] : Functions) {
         SCOPED_TRACE(name);
         function("%s", message.c_str());
-        EXPECT_EQ(log.Take(), (LogLines{{severity, message.substr(0, 252) + " ..."}}));
+        EXPECT_LOG(LogLine{severity, message.substr(0, 252) + " ..."});
     }
 }
 
 TEST_F(FrontEndTest, AnEncodingErrorIsReplacedByAMarker) {
     Log::Error("before %ls", Unencodable);
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_ERR, "Formatting error"}}));
+    EXPECT_LOG(Error("Formatting error"));
 }
 
 TEST_F(FrontEndTest, AMessageIsOneEntryWhateverItHolds) {
     Log::Info("%s", "one\ntwo\r\n\tthree\n");
     Log::Info("a\xc3\xa4\xff");
-    EXPECT_EQ(log.Take(),
-              (LogLines{{LOG_INFO, "one\ntwo\r\n\tthree\n"}, {LOG_INFO, "a\xc3\xa4\xff"}}));
+    EXPECT_LOG(Info("one\ntwo\r\n\tthree\n"), Info("a\xc3\xa4\xff"));
 }
 
 // A line comes out when memory has run out, too.
@@ -155,10 +154,7 @@ TEST(FrontEndFormatTest, KeepsZeroBytes) {
 }
 
 TEST(ElideTest, ReplacesTheLastFourCharacters) {
-    const struct {
-        const char* text;
-        const char* elided;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"", ""},
         {"a", "a"},
         {"abc", "abc"},

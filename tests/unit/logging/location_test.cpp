@@ -5,6 +5,7 @@
 #include <limits>
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/unit/logging/logging_test.h"
@@ -42,12 +43,7 @@ protected:
 };
 
 TEST_F(LocationTest, TheLocationIsFileFunctionAndLine) {
-    const struct {
-        const char* file;
-        const char* function;
-        int line;
-        const char* entry;
-    } cases[] = {
+    const std::tuple<const char*, const char*, int, const char*> cases[] = {
         {"rotate/archive.cpp", "Archive", 42, "archive.cpp:Archive(42) text"},
         {"/work/rotate/archive.cpp", "Archive", 42, "archive.cpp:Archive(42) text"},
         {"archive.cpp", "Archive", 42, "archive.cpp:Archive(42) text"},
@@ -76,7 +72,7 @@ TEST_F(LocationTest, TheLocationIsFileFunctionAndLine) {
     for (const auto& [file, function, line, entry] : cases) {
         SCOPED_TRACE(entry);
         Logging::AddEntryWithLocation(Logging::SeverityInfo, false, "text", file, function, line);
-        EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, entry}}));
+        EXPECT_LOG(Info(entry));
     }
 }
 
@@ -85,16 +81,16 @@ TEST_F(LocationTest, TheMessageIsWrittenAsItStands) {
          {std::string(), std::string("%s%n 100%"), NumberedText(300)}) {
         Logging::AddEntryWithLocation(Logging::SeverityError, false, message, "file", "Function",
                                       1);
-        EXPECT_EQ(log.Take(), (LogLines{{LOG_ERR, "file:Function(1) " + message}}));
+        EXPECT_LOG(Error("file:Function(1) " + message));
     }
 }
 
 TEST_F(LocationTest, TheLevelFiltersTheEntry) {
     Logging::AddEntryWithLocation(Logging::SeverityDebug, false, "debug", "file", "Function", 1);
-    EXPECT_EQ(log.Take(), LogLines());
+    EXPECT_LOG();
     Logging::SetLogLevel(Logging::SeverityDebug);
     Logging::AddEntryWithLocation(Logging::SeverityDebug, false, "debug", "file", "Function", 1);
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_DEBUG, "file:Function(1) debug"}}));
+    EXPECT_LOG(Debug("file:Function(1) debug"));
 }
 
 TEST_F(CallbackTest, GetsLevelDateTimeAndThePlainMessage) {
@@ -123,7 +119,7 @@ TEST_F(CallbackTest, IsCalledAfterTheEntryWasWritten) {
 TEST_F(CallbackTest, IsCalledForADroppedEntryToo) {
     RegisterCallback();
     Logging::AddEntryWithLocation(Logging::SeverityDebug, true, "debug", "file", "F", 1);
-    EXPECT_EQ(log.Take(), LogLines());
+    EXPECT_LOG();
     ASSERT_EQ(userLog.size(), 1U);
     EXPECT_EQ(userLog[0].level, LOG_DEBUG);
     EXPECT_EQ(userLog[0].message, "debug");
@@ -141,7 +137,7 @@ TEST_F(CallbackTest, IsCalledForNothingElse) {
 TEST_F(CallbackTest, WithoutOneOnlyTheEntryIsWritten) {
     Logging::AddEntryWithLocation(Logging::SeverityInfo, true, "text", "file", "F", 1);
     Logging::AddEntryToUserLog(Logging::SeverityInfo, "date", "time", "nobody is called");
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_INFO, "file:F(1) text"}}));
+    EXPECT_LOG(Info("file:F(1) text"));
 }
 
 TEST_F(CallbackTest, AddEntryToUserLogHandsOverItsArguments) {
@@ -149,7 +145,7 @@ TEST_F(CallbackTest, AddEntryToUserLogHandsOverItsArguments) {
     Logging::AddEntryToUserLog(Logging::SeverityNotice, "a", "b", "c");
     Logging::AddEntryToUserLog(Logging::SeverityDebug, "", "", "");
     EXPECT_EQ(userLog, (UserEntries{{LOG_NOTICE, "a", "b", "c"}, {LOG_DEBUG, "", "", ""}}));
-    EXPECT_EQ(log.Take(), LogLines());
+    EXPECT_LOG();
 }
 
 TEST_F(CallbackTest, AnEmptyOneUnregisters) {

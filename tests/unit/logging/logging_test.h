@@ -27,7 +27,7 @@ inline Logging::LOGGING_SEVERITY_LEVEL Level(int value) {
     return static_cast<Logging::LOGGING_SEVERITY_LEVEL>(value);
 }
 
-// A text of which every piece tells its place.
+// A text in which no piece occurs twice.
 inline std::string NumberedText(std::size_t length) {
     std::string text;
     for (int number = 0; text.size() < length; ++number) text += std::to_string(number) + ' ';
