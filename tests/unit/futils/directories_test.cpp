@@ -21,7 +21,7 @@ std::function<void()> beforeNextMkdir;
 
 }  // namespace
 
-// Somebody else may be faster; no mount can show that.
+// Another process may be faster; no mount can show that.
 extern "C" int mkdir(const char* path, mode_t mode) noexcept {
     static auto* const real =
         reinterpret_cast<int (*)(const char*, mode_t)>(dlsym(RTLD_NEXT, "mkdir"));
@@ -54,12 +54,10 @@ TEST_F(CreateDirTest, CreatesOneLevel) {
     EXPECT_SUCCESS(Futils::CreateDir(folder / "a 'b' \"c\" $d\n\xff"));
     EXPECT_DIR(folder, {{"new/", ""}, {"a 'b' \"c\" $d\n\xff/", ""}});
     EXPECT_DIR(folder / "new", {{"inner/", ""}});
-    ExpectNoLines();
 }
 
 TEST_F(CreateDirTest, AnExistingFolderIsASuccessThatTouchesNothing) {
-    WriteFile(folder / "dir" / "inside", "1");
-    fs::create_symlink("dir", folder / "link");
+    MakeDir(folder, {{"dir/inside", "1"}, {"link@", "dir"}});
     const Mounted readOnly = Mounted::ReadOnly(folder);
     for (const char* name : {"dir", "dir/", "link"}) {
         bool tried = false;
@@ -69,13 +67,10 @@ TEST_F(CreateDirTest, AnExistingFolderIsASuccessThatTouchesNothing) {
     }
     beforeNextMkdir = nullptr;
     EXPECT_DIR(folder / "dir", {{"inside", "1"}});
-    ExpectNoLines();
 }
 
-TEST_F(CreateDirTest, WhatTheFileSystemRefusesIsTold) {
-    WriteFile(folder / "file", "1");
-    fs::create_symlink("nowhere", folder / "dangling");
-    fs::create_symlink("file", folder / "link to file");
+TEST_F(CreateDirTest, WhatTheFileSystemRefusesIsLogged) {
+    MakeDir(folder, {{"file", "1"}, {"dangling@", "nowhere"}, {"link to file@", "file"}});
     for (const std::string name :
          {"missing/new", "file", "file/new", "dangling", "dangling/new", "link to file"}) {
         ExpectFailure(folder / name);
@@ -83,7 +78,7 @@ TEST_F(CreateDirTest, WhatTheFileSystemRefusesIsTold) {
     ExpectFailure("");
 }
 
-TEST_F(CreateDirTest, WhatCannotBeTestedIsTriedAndTold) {
+TEST_F(CreateDirTest, WhatCannotBeTestedIsTriedAndLogged) {
     fs::create_symlink("loop", folder / "loop");
     for (const fs::path& dir : {folder / "loop" / "new", folder / std::string(256, 'n')}) {
         const std::string untestable = Reason([&] { (void)fs::status(dir); });
@@ -108,7 +103,7 @@ TEST_F(CreateDirTest, WithoutPermissionFails) {
     ExpectFailure(folder / "new");
 }
 
-TEST_F(CreateDirTest, SomebodyElseCreatingItInBetweenIsAFailure) {
+TEST_F(CreateDirTest, AnotherProcessCreatingItInBetweenIsAFailure) {
     beforeNextMkdir = [this] { fs::create_directory(folder / "new"); };
     EXPECT_FAILURE(Futils::CreateDir(folder / "new"));
     EXPECT_DIR(folder, {{"new/", ""}});
@@ -136,16 +131,13 @@ TEST_F(CreatePathTest, CreatesAllLevelsByOneCommand) {
     EXPECT_TRUE(fs::is_directory(folder / "a" / "b" / "c"));
     EXPECT_EQ(Faults::TakeCalls(),
               (std::vector<std::string>{"system mkdir -p /perm/futils/a/b/c"}));
-    ExpectNoLines();
 }
 
 TEST_F(CreatePathTest, AnExistingFolderIsASuccessWithoutACommand) {
-    fs::create_directory(folder / "dir");
-    fs::create_symlink("dir", folder / "link");
+    MakeDir(folder, {{"dir/", ""}, {"link@", "dir"}});
     EXPECT_SUCCESS(Futils::CreatePath(folder / "dir"));
     EXPECT_SUCCESS(Futils::CreatePath(folder / "link"));
     EXPECT_EQ(Faults::TakeCalls(), std::vector<std::string>());
-    ExpectNoLines();
 }
 
 TEST_F(CreatePathTest, TheShellGetsThePathUnquoted) {
@@ -153,9 +145,8 @@ TEST_F(CreatePathTest, TheShellGetsThePathUnquoted) {
     EXPECT_DIR(folder, {{"a/", ""}, {"b/", ""}});
 }
 
-TEST_F(CreatePathTest, AFailingCommandIsToldTwice) {
-    WriteFile(folder / "file", "1");
-    fs::create_symlink("nowhere", folder / "dangling");
+TEST_F(CreatePathTest, AFailingCommandIsLoggedTwice) {
+    MakeDir(folder, {{"file", "1"}, {"dangling@", "nowhere"}});
     for (const char* name : {"file", "file/new", "dangling", "dangling/new"}) {
         ExpectFailure(folder / name, 256);
     }
@@ -176,32 +167,40 @@ TEST_F(CreatePathTest, WithoutAShellFails) {
                         {LOG_ERR, "Unable to 'mkdir -p /perm/futils/new'."}}));
 }
 
-TEST_F(CreatePathTest, SomebodyElseCreatingItInBetweenDoesNoHarm) {
+TEST_F(CreatePathTest, AnotherProcessCreatingItInBetweenDoesNoHarm) {
     Faults::OnCall("system", [this] { fs::create_directory(folder / "new"); });
     EXPECT_SUCCESS(Futils::CreatePath(folder / "new"));
-    ExpectNoLines();
 }
 
 class DirContentTest : public FutilsTest {
 protected:
-    static constexpr struct {
-        const char* name;
-        int error;
-    } NoFolders[] = {{"missing", ENOENT},  {"%s%n", ENOENT}, {"file", ENOTDIR},
-                     {"dangling", ENOENT}, {"loop", ELOOP},  {"file/x", ENOTDIR}};
+    // Calls `expectFailure` with each path that is no readable folder, and the reason.
+    void ForEachThatIsNoFolder(
+        const std::function<void(const fs::path&, const std::string&)>& expectFailure) const {
+        MakeDir(folder,
+                {{"file", "1"}, {"dangling@", "nowhere"}, {"loop@", "loop"}, {"closed/a", "1"}});
+        fs::permissions(folder / "closed", fs::perms::none);
+        const OrdinaryRights ordinary;
+        const std::pair<fs::path, int> cases[] = {
+            {folder / "missing", ENOENT}, {folder / "%s%n", ENOENT},
+            {folder / "file", ENOTDIR},   {folder / "dangling", ENOENT},
+            {folder / "loop", ELOOP},     {folder / "file/x", ENOTDIR},
+            {folder / "closed", EACCES},  {"", ENOENT}};
+        for (const auto& [dir, error] : cases) expectFailure(dir, CannotOpen(dir, error));
+    }
 
-    // One of each kind, with sizes that tell which of them were counted.
+    // One of each kind, with sizes that show which of them were counted.
     void MakeOneOfEachKind() {
         WriteFile(folder / "b", std::string(20, '.'));
         WriteFile(folder / "a", std::string(3, '.'));
         WriteFile(folder / "c" / "inside", std::string(100, '.'));
         WriteFile(folder / ".hidden", std::string(5000, '.'));
-        WriteFile(folder / "empty");
-        fs::create_symlink("a", folder / "d");
-        fs::create_symlink("c", folder / "link to folder");
-        fs::create_symlink("nowhere", folder / "dangling");
-        ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
-        fs::create_symlink("fifo", folder / "link to fifo");
+        MakeDir(folder, {{"empty", ""},
+                         {"d@", "a"},
+                         {"link to folder@", "c"},
+                         {"dangling@", "nowhere"},
+                         {"fifo?", ""},
+                         {"link to fifo@", "fifo"}});
         fs::create_hard_link(folder / "b", folder / "twin of b");
     }
 
@@ -222,6 +221,12 @@ protected:
 
 class DirSizeTest : public DirContentTest {
 protected:
+    static void ExpectSize(const fs::path& dir, unsigned long expected) {
+        unsigned long size = 4711;
+        EXPECT_SUCCESS(Futils::GetDirSize(dir, size));
+        EXPECT_EQ(size, expected);
+    }
+
     void ExpectFailure(const fs::path& dir, const std::string& reason) {
         SCOPED_TRACE(dir);
         unsigned long size = 4711;
@@ -233,58 +238,32 @@ protected:
 
 TEST_F(DirSizeTest, AddsUpRegularFilesAndLinksToThem) {
     MakeOneOfEachKind();
-    unsigned long size = 4711;
-    EXPECT_SUCCESS(Futils::GetDirSize(folder, size));
-    EXPECT_EQ(size, 20U + 3 + 5000 + 3 + 20);
-    ExpectNoLines();
+    ExpectSize(folder, 20 + 3 + 5000 + 3 + 20);
 }
 
 TEST_F(DirSizeTest, OfAnEmptyFolderIsZero) {
-    unsigned long size = 4711;
-    EXPECT_SUCCESS(Futils::GetDirSize(folder, size));
-    EXPECT_EQ(size, 0U);
+    ExpectSize(folder, 0);
 }
 
 TEST_F(DirSizeTest, DoesNotDescend) {
-    WriteFile(folder / "inner" / "a", "1");
-    WriteFile(folder / "inner" / "b", "1");
-    unsigned long size = 4711;
-    EXPECT_SUCCESS(Futils::GetDirSize(folder, size));
-    EXPECT_EQ(size, 0U);
+    MakeDir(folder, {{"inner/a", "1"}, {"inner/b", "1"}});
+    ExpectSize(folder, 0);
 }
 
 TEST_F(DirSizeTest, MayExceedFourGiB) {
     WriteSparseFile(folder / "a", 3UL << 30);
     WriteSparseFile(folder / "b", 3UL << 30);
-    unsigned long size = 0;
-    EXPECT_SUCCESS(Futils::GetDirSize(folder, size));
-    EXPECT_EQ(size, 6UL << 30);
+    ExpectSize(folder, 6UL << 30);
 }
 
 TEST_F(DirSizeTest, FollowsALinkToTheFolder) {
-    WriteFile(folder / "real" / "a", "123");
-    fs::create_symlink("real", folder / "link");
-    unsigned long size = 0;
-    EXPECT_SUCCESS(Futils::GetDirSize(folder / "link", size));
-    EXPECT_EQ(size, 3U);
+    MakeDir(folder, {{"real/a", "123"}, {"link@", "real"}});
+    ExpectSize(folder / "link", 3);
 }
 
-TEST_F(DirSizeTest, OfWhatIsNoFolderIsAFailure) {
-    WriteFile(folder / "file", "1");
-    fs::create_symlink("nowhere", folder / "dangling");
-    fs::create_symlink("loop", folder / "loop");
-    for (const auto& [name, error] : NoFolders) {
-        ExpectFailure(folder / name, CannotOpen(folder / name, error));
-    }
-    ExpectFailure("", CannotOpen("", ENOENT));
-}
-
-TEST_F(DirSizeTest, AnUnreadableFolderIsAFailure) {
-    WriteFile(folder / "closed" / "a", "1");
-    const fs::path closed = folder / "closed";
-    fs::permissions(closed, fs::perms::none);
-    const OrdinaryRights ordinary;
-    ExpectFailure(closed, CannotOpen(closed, EACCES));
+TEST_F(DirSizeTest, OfWhatIsNoReadableFolderIsAFailure) {
+    ForEachThatIsNoFolder(
+        [this](const fs::path& dir, const std::string& reason) { ExpectFailure(dir, reason); });
 }
 
 TEST_F(DirSizeTest, AFailureOnTheWayGivesZero) {
@@ -304,6 +283,12 @@ class FilesInDirTest : public DirContentTest {
 protected:
     using Names = std::set<std::string>;
 
+    static void ExpectNames(const fs::path& dir, const Names& expected) {
+        Names names{"old"};
+        EXPECT_SUCCESS(Futils::GetFilesInDir(names, dir));
+        EXPECT_EQ(names, expected);
+    }
+
     void ExpectFailure(const std::string& dir, const std::string& reason, const Names& expected) {
         SCOPED_TRACE(dir);
         Names names{"old"};
@@ -315,16 +300,11 @@ protected:
 
 TEST_F(FilesInDirTest, AreTheBareNamesOfRegularFilesAndOfLinksToThem) {
     MakeOneOfEachKind();
-    Names names{"old"};
-    EXPECT_SUCCESS(Futils::GetFilesInDir(names, folder));
-    EXPECT_EQ(names, (Names{".hidden", "a", "b", "d", "empty", "twin of b"}));
-    ExpectNoLines();
+    ExpectNames(folder, {".hidden", "a", "b", "d", "empty", "twin of b"});
 }
 
 TEST_F(FilesInDirTest, OfAnEmptyFolderAreNone) {
-    Names names{"old"};
-    EXPECT_SUCCESS(Futils::GetFilesInDir(names, folder));
-    EXPECT_EQ(names, Names());
+    ExpectNames(folder, {});
 }
 
 TEST_F(FilesInDirTest, ComeInByteOrder) {
@@ -337,30 +317,14 @@ TEST_F(FilesInDirTest, ComeInByteOrder) {
 }
 
 TEST_F(FilesInDirTest, FollowsALinkToTheFolder) {
-    WriteFile(folder / "real" / "a");
-    fs::create_symlink("real", folder / "link");
-    Names names;
-    EXPECT_SUCCESS(Futils::GetFilesInDir(names, folder / "link"));
-    EXPECT_SUCCESS(Futils::GetFilesInDir(names, (folder / "real").string() + "/"));
-    EXPECT_EQ(names, Names{"a"});
+    MakeDir(folder, {{"real/a", ""}, {"link@", "real"}});
+    ExpectNames(folder / "link", {"a"});
+    ExpectNames(folder / "real/", {"a"});
 }
 
-TEST_F(FilesInDirTest, OfWhatIsNoFolderIsAFailure) {
-    WriteFile(folder / "file", "1");
-    fs::create_symlink("nowhere", folder / "dangling");
-    fs::create_symlink("loop", folder / "loop");
-    for (const auto& [name, error] : NoFolders) {
-        ExpectFailure(folder / name, CannotOpen(folder / name, error), {});
-    }
-    ExpectFailure("", CannotOpen("", ENOENT), {});
-}
-
-TEST_F(FilesInDirTest, AnUnreadableFolderIsAFailure) {
-    WriteFile(folder / "closed" / "a", "1");
-    const fs::path closed = folder / "closed";
-    fs::permissions(closed, fs::perms::none);
-    const OrdinaryRights ordinary;
-    ExpectFailure(closed, CannotOpen(closed, EACCES), {});
+TEST_F(FilesInDirTest, OfWhatIsNoReadableFolderIsAFailure) {
+    ForEachThatIsNoFolder(
+        [this](const fs::path& dir, const std::string& reason) { ExpectFailure(dir, reason, {}); });
 }
 
 TEST_F(FilesInDirTest, AFailureOnTheWayLeavesTheNamesFoundUntilThen) {

@@ -56,11 +56,8 @@ protected:
 };
 
 TEST_F(DirectoryWalkTest, MeetsEveryEntryOnceButNeitherItselfNorItsParent) {
-    WriteFile(folder / "file");
-    fs::create_directory(folder / "dir");
-    fs::create_symlink("nowhere", folder / "dangling");
-    WriteFile(folder / ".hidden");
-    WriteFile(folder / "...");
+    MakeDir(folder,
+            {{"file", ""}, {"dir/", ""}, {"dangling@", "nowhere"}, {".hidden", ""}, {"...", ""}});
     std::multiset<std::string> names;
     DirectoryWalk walk(folder.c_str());
     while (walk.Next()) names.insert(walk.Name());
@@ -69,13 +66,13 @@ TEST_F(DirectoryWalkTest, MeetsEveryEntryOnceButNeitherItselfNorItsParent) {
 }
 
 TEST_F(DirectoryWalkTest, KnowsRegularFilesWithAndWithoutTheListing) {
-    WriteFile(folder / "file", "123");
-    fs::create_symlink("file", folder / "link");
-    fs::create_directory(folder / "dir");
-    fs::create_symlink("dir", folder / "link to dir");
-    fs::create_symlink("nowhere", folder / "dangling");
-    fs::create_symlink("file/x", folder / "dangling below a file");
-    ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+    MakeDir(folder, {{"file", "123"},
+                     {"link@", "file"},
+                     {"dir/", ""},
+                     {"link to dir@", "dir"},
+                     {"dangling@", "nowhere"},
+                     {"dangling below a file@", "file/x"},
+                     {"fifo?", ""}});
 
     for (const bool hidden : {false, true}) {
         SCOPED_TRACE(hidden);

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The vandis-moraine authors
 // SPDX-License-Identifier: MIT
 
-// What the tests of the file utilities share: an empty folder, and every log line down to Debug, so
-// that a line too many never goes unnoticed.
+// What the tests of the file utilities share: an empty folder, and every log line down to Debug. A
+// test fails if it leaves a line unread, or a file open.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -26,7 +26,8 @@ struct CloseStream {
 };
 using Stream = std::unique_ptr<std::FILE, CloseStream>;
 
-// While it lives, descriptor 0 is the next one that is given out.
+// A daemon's standard input may be closed, and a file get descriptor 0. While this object lives,
+// descriptor 0 is the next one that is given out.
 class FreeDescriptorZero {
 public:
     FreeDescriptorZero() { (void)close(0); }
@@ -50,9 +51,12 @@ protected:
         (void)Faults::TakeCalls();
     }
 
-    void TearDown() override { ExpectNothingOpen(); }
+    void TearDown() override {
+        ExpectNoLines();
+        ExpectNothingOpen();
+    }
 
-    void ExpectNoLines() { EXPECT_EQ(log.Take(), LogLines()); }
+    void ExpectNoLines() { EXPECT_LOG(); }
     void ExpectLine(int severity, const std::string& text) {
         EXPECT_EQ(log.Take(), (LogLines{{severity, AsLogged(text)}}));
     }

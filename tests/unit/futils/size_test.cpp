@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <utility>
 
 #include "tests/support/ordinary_rights.h"
 #include "tests/unit/futils/fixture.h"
@@ -41,16 +42,15 @@ TEST_F(NamedFileSizeTest, IsThatOfTheFileOrOfALinksTarget) {
             EXPECT_EQ(size, expected);
         }
     }
-    ExpectNoLines();
 }
 
 TEST_F(NamedFileSizeTest, OfWhatIsNoFileIsAFailure) {
-    WriteFile(folder / "file", "1");
-    fs::create_directory(folder / "dir");
-    fs::create_symlink("dir", folder / "link to dir");
-    fs::create_symlink("nowhere", folder / "dangling");
-    fs::create_symlink("loop", folder / "loop");
-    ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+    MakeDir(folder, {{"file", "1"},
+                     {"dir/", ""},
+                     {"link to dir@", "dir"},
+                     {"dangling@", "nowhere"},
+                     {"loop@", "loop"},
+                     {"fifo?", ""}});
     for (const char* name : {"missing", "missing/too", "%s%n", "dir", "dir/", "link to dir",
                              "dangling", "loop", "file/", "file/x", "fifo"}) {
         ExpectFailure(folder / name);
@@ -69,6 +69,12 @@ TEST_F(NamedFileSizeTest, InAFolderThatMayNotBeSearchedIsAFailure) {
 
 class StreamSizeTest : public FutilsTest {
 protected:
+    static void ExpectSize(std::FILE* stream, unsigned long expected) {
+        unsigned long size = Untouched;
+        EXPECT_SUCCESS(Futils::GetFileSize(size, stream));
+        EXPECT_EQ(size, expected);
+    }
+
     void ExpectFailure(std::FILE* stream, const std::string& line) {
         unsigned long size = Untouched;
         EXPECT_FAILURE(Futils::GetFileSize(size, stream));
@@ -84,31 +90,24 @@ TEST_F(StreamSizeTest, IsThatOfTheWholeFileWhereverTheStreamStands) {
         for (const int whence : {SEEK_SET, SEEK_END}) {
             ASSERT_EQ(std::fseek(stream.get(), 0, whence), 0);
             const long position = std::ftell(stream.get());
-            unsigned long size = Untouched;
-            EXPECT_SUCCESS(Futils::GetFileSize(size, stream.get()));
-            EXPECT_EQ(size, expected);
+            ExpectSize(stream.get(), expected);
             EXPECT_EQ(std::ftell(stream.get()), position);
         }
     }
-    ExpectNoLines();
 }
 
-// A daemon's standard input may be closed: then a file can get descriptor 0.
 TEST_F(StreamSizeTest, DescriptorZeroIsAsGoodAsAny) {
     WriteFile(folder / "file", "123");
     const FreeDescriptorZero zero;
     const Stream stream(std::fopen((folder / "file").c_str(), "rb"));
     ASSERT_EQ(fileno(stream.get()), 0);
-    unsigned long size = Untouched;
-    EXPECT_SUCCESS(Futils::GetFileSize(size, stream.get()));
-    EXPECT_EQ(size, 3U);
+    ExpectSize(stream.get(), 3);
 }
 
 TEST_F(StreamSizeTest, OfANullStreamIsASilentFailureThatLeavesTheSizeAlone) {
     unsigned long size = Untouched;
     EXPECT_FAILURE(Futils::GetFileSize(size, nullptr));
     EXPECT_EQ(size, Untouched);
-    ExpectNoLines();
 }
 
 TEST_F(StreamSizeTest, OfAStreamWithoutAFileIsAFailure) {
@@ -133,10 +132,7 @@ TEST_F(StreamSizeTest, OfAFileWhoseStatusCannotBeReadIsAFailure) {
 
 TEST(FormatFileSize, GivesTheLargestUnitThatLeavesMoreThanOne) {
     constexpr unsigned long K = 1024;
-    const struct {
-        unsigned long bytes;
-        const char* text;
-    } cases[] = {
+    const std::pair<unsigned long, const char*> cases[] = {
         {0, "0.000 bytes"},
         {1, "1.000 bytes"},
         {2, "2.000 bytes"},
@@ -161,7 +157,7 @@ TEST(FormatFileSize, GivesTheLargestUnitThatLeavesMoreThanOne) {
         {K * K * K * K * K * K * 2, "2048.000 PiB"},
         {ULONG_MAX, "16384.000 PiB"},
     };
-    for (const auto& c : cases) EXPECT_EQ(Futils::FormatFileSize(c.bytes), c.text) << c.bytes;
+    for (const auto& [bytes, text] : cases) EXPECT_EQ(Futils::FormatFileSize(bytes), text) << bytes;
 }
 
 // Above 2^24 bytes a count is rounded to 24 significant bits first, half to even.

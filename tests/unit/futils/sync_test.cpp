@@ -27,25 +27,20 @@ protected:
 };
 
 TEST_F(SyncTest, SyncsJustTheFileOrFolderThatIsNamed) {
-    WriteFile(folder / "a b", "1");
-    WriteFile(folder / "other", "1");
-    fs::create_symlink("a b", folder / "link");
+    MakeDir(folder, {{"a b", "1"}, {"other", "1"}, {"link@", "a b"}});
     EXPECT_SUCCESS(Futils::Sync(folder / "a b"));
     EXPECT_SUCCESS(Futils::Sync(folder));
     EXPECT_SUCCESS(Futils::Sync(folder / "link"));
     EXPECT_EQ(Faults::TakeCalls(),
               (Calls{"fsync /perm/futils/a b", "fsync /perm/futils", "fsync /perm/futils/a b"}));
-    ExpectNoLines();
 }
 
-// A daemon's standard input may be closed: then a file can get descriptor 0.
 TEST_F(SyncTest, DescriptorZeroIsAsGoodAsAny) {
     WriteFile(folder / "a", "1");
     const FreeDescriptorZero zero;
     errno = ENOENT;
     EXPECT_SUCCESS(Futils::Sync(folder / "a"));
     EXPECT_EQ(Faults::TakeCalls(), Calls{"fsync /perm/futils/a"});
-    ExpectNothingOpen();
 }
 
 TEST_F(SyncTest, WhatDoesNotExistHasNothingToLose) {
@@ -56,7 +51,6 @@ TEST_F(SyncTest, WhatDoesNotExistHasNothingToLose) {
         EXPECT_SUCCESS(Futils::Sync(pfn));
     }
     EXPECT_EQ(Faults::TakeCalls(), Calls());
-    ExpectNoLines();
 }
 
 TEST_F(SyncTest, WritesNothingSoThatReadOnlyFilesAreFine) {
@@ -64,12 +58,10 @@ TEST_F(SyncTest, WritesNothingSoThatReadOnlyFilesAreFine) {
     const Mounted readOnly = Mounted::ReadOnly(folder);
     EXPECT_SUCCESS(Futils::Sync(folder / "a"));
     EXPECT_SUCCESS(Futils::Sync(folder));
-    ExpectNoLines();
 }
 
 TEST_F(SyncTest, WhatCannotBeOpenedIsAFailure) {
-    WriteFile(folder / "file", "1");
-    fs::create_symlink("loop", folder / "loop");
+    MakeDir(folder, {{"file", "1"}, {"loop@", "loop"}});
     ExpectFailure(folder / "file" / "x", "Not a directory");
     ExpectFailure(folder / "loop", "Too many levels of symbolic links");
     ExpectFailure(folder / std::string(256, 'n'), "File name too long");
@@ -94,13 +86,11 @@ TEST_F(SyncTest, WhatItsFileSystemCannotSyncIsASuccess) {
     WriteFile(folder / "file", "1");
     Faults::Fail("fsync", EINVAL);
     EXPECT_SUCCESS(Futils::Sync(folder / "file"));
-    ExpectNoLines();
 }
 
 TEST_F(SyncTest, AFifoIsNoTrap) {
     ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
     EXPECT_SUCCESS(Futils::Sync(folder / "fifo"));
-    ExpectNoLines();
 }
 
 }  // namespace
