@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <iterator>
+#include <tuple>
 
 #include "tests/support/mounts.h"
 #include "tests/unit/logfileutils/download_fixture.h"
@@ -49,21 +50,15 @@ protected:
     const std::string c = ArchName(3);
 };
 
-TEST_F(ArchiveDownloadTest, PacksFromTheOldestOn) {
+TEST_F(ArchiveDownloadTest, PacksFromTheOldestOrTheNewestOn) {
     Archive({a, b, c});
-    EXPECT_EQ(catalogue.FillArchiveDownload(NewTar, Oldest, 10, 20), 3);
-    EXPECT_EQ(Packed(), (Names{a, b, c}));
-    for (const std::string& name : {a, b, c}) EXPECT_EQ(PackedContent(name), name);
-    EXPECT_EQ(TmpNames(), Names{"syslog.tar"});
-    EXPECT_EQ(ReadDir(archive), (Dir{{a, a}, {b, b}, {c, c}}));
-}
-
-TEST_F(ArchiveDownloadTest, PacksFromTheNewestOn) {
-    Archive({a, b, c});
-    EXPECT_EQ(catalogue.FillArchiveDownload(NewTar, Newest, 10, 20), 3);
-    EXPECT_EQ(Packed(), (Names{c, b, a}));
-    for (const std::string& name : {a, b, c}) EXPECT_EQ(PackedContent(name), name);
-    EXPECT_EQ(TmpNames(), Names{"syslog.tar"});
+    for (const bool oldest : {Oldest, Newest}) {
+        EXPECT_EQ(catalogue.FillArchiveDownload(NewTar, oldest, 10, 20), 3);
+        EXPECT_EQ(Packed(), oldest ? (Names{a, b, c}) : (Names{c, b, a}));
+        for (const std::string& name : {a, b, c}) EXPECT_EQ(PackedContent(name), name);
+        EXPECT_EQ(TmpNames(), Names{"syslog.tar"});
+        EXPECT_EQ(ReadDir(archive), (Dir{{a, a}, {b, b}, {c, c}}));
+    }
 }
 
 TEST_F(ArchiveDownloadTest, CopiesPacksAndRemovesOneFileAfterTheOther) {
@@ -73,7 +68,7 @@ TEST_F(ArchiveDownloadTest, CopiesPacksAndRemovesOneFileAfterTheOther) {
                                           "system " + Append(b), "remove /tmp/" + b}));
 }
 
-TEST_F(ArchiveDownloadTest, TellsWhatItDoesAndWhatItDid) {
+TEST_F(ArchiveDownloadTest, LogsWhatItDoesAndWhatItDid) {
     const std::string b2 = ArchName(2, 1);
     Archive({a, b, b2, c});
     EXPECT_EQ(catalogue.FillArchiveDownload(NewTar, Oldest, 10, 20), 4);
@@ -96,12 +91,7 @@ TEST_F(ArchiveDownloadTest, EndsAtTheLimitOfFilesOrBoots) {
     const std::string b4 = ArchName(4, 2);
     const std::string c4 = ArchName(4, 3);
     Archive({a1, b1, a2, a4, b4, c4});
-    const struct {
-        bool oldest;
-        unsigned short maxFiles;
-        unsigned short maxBootNums;
-        Names packed;
-    } cases[] = {
+    const std::tuple<bool, unsigned short, unsigned short, Names> cases[] = {
         {Oldest, 1, Max, {a1}},
         {Oldest, 2, Max, {a1, b1}},
         {Oldest, 5, Max, {a1, b1, a2, a4, b4}},
@@ -124,13 +114,12 @@ TEST_F(ArchiveDownloadTest, EndsAtTheLimitOfFilesOrBoots) {
         {Newest, 4, 1, {c4, b4, a4}},
         {Newest, 2, 2, {c4, b4}},
     };
-    for (const auto& limits : cases) {
-        SCOPED_TRACE((limits.oldest ? "oldest, " : "newest, ") + std::to_string(limits.maxFiles) +
-                     ", " + std::to_string(limits.maxBootNums));
-        EXPECT_EQ(catalogue.FillArchiveDownload(NewTar, limits.oldest, limits.maxFiles,
-                                                limits.maxBootNums),
-                  static_cast<int>(limits.packed.size()));
-        EXPECT_EQ(Packed(), limits.packed);
+    for (const auto& [oldest, maxFiles, maxBootNums, packed] : cases) {
+        SCOPED_TRACE((oldest ? "oldest, " : "newest, ") + std::to_string(maxFiles) + ", " +
+                     std::to_string(maxBootNums));
+        EXPECT_EQ(catalogue.FillArchiveDownload(NewTar, oldest, maxFiles, maxBootNums),
+                  static_cast<int>(packed.size()));
+        EXPECT_EQ(Packed(), packed);
         EXPECT_EQ(TmpNames(), Names{"syslog.tar"});
     }
 }
@@ -235,7 +224,7 @@ TEST_F(ArchiveDownloadTest, AnOldTarFileIsReplacedUnlessTheCallerSaysToAppend) {
     EXPECT_EQ(Packed(), (Names{c, a, b, c}));
 }
 
-TEST_F(ArchiveDownloadTest, ATarFileThatTheCallerWronglySaysExistsIsAFailureButTried) {
+TEST_F(ArchiveDownloadTest, AMissingTarFileThatTheCallerSaysExistsIsAFailureButTried) {
     Archive({a, b});
     const LogLine sizeFailure = SizeFailure(tarFile);
     EXPECT_EQ(catalogue.FillArchiveDownload(TarExists, Oldest, Max, Max), -1);
@@ -320,13 +309,15 @@ protected:
     DownloadFailureTest() { Archive({a, b, c}); }
 
     int Fill() { return catalogue.FillArchiveDownload(NewTar, Oldest, Max, Max); }
+
+    const LogLine filling = Filling("oldest 65535 files, or 65535");
 };
 
 TEST_F(DownloadFailureTest, ATarThatFailsAtOnceLeavesNoCopy) {
     StandIn("tar", "exit 2");
     EXPECT_EQ(Fill(), -1);
-    ExpectLines({Filling("oldest 65535 files, or 65535"), CommandFailure(Create(a), 512),
-                 Added("1 file, 0 reboots", a), Estimate("10.038 kiB")});
+    ExpectLines({filling, CommandFailure(Create(a), 512), Added("1 file, 0 reboots", a),
+                 Estimate("10.038 kiB")});
     EXPECT_EQ(TmpNames(), Names());
 }
 
@@ -335,9 +326,9 @@ TEST_F(DownloadFailureTest, ATarThatFailsLaterKeepsWhatWasPacked) {
     EXPECT_EQ(Fill(), -1);
     EXPECT_EQ(Packed(), Names{a});
     EXPECT_EQ(TmpNames(), Names{"syslog.tar"});
-    ExpectLines({Filling("oldest 65535 files, or 65535"), Added("1 file, 0 reboots", a),
-                 Estimate("10.038 kiB"), CommandFailure(Append(b), 256),
-                 Added("2 files, 1 reboot", b), Estimate("20.038 kiB")});
+    ExpectLines({filling, Added("1 file, 0 reboots", a), Estimate("10.038 kiB"),
+                 CommandFailure(Append(b), 256), Added("2 files, 1 reboot", b),
+                 Estimate("20.038 kiB")});
 }
 
 TEST_F(DownloadFailureTest, WithoutAShellNothingIsPacked) {
@@ -354,8 +345,7 @@ TEST_F(DownloadFailureTest, AFileInTheWayOfACopyIsAFailureAndTakenAway) {
     WriteFile(tmp / a, "planted");
     const LogLine copyFailure = CopyFailure(archive / a, tmp / a);
     EXPECT_EQ(Fill(), -1);
-    ExpectLines({Filling("oldest 65535 files, or 65535"), copyFailure,
-                 Added("1 file, 0 reboots", a), Estimate("10.038 kiB")});
+    ExpectLines({filling, copyFailure, Added("1 file, 0 reboots", a), Estimate("10.038 kiB")});
     EXPECT_EQ(PackedContent(a), "planted");
     EXPECT_EQ(TmpNames(), Names{"syslog.tar"});
 
@@ -373,8 +363,8 @@ TEST_F(DownloadFailureTest, ALinkInTheWayOfACopyIsNotFollowed) {
     EXPECT_FALSE(fs::exists("/perm/logs/new"));
 }
 
-// Anybody can make these, and root must neither write through them nor wait for them.
-TEST_F(DownloadFailureTest, WhatSomebodyPlantedForTheTarFileIsRemoved) {
+// Any user can make these, and root must neither write through them nor wait for them.
+TEST_F(DownloadFailureTest, WhatAUserPlantedForTheTarFileIsRemoved) {
     WriteFile("/perm/logs/victim", "untouched");
     const std::function<void(const fs::path&)> plants[]{
         [](const fs::path& name) { fs::create_symlink("/perm/logs/victim", name); },
@@ -418,15 +408,15 @@ TEST_F(DownloadFailureTest, OneDownloadIsPackedAtATime) {
     const int theirs = open("/var/run/vandis-moraine-download.lock", O_RDWR | O_CREAT, 0600);
     ASSERT_EQ(flock(theirs, LOCK_EX), 0);
     log.Take();
-    const std::string isPacked =
-        "Another log download is being packed.  Try again when it is done.";
+    const LogLines isPacked = {
+        {LOG_ERR, "Another log download is being packed.  Try again when it is done."}};
     WriteFile("/perm/logs/syslog/messages.txt", "live\n");
     EXPECT_EQ(Fill(), -1);
-    ExpectLines({{LOG_ERR, isPacked}});
+    ExpectLines(isPacked);
     EXPECT_EQ(catalogue.PrepDefaultLogFileDownload(), -1);
-    ExpectLines({{LOG_ERR, isPacked}});
+    ExpectLines(isPacked);
     EXPECT_FALSE(catalogue.PrepSyslog());
-    ExpectLines({{LOG_ERR, isPacked}});
+    ExpectLines(isPacked);
     EXPECT_EQ(TmpNames(), Names());
     (void)close(theirs);
     EXPECT_EQ(Fill(), 3);
@@ -444,10 +434,9 @@ TEST_F(DownloadFailureTest, ATarWithoutAppendIsNamed) {
     EXPECT_EQ(Packed(), Names{a});
 }
 
-TEST_F(DownloadFailureTest, ACopyThatCannotBeRemovedIsToldAndNoFailure) {
+TEST_F(DownloadFailureTest, ACopyThatCannotBeRemovedIsLoggedAndNoFailure) {
     Faults::Fail("remove", EIO, 1);
-    const LogLine removalFailure = {
-        LOG_ERR, "Remove failure for /tmp/" + a + ": " + Reason([&] { fs::remove(tmp / a); })};
+    const LogLine removalFailure = {LOG_ERR, RemovalFailure(tmp / a)};
     Faults::Fail("remove", EIO, 1);
     EXPECT_EQ(Fill(), 3);
     EXPECT_EQ(Packed(), (Names{a, b, c}));
@@ -461,9 +450,8 @@ TEST_F(DownloadFailureTest, ATmpWithoutRoomForTheCopyIsAFailureThatLeavesNoCopy)
     const LogLine copyFailure = CopyFailure(archive / a, tmp / a);
     fs::remove(tmp / a);
     EXPECT_EQ(Fill(), -1);
-    ExpectLines({Filling("oldest 65535 files, or 65535"), copyFailure,
-                 CommandFailure(Create(a), 512), Added("1 file, 0 reboots", a),
-                 Estimate("110.000 kiB")});
+    ExpectLines({filling, copyFailure, CommandFailure(Create(a), 512),
+                 Added("1 file, 0 reboots", a), Estimate("110.000 kiB")});
     EXPECT_FALSE(fs::exists(tmp / a));
 }
 
@@ -471,8 +459,8 @@ TEST_F(DownloadFailureTest, ATmpWithoutRoomForTheTarFileIsAFailureThatLeavesNoCo
     const Mounted small = Mounted::Tmpfs("/tmp", "64k");
     ArchiveSized(a, 40 << 10);
     EXPECT_EQ(Fill(), -1);
-    ExpectLines({Filling("oldest 65535 files, or 65535"), CommandFailure(Create(a), 512),
-                 Added("1 file, 0 reboots", a), Estimate("50.000 kiB")});
+    ExpectLines({filling, CommandFailure(Create(a), 512), Added("1 file, 0 reboots", a),
+                 Estimate("50.000 kiB")});
     EXPECT_FALSE(fs::exists(tmp / a));
 }
 
@@ -563,11 +551,7 @@ TEST_F(OneFileTest, TheTarFileExistsOnceCopyAndCommandSucceeded) {
 }
 
 TEST_F(OneFileTest, TheSummaryHasItsPluralsAsWords) {
-    const struct {
-        unsigned short files;
-        unsigned short reboots;
-        const char* counts;
-    } cases[] = {
+    const std::tuple<unsigned short, unsigned short, const char*> cases[] = {
         {0, 0, "0 files, 0 reboots"},
         {1, 0, "1 file, 0 reboots"},
         {1, 1, "1 file, 1 reboot"},
@@ -576,11 +560,11 @@ TEST_F(OneFileTest, TheSummaryHasItsPluralsAsWords) {
         {11, 21, "11 files, 21 reboots"},
         {Max, Max, "65535 files, 65535 reboots"},
     };
-    for (const auto& counted : cases) {
-        catalogue.dlFiles = counted.files;
-        catalogue.dlReboots = counted.reboots;
+    for (const auto& [files, reboots, counts] : cases) {
+        catalogue.dlFiles = files;
+        catalogue.dlReboots = reboots;
         catalogue.LogAtDebug(MaxDownloadSize, a);
-        ExpectLines({Added(counted.counts, a), Estimate("15.000 MiB")});
+        ExpectLines({Added(counts, a), Estimate("15.000 MiB")});
     }
     Logging::SetLogLevel(Logging::SeverityInfo);
     catalogue.LogAtDebug(1, a);

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <sstream>
 #include <utility>
@@ -21,9 +20,12 @@ protected:
 
     DownloadTest() {
         std::filesystem::remove_all("/stand-in");
-        // What the log tells of a failed command does not depend on what was called before it.
+        // The line of a failed command does not depend on what was called before it.
         Faults::OnCall("waitpid", [] { errno = EDOM; });
     }
+
+    // Packing logs a lot, which most tests leave unread.
+    void TearDown() override {}
 
     static LogLine CommandFailure(const std::string& command, int result) {
         return {LOG_ERR, "Unable to '" + command + "'.  Result: " + std::to_string(result) +
@@ -62,7 +64,7 @@ protected:
         return Output("tar --extract --to-stdout --file /tmp/syslog.tar " + name);
     }
 
-    // The names in /tmp; where contents matter, EXPECT_DIR tells more.
+    // The names in /tmp; EXPECT_DIR is for contents.
     static Names TmpNames() {
         Names names;
         for (const auto& entry : ReadDir("/tmp")) names.push_back(entry.first);

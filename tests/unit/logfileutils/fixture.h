@@ -2,11 +2,12 @@
 // SPDX-License-Identifier: MIT
 
 // What the tests of the catalogue share: a device with an empty archive and no live log, and every
-// log line down to Debug, so that a line too many never goes unnoticed.
+// log line down to Debug. A test fails if it leaves a line unread.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -52,13 +53,20 @@ protected:
         (void)Faults::TakeCalls();
     }
 
+    void TearDown() override { ExpectNoLines(); }
+
     // Puts files into the archive; the content of each is its name.
     void Archive(const Names& names) {
         for (const std::string& name : names) WriteFile(archive / name, name);
     }
 
-    // The archive gone, or something else in its place.
+    // The archive gone, with other files in it, or something else in its place.
     void RemoveArchive() { std::filesystem::remove_all(archive); }
+    void MakeArchive(const Names& names) {
+        RemoveArchive();
+        std::filesystem::create_directories(archive);
+        Archive(names);
+    }
     void ReplaceArchiveByAFile() {
         RemoveArchive();
         WriteFile(archive, "no folder");

@@ -3,6 +3,7 @@
 
 // The grammar of file names: what is an archive file, what a rotation, and of which boot.
 #include <algorithm>
+#include <utility>
 
 #include "tests/support/memory.h"
 #include "tests/unit/logfileutils/fixture.h"
@@ -24,75 +25,36 @@ protected:
 };
 
 TEST_F(NamesTest, ArchiveFilesBeginWithTheStemAndEndInXz) {
-    const Names accepted = {
-        "messages.007.1970-01-01.00:14:07.txt.xz",
-        "messages.1000.1970-01-01.00:14:07.txt.xz",
-        "messages.000.1970-01-01.00:00:00.txt.xz",
-        "messages.xz",
-        "messages.txt.xz",
-        "messages.anything.xz",
-        "messages.007.a b\n\xff.xz",
-        "messages..xz",
-        "messages.xz.xz",
-        "messages.007.1970-01-01.00:14:07.txt.xz.",  // nothing follows the last dot
-    };
-    for (const std::string& name : accepted) {
+    for (const std::string name :
+         {"messages.007.1970-01-01.00:14:07.txt.xz", "messages.1000.1970-01-01.00:14:07.txt.xz",
+          "messages.000.1970-01-01.00:00:00.txt.xz", "messages.xz", "messages.txt.xz",
+          "messages.anything.xz", "messages.007.a b\n\xff.xz", "messages..xz", "messages.xz.xz",
+          "messages.007.1970-01-01.00:14:07.txt.xz."}) {  // nothing follows the last dot
         EXPECT_TRUE(LogFileUtils::IsArchiveFileName(name)) << name;
     }
-    ExpectNoLines();
 }
 
 TEST_F(NamesTest, EverythingElseIsNoArchiveFile) {
-    const Names rejected = {
-        "",
-        ".",
-        "..",
-        "...",
-        "messages",
-        "messages.",
-        "xz",
-        ".xz",
-        "..xz",
-        "xz.messages",
-        "messages.txt",
-        "messages.txt.tmp",
-        "messages.007.1970-01-01.00:14:07.txt",
-        "messages.007.1970-01-01.00:14:07.txt.gz",
-        "messages.007.1970-01-01.00:14:07.txt.xz.tmp",
-        "messages.007.1970-01-01.00:14:07.txt.xz..",
-        "messages.007.1970-01-01.00:14:07.txt.xz~",
-        "messages.007.1970-01-01.00:14:07.txt.xz\0"s,
-        "messages.007.1970-01-01.00:14:07.txt.xz ",
-        "messages.007.1970-01-01.00:14:07.txt.xzz",
-        "messages.007.1970-01-01.00:14:07.txt.x",
-        "messages.007.1970-01-01.00:14:07.txt.XZ",
-        "messages.007.1970-01-01.00:14:07.txt.lxz",
-        "messages.007.1970-01-01.00:14:07.txt. xz",
-        "messages.007.1970-01-01.00:14:07.txtxz",
-        "Messages.007.1970-01-01.00:14:07.txt.xz",
-        "message.007.1970-01-01.00:14:07.txt.xz",
-        "messages2.007.1970-01-01.00:14:07.txt.xz",
-        " messages.007.1970-01-01.00:14:07.txt.xz",
-        "messages .007.1970-01-01.00:14:07.txt.xz",
-        ".messages.007.1970-01-01.00:14:07.txt.xz",
-        "messages/.007.1970-01-01.00:14:07.txt.xz",
-        "messages\0.007.1970-01-01.00:14:07.txt.xz"s,
-        "/perm/logs/syslog/archive/messages.007.1970-01-01.00:14:07.txt.xz",
-        "./messages.007.1970-01-01.00:14:07.txt.xz",
-        "notes",
-        "zzz",
-    };
-    for (const std::string& name : rejected) {
+    for (const std::string name :
+         {"", ".", "..", "...", "messages", "messages.", "xz", ".xz", "..xz", "xz.messages",
+          "messages.txt", "messages.txt.tmp", "notes", "zzz"}) {
         EXPECT_FALSE(LogFileUtils::IsArchiveFileName(name)) << name;
     }
-    ExpectNoLines();
+    for (const std::string& end : {""s, ".gz"s, ".xz.tmp"s, ".xz.."s, ".xz~"s, ".xz\0"s, ".xz "s,
+                                   ".xzz"s, ".x"s, ".XZ"s, ".lxz"s, ". xz"s, "xz"s}) {
+        const std::string name = "messages.007.1970-01-01.00:14:07.txt" + end;
+        EXPECT_FALSE(LogFileUtils::IsArchiveFileName(name)) << name;
+    }
+    for (const std::string& stem :
+         {"Messages"s, "message"s, "messages2"s, " messages"s, "messages "s, ".messages"s,
+          "messages/"s, "messages\0"s, "/perm/logs/syslog/archive/messages"s, "./messages"s}) {
+        const std::string name = stem + ".007.1970-01-01.00:14:07.txt.xz";
+        EXPECT_FALSE(LogFileUtils::IsArchiveFileName(name)) << name;
+    }
 }
 
 TEST_F(NamesTest, TheBootNumberIsTheSecondFieldOfAnyName) {
-    const struct {
-        const char* name;
-        unsigned short bootNum;
-    } cases[] = {
+    const std::pair<const char*, unsigned short> cases[] = {
         {"messages.007.1970-01-01.00:14:07.txt.xz", 7},
         {"messages.1000.1970-01-01.00:14:07.txt.xz", 1000},
         {"messages.000.1970-01-01.00:14:07.txt.xz", 0},
@@ -114,31 +76,13 @@ TEST_F(NamesTest, TheBootNumberIsTheSecondFieldOfAnyName) {
         {"anything.7", 7},
         {".7", 7},
     };
-    for (const auto& c : cases) ExpectBootNum(c.name, c.bootNum);
-    ExpectNoLines();
+    for (const auto& [name, bootNum] : cases) ExpectBootNum(name, bootNum);
 }
 
 TEST_F(NamesTest, AFieldThatIsNoBootNumberIsAFailure) {
-    const char* const fields[] = {"txt",
-                                  "",
-                                  " ",
-                                  "-1",
-                                  "-65535",
-                                  "65536",
-                                  "65537",
-                                  "70000",
-                                  "99999",
-                                  "4294967297",
-                                  "99999999999999999999",
-                                  "abc",
-                                  "x1",
-                                  "-",
-                                  "+",
-                                  "--1",
-                                  "+-1",
-                                  "\xff",
-                                  "%s%n"};
-    for (const std::string field : fields) {
+    for (const std::string field :
+         {"txt", "", " ", "-1", "-65535", "65536", "65537", "70000", "99999", "4294967297",
+          "99999999999999999999", "abc", "x1", "-", "+", "--1", "+-1", "\xff", "%s%n"}) {
         SCOPED_TRACE(field);
         unsigned short bootNum = Untouched;
         EXPECT_FAILURE(LogFileUtils::GetFnBootNum("messages." + field + ".xz", bootNum));
@@ -147,7 +91,7 @@ TEST_F(NamesTest, AFieldThatIsNoBootNumberIsAFailure) {
     }
 }
 
-TEST_F(NamesTest, ANameWithoutFieldsCountsAsBootZeroAndIsTold) {
+TEST_F(NamesTest, ANameWithoutFieldsCountsAsBootZeroAndIsLogged) {
     for (const std::string name : {"notes", "messages", "messages.", "", ".", "7", "%s%n"}) {
         ExpectBootNum(name, 0);
         ExpectLines({{LOG_ERR, name + " is not a logging archive file."}});
@@ -162,47 +106,42 @@ TEST_F(NamesTest, RotationsHaveTxtLastButOne) {
           "messages.txt.TXT", "messages.txt.txt2"}) {
         EXPECT_TRUE(LogFileUtils::IsSyslogRotFn(name)) << name;
     }
-    ExpectNoLines();
 }
 
 TEST_F(NamesTest, EverythingElseIsNoRotation) {
-    const Names rejected = {
-        "",
-        ".",
-        "..",
-        "messages",
-        "messages.",
-        "messages.0",
-        "messages..0",
-        "messages.txt",
-        "messages.txt.",
-        "messages.txt.txt",
-        "messages.0.txt",
-        "messages.txt.0.1",
-        "messages.txt.0.tmp",
-        "messages.txt.0.xz",
-        "messages.txt0",
-        "messages.TXT.0",
-        "messages.tx.0",
-        "messages.txtt.0",
-        "messages. txt.0",
-        "txt.0",
-        ".txt.0",
-        "txt.txt.0",
-        "Messages.txt.0",
-        "message.txt.0",
-        "messages2.txt.0",
-        " messages.txt.0",
-        "messages/.txt.0",
-        "messages.log.0",
-        "/perm/logs/syslog/messages.txt.0",
-        "messages.txt\0.0"s,
-        "archive",
-    };
-    for (const std::string& name : rejected) {
+    for (const char* name : {"",
+                             ".",
+                             "..",
+                             "messages",
+                             "messages.",
+                             "messages.0",
+                             "messages..0",
+                             "messages.txt",
+                             "messages.txt.",
+                             "messages.txt.txt",
+                             "messages.0.txt",
+                             "messages.txt.0.1",
+                             "messages.txt.0.tmp",
+                             "messages.txt.0.xz",
+                             "messages.txt0",
+                             "messages.TXT.0",
+                             "messages.tx.0",
+                             "messages.txtt.0",
+                             "messages. txt.0",
+                             "txt.0",
+                             ".txt.0",
+                             "txt.txt.0",
+                             "Messages.txt.0",
+                             "message.txt.0",
+                             "messages2.txt.0",
+                             " messages.txt.0",
+                             "messages/.txt.0",
+                             "messages.log.0",
+                             "/perm/logs/syslog/messages.txt.0",
+                             "archive"}) {
         EXPECT_FALSE(LogFileUtils::IsSyslogRotFn(name)) << name;
     }
-    ExpectNoLines();
+    EXPECT_FALSE(LogFileUtils::IsSyslogRotFn("messages.txt\0.0"s));
 }
 
 TEST_F(NamesTest, WhatIsBuiltIsReadBack) {
@@ -211,7 +150,6 @@ TEST_F(NamesTest, WhatIsBuiltIsReadBack) {
         EXPECT_TRUE(LogFileUtils::IsArchiveFileName(name)) << name;
         ExpectBootNum(name, static_cast<unsigned short>(bootNum));
     }
-    ExpectNoLines();
 }
 
 TEST_F(NamesTest, ByteOrderIsOldestFirstUpToBoot999) {
@@ -223,7 +161,7 @@ TEST_F(NamesTest, ByteOrderIsOldestFirstUpToBoot999) {
     EXPECT_LT(ArchName(1000), names.back());
 }
 
-TEST_F(NamesTest, ANameThatCannotBeCutForLackOfMemoryIsToldAndIsNothing) {
+TEST_F(NamesTest, ANameThatCannotBeCutForLackOfMemoryIsLoggedAndIsNothing) {
     const std::string name = "messages.txt.xz";
     unsigned short bootNum = Untouched;
     {

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 
 // Acting on syslogd: the signal that makes it reopen its log, and the removal of the live log.
-#include <cerrno>
 #include <csignal>
+#include <utility>
 
 #include "tests/support/mounts.h"
 #include "tests/support/ordinary_rights.h"
@@ -15,14 +15,18 @@ namespace {
 
 class SyslogControlTest : public CatalogueTest {
 protected:
+    // Sends the signal, by these calls.
+    void ExpectCalls(const Names& calls) {
+        (void)Faults::TakeCalls();
+        catalogue.SendSigHupToSyslog();
+        EXPECT_EQ(Faults::TakeCalls(), calls);
+    }
+
     const fs::path pidFile = "/var/run/syslogd.pid";
 };
 
 TEST_F(SyslogControlTest, WhateverNumberThePidFileHoldsGetsTheSignal) {
-    const struct {
-        const char* text;
-        const char* call;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"123\n", "kill 123 1"},
         {"123", "kill 123 1"},
         {"  123  ", "kill 123 1"},
@@ -37,14 +41,12 @@ TEST_F(SyslogControlTest, WhateverNumberThePidFileHoldsGetsTheSignal) {
         {"2147483647\n", "kill 2147483647 1"},
         {"-2147483648\n", "kill -2147483648 1"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        WriteFile(pidFile, c.text);
-        catalogue.SendSigHupToSyslog();
-        EXPECT_EQ(Faults::TakeCalls(), Names{c.call});
+    for (const auto& [text, call] : cases) {
+        SCOPED_TRACE(text);
+        WriteFile(pidFile, text);
+        ExpectCalls({call});
     }
     static_assert(SIGHUP == 1);
-    ExpectNoLines();
 }
 
 TEST_F(SyslogControlTest, APidFileWithoutANumberIsSilentlyIgnored) {
@@ -52,44 +54,37 @@ TEST_F(SyslogControlTest, APidFileWithoutANumberIsSilentlyIgnored) {
                              "99999999999999999999", "\xff"}) {
         SCOPED_TRACE(text);
         WriteFile(pidFile, text);
-        catalogue.SendSigHupToSyslog();
-        EXPECT_EQ(Faults::TakeCalls(), Names());
+        ExpectCalls({});
     }
-    ExpectNoLines();
 }
 
 TEST_F(SyslogControlTest, AMissingPidFileMeansNoSignal) {
     const LogLines missing = {
         {LOG_WARNING, "Attempt to read file /var/run/syslogd.pid, which does not exist."}};
-    catalogue.SendSigHupToSyslog();
+    ExpectCalls({});
     ExpectLines(missing);
 
     fs::create_directory(pidFile);
-    catalogue.SendSigHupToSyslog();
+    ExpectCalls({});
     fs::remove(pidFile);
-    (void)Faults::TakeCalls();
     ExpectLines(missing);
 
     fs::create_symlink("nowhere", pidFile);
-    catalogue.SendSigHupToSyslog();
+    ExpectCalls({});
     ExpectLines(missing);
-    EXPECT_EQ(Faults::TakeCalls(), Names());
 }
 
 TEST_F(SyslogControlTest, AnUnreadablePidFileMeansNoSignal) {
     WriteFile(pidFile, "123\n");
     Faults::Fail("fread", EIO);
-    catalogue.SendSigHupToSyslog();
-    EXPECT_EQ(Faults::TakeCalls(), Names());
+    ExpectCalls({});
     ExpectLines({{LOG_ERR, "Could not read a file: Input/output error"}});
 }
 
-TEST_F(SyslogControlTest, ASyslogdThatHasGoneIsNotTold) {
+TEST_F(SyslogControlTest, ASyslogdThatHasGoneIsNotLogged) {
     WriteFile(pidFile, "123\n");
     Faults::Fail("kill", ESRCH);
-    catalogue.SendSigHupToSyslog();
-    EXPECT_EQ(Faults::TakeCalls(), Names{"kill 123 1"});
-    ExpectNoLines();
+    ExpectCalls({"kill 123 1"});
 }
 
 TEST_F(SyslogControlTest, DeletingTheLiveLogSignalsSyslogdAfterwards) {
@@ -123,8 +118,7 @@ protected:
         WriteFile(pidFile, "123\n");
         EXPECT_FAILURE(catalogue.DeleteSyslogFile());
         EXPECT_EQ(Faults::TakeCalls(), Names{"remove /perm/logs/syslog/messages.txt"});
-        ExpectLines({{LOG_ERR, "Remove failure for /perm/logs/syslog/messages.txt: " +
-                                   Reason([this] { fs::remove(liveLog); })}});
+        ExpectLines({{LOG_ERR, RemovalFailure(liveLog)}});
         EXPECT_TRUE(fs::exists(liveLog));
     }
 };
