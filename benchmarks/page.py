@@ -7,16 +7,18 @@ matters. Works in a sandbox of its own, on an archive of many small files. See .
 from __future__ import annotations
 
 import argparse
+import functools
 import http.client
 import json
 import lzma
 import os
+import re
 import statistics
 import subprocess
 import sys
 import time
 from pathlib import Path
-from typing import Callable
+from typing import Callable, Mapping
 
 from rig import page
 from tests.harness import sandbox, services
@@ -44,13 +46,29 @@ def fill_archive(files: int) -> None:
         os.utime(path, (now + number,) * 2)
 
 
+def timed(*command: str, environment: Mapping[str, str] | None = None) -> tuple[bytes, int]:
+    """Returns what a command writes, and the most memory that it had resident, as BusyBox says it.
+
+    By `time` of BusyBox, since the memory of a process that Python starts is Python's at first.
+    """
+    done = subprocess.run([str(BUSYBOX), "time", "-f", "%M", *command], capture_output=True, check=True,
+                          env=environment)
+    return done.stdout, int(done.stderr.split()[-1])
+
+
+@functools.cache
+def busybox_unit() -> int:
+    """How often BusyBox counts a kilobyte: it takes the system's kilobytes for pages."""
+    status, said = timed(str(BUSYBOX), "cat", "/proc/self/status")
+    return round(said / int(re.search(rb"VmHWM:\s*(\d+) kB", status)[1]))
+
+
 def run(path: str, query: str) -> tuple[bytes, float, int]:
     """Runs the program as the server does. Returns its output, the seconds and its memory in kB."""
     start = time.perf_counter()
-    # By `time` of BusyBox, since the memory of a process that Python starts is Python's at first.
-    done = subprocess.run([str(BUSYBOX), "time", "-f", "%M", PROGRAM], capture_output=True, check=True, env={
+    output, memory = timed(PROGRAM, environment={
         "REQUEST_METHOD": "GET", "PATH_INFO": path, "QUERY_STRING": query})
-    return done.stdout, time.perf_counter() - start, int(done.stderr.split()[-1])
+    return output, time.perf_counter() - start, memory // busybox_unit()
 
 
 def cursor_at(boot: int) -> str:
