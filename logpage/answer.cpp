@@ -6,7 +6,9 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 
 #include "reader/format.h"
@@ -65,6 +67,10 @@ void Answer::Start(int status) {
 
 void Answer::Write(std::string_view text) {
     if (!hasBody) return;
+    if (text.size() >= MaxWaiting) {
+        Flush();
+        return Send(text);
+    }
     waiting += text;
     if (waiting.size() >= MaxWaiting || Clock::now() - lastSent >= MaxDelay) Flush();
 }
@@ -95,6 +101,8 @@ void Answer::Fail(const Error& error) {
         contentType = "application/json";
         contentSize = body.size();
         Start(error.status);
+    } else if (contentType == EventStream) {
+        body = "data: " + body + '\n';
     }
     if (hasBody) Send(waiting + body);
 }
@@ -106,7 +114,9 @@ void Answer::Send(std::string_view text) {
         const int ready = poll(&output, 1, MaxStallMs);
         if (ready < 0 && errno == EINTR) continue;
         if (ready <= 0) std::_Exit(EXIT_FAILURE);
-        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
+        // A pipe that has room takes so much at once; a longer write would wait without a limit.
+        const std::size_t size = std::min<std::size_t>(text.size(), PIPE_BUF);
+        const ssize_t written = write(STDOUT_FILENO, text.data(), size);
         if (written < 0 && errno == EINTR) continue;
         if (written < 0) std::_Exit(EXIT_FAILURE);
         text.remove_prefix(static_cast<std::size_t>(written));

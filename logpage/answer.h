@@ -20,6 +20,8 @@ struct Error {
     std::string text;
 };
 
+constexpr const char* EventStream = "text/event-stream";
+
 class Answer {
 public:
     // Without a body for HEAD.

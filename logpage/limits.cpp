@@ -20,7 +20,8 @@ std::atomic<bool> TimeIsUp = false;
 
 namespace {
 
-constexpr rlim_t CpuSeconds = 29;
+constexpr rlim_t CpuSeconds = 25;
+constexpr rlim_t MaxCpuSeconds = 30;
 constexpr rlim_t MemoryBytes = 160UL << 20;
 constexpr int Slots = 4;
 constexpr const char* LogFolder = "/perm/logs";
@@ -30,7 +31,7 @@ void LimitTo(int resource, rlim_t soft, rlim_t hard) {
     rlimit limit{};
     if (getrlimit(static_cast<__rlimit_resource>(resource), &limit) != 0) return;
     limit.rlim_max = std::min(limit.rlim_max, hard);
-    limit.rlim_cur = std::min(limit.rlim_max, soft);
+    limit.rlim_cur = std::min({limit.rlim_cur, limit.rlim_max, soft});
     (void)setrlimit(static_cast<__rlimit_resource>(resource), &limit);  // Lowering cannot fail.
 }
 
@@ -38,7 +39,7 @@ void LimitTo(int resource, rlim_t soft, rlim_t hard) {
 
 void LimitResources() {
     (void)std::signal(SIGXCPU, [](int) { TimeIsUp = true; });
-    LimitTo(RLIMIT_CPU, CpuSeconds, CpuSeconds + 1);
+    LimitTo(RLIMIT_CPU, CpuSeconds, MaxCpuSeconds);
 #ifndef __SANITIZE_ADDRESS__  // which reserves terabytes of addresses
     LimitTo(RLIMIT_AS, MemoryBytes, MemoryBytes);
 #endif

@@ -9,7 +9,7 @@
 namespace Page {
 
 // Bounds processor time and memory of this process. When the time is nearly used up, TimeIsUp
-// becomes true; a second later the kernel ends the process.
+// becomes true; some seconds later the kernel ends the process.
 void LimitResources();
 extern std::atomic<bool> TimeIsUp;
 

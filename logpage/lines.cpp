@@ -24,9 +24,6 @@ constexpr std::uint64_t DefaultLines = 500;
 constexpr std::uint64_t MaxLines = 10'000;
 constexpr std::uint64_t DefaultFollowed = 10;
 
-constexpr const char* TooSlow =
-    "grep: the search takes too long for this device; name a boot or a shorter time";
-
 // What /log and /follow have in common.
 struct Selection {
     Reader::Query query;
@@ -85,21 +82,34 @@ Selection TakeSelection(Parameters& parameters) {
     return selection;
 }
 
+// To be called when all has been read that the processor time allows.
+void RequireTime(const Reader::Query& query) {
+    if (!TimeIsUp) return;
+    const std::string name = query.filter.pattern.IsSet() ? "grep: " : "";
+    throw Error{500, name + "this takes too long for the device; name a boot or a shorter time"};
+}
+
 // Opens the log for a selection whose parameters are all known to be valid.
-std::unique_ptr<Reader::Log> Open(Selection& selection) {
+std::unique_ptr<Reader::Log> Open(Selection& selection, bool isChecked) {
     TakeTurn();
     // The log reports a position that is not in it any more under the name "cursor".
     const std::string name = selection.query.before ? "before" : "after";
+    const auto refuse = [name] { throw Error{404, name + ": this line is not kept any more"}; };
     std::unique_ptr<Reader::Log> log =
-        OpenLog([name](const std::string& file, const std::string& /*what*/) {
-            if (file == "cursor") throw Error{404, name + ": this line is not kept any more"};
+        OpenLog([refuse](const std::string& file, const std::string& /*what*/) {
+            if (file == "cursor") refuse();
         });
     selection.query.filter.boots = ResolveBoots(selection.boots, *log);
+    // Where the header is sent before the position is looked for.
+    const auto& cursor = selection.query.before ? selection.query.before : selection.query.after;
+    if (isChecked && cursor && !log->HasLine(*cursor)) refuse();
     return log;
 }
 
 std::string ToJson(const Reader::Line& line) {
     std::string text;
+    // For the longest form of its bytes: a long line is not copied while the text grows.
+    text.reserve(512 + 6 * line.text.size());
     Reader::AppendJson(text, line, true);
     return text;
 }
@@ -118,7 +128,7 @@ public:
         } else {
             ReadLast();
         }
-        if (TimeIsUp) throw Error{500, TooSlow};
+        RequireTime(query);
         answer.Write(hasMore ? "{\"end\":true,\"more\":true}\n"
                              : "{\"end\":true,\"more\":false}\n");
         answer.Flush();
@@ -174,7 +184,7 @@ void ServeCount(Reader::Log& log, const Reader::Query& query, Answer& answer) {
     Reader::Query counted = query;
     counted.progress = [&](const Reader::Progress&) { answer.KeepAlive(" "); };
     (void)log.Count(counted, count);  // As above.
-    if (TimeIsUp) throw Error{500, TooSlow};
+    RequireTime(query);
     answer.Write("{\"count\":" + std::to_string(count) + "}\n{\"end\":true,\"more\":false}\n");
     answer.Flush();
 }
@@ -197,6 +207,7 @@ void ServeFile(Reader::Log& log, const Reader::Query& query, bool isJson, Answer
         answer.Write(text);
         return true;
     });
+    RequireTime(query);
     answer.Flush();
 }
 
@@ -215,8 +226,9 @@ void ServeLog(Parameters& parameters, Answer& answer) {
     }
     parameters.RefuseOthers();
     if (query.before && query.after) throw Error{400, "before: not together with after"};
+    if (isCount && file) throw Error{400, "count: not together with download"};
 
-    const std::unique_ptr<Reader::Log> log = Open(selection);
+    const std::unique_ptr<Reader::Log> log = Open(selection, !answer.HasBody());
     answer.SetType("application/x-ndjson");
     if (file) {
         query.lines = selection.lines;
@@ -235,13 +247,14 @@ void ServeLog(Parameters& parameters, Answer& answer) {
 void ServeFollow(Parameters& parameters, Answer& answer) {
     Selection selection = TakeSelection(parameters);
     parameters.RefuseOthers();
-    const std::unique_ptr<Reader::Log> log = Open(selection);
+    const std::unique_ptr<Reader::Log> log = Open(selection, true);
     selection.query.lines = selection.lines;
     if (!selection.query.lines && !selection.query.after) selection.query.lines = DefaultFollowed;
 
-    answer.SetType("text/event-stream");
+    answer.SetType(EventStream);
     answer.Flush();
     if (!answer.HasBody()) return;
+    selection.query.progress = [&](const Reader::Progress&) { answer.KeepAlive(":\n\n"); };
     // What could not be read was reported. A browser reads on by itself when the answer ends.
     (void)log->Follow(
         selection.query,

@@ -7,12 +7,14 @@
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <string>
 #include <string_view>
 
 #include "logpage/answer.h"
 #include "logpage/limits.h"
 #include "logpage/parameters.h"
 #include "logpage/requests.h"
+#include "reader/expression.h"
 
 namespace Page {
 
@@ -54,6 +56,8 @@ void Run() {
         Serve(answer);
     } catch (const Error& error) {
         answer.Fail(error);
+    } catch (const Reader::TooComplex& error) {
+        answer.Fail({500, std::string("grep: ") + error.what()});
     } catch (const std::bad_alloc&) {
         answer.Fail({500, "out of memory"});
     } catch (const std::exception& error) {

@@ -4,6 +4,9 @@
 // What the requests share, and the shortest of them.
 #include "logpage/requests.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "logpage/limits.h"
 #include "reader/format.h"
 #include "reader/status.h"
@@ -23,7 +26,10 @@ std::unique_ptr<Reader::Log> OpenLog(const Reader::Report& report) {
             if (report) report(file, what);
         });
     const bool hasFailed = log->OpenDevice();
-    if (hasFailed && log->NumSources() == 0) throw Error{500, *reason};
+    if (hasFailed && log->NumSources() == 0) {
+        if (reason->ends_with(std::strerror(EACCES))) *reason += ": LOG_GROUP is not set";
+        throw Error{500, *reason};
+    }
     return log;
 }
 
