@@ -100,7 +100,8 @@ export async function log(params, signal, take) {
 // Calls `take` with arrays of new log lines until the device ends the answer.
 export async function follow(params, signal, take) {
     await readLines(await request("follow", params, signal), signal, (texts) => {
-        const data = texts.filter((text) => text.startsWith("data:"));
-        if (data.length) take(data.map((text) => JSON.parse(text.slice(5))));
+        const data = texts.filter((text) => text.startsWith("data:")).map((text) => JSON.parse(text.slice(5)));
+        if (data.at(-1)?.error) throw new Refused(200, data.at(-1).error);
+        if (data.length) take(data);
     });
 }

@@ -8,6 +8,7 @@
 import {count, duration, size, time} from "./format.js";
 
 const STEPS = 10;
+const LABEL_BARS = 2;  // that a label of a day is wide
 
 export class Boots {
     // `onSelect` gets the number of the boot that is selected, or null.
@@ -30,14 +31,19 @@ export class Boots {
         const last = this.boots.at(-1)?.boot;
         const isAtEnd = this.node.scrollLeft + this.node.clientWidth >= this.node.scrollWidth - 40;
         this.boots = boots;
+        this.isRead = true;
         const largest = Math.max(1, ...boots.map((boot) => boot.bytes));
-        let day = null;
+        let day = null;  // the last one that has a label, and where it stands
+        let labelled = -LABEL_BARS;
         const bars = boots.map((boot, index) => {
             const bar = this.node.children[index] ?? this.bar();
             const today = boot.first?.slice(0, 10);
-            if (today && today !== day) bar.dataset.day = today.slice(5);
-            else delete bar.dataset.day;
-            day = today ?? day;
+            delete bar.dataset.day;
+            if (today && today !== day && index - labelled >= LABEL_BARS) {
+                bar.dataset.day = today.slice(5);
+                day = today;
+                labelled = index;
+            }
             bar.boot = boot;
             bar.id = `boot-${boot.boot}`;
             bar.className = `h${Math.max(1, Math.round(STEPS * Math.sqrt(boot.bytes / largest)))}`;
@@ -101,7 +107,7 @@ export class Boots {
             const last = boots.findLast((boot) => boot.last)?.last;
             this.text.textContent = `${count(boots.length, "boot")} · ${time(first).slice(0, 16)} – ${time(last).slice(0, 16)}`;
         } else {
-            this.text.textContent = "Nothing logged yet";
+            this.text.textContent = this.isRead ? "Nothing logged yet" : "";
         }
     }
 

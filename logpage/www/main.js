@@ -14,6 +14,7 @@ import {Lines} from "./lines.js";
 import {MAX_LINES, Reading} from "./reading.js";
 
 const TYPING_MS = 600;
+const SERVER_ERROR = 500;
 const TEXT_FILTERS = ["tag", "since", "until"];
 
 const $ = (id) => document.getElementById(id);
@@ -22,6 +23,7 @@ const show = (id, isShown) => { $(id).hidden = !isShown; };
 let state = address.read();
 let results = null;      // while a context is shown: where its line stands in the results
 let stopFollowing = null;
+let host = location.hostname;  // until a line gives the device's name
 let newLines = 0;        // that came while the reader was elsewhere
 
 const lines = new Lines($("lines"), {
@@ -83,9 +85,16 @@ function showReachable(isLost) {
     if (lines.isAtEnd && !stopFollowing) reading.refresh();
 }
 
+// Without them the lines are worth having.
 async function readBoots() {
-    boots.set(await device.persist(AbortSignal.timeout(86400000), () => json("boots")));
-    if (!state.boot) reading.bootList = boots.boots;
+    try {
+        boots.set(await device.persist(new AbortController().signal, () => json("boots")));
+    } catch (error) {
+        if (!(error instanceof Refused)) throw error;
+        return;
+    }
+    // The log can be read again. A search that took too long is not repeated.
+    if (reading.error?.status >= SERVER_ERROR && !address.isFiltered(state)) open();
 }
 
 // -- What is shown
@@ -170,7 +179,7 @@ function showState() {
     $("message").textContent = describe(isSearch, isSearching);
     $("lines").classList.toggle("results", isSearch);
     if (isSearch && !state.at && !state.line) markBoots();
-    const host = lines.rows.at(-1)?.host ?? location.hostname;
+    host = lines.rows.at(-1)?.host ?? host;
     $("host").textContent = host;
     document.title = `${host}: log`;
 }

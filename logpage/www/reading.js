@@ -231,15 +231,16 @@ export class Reading {
         const abort = new AbortController();
         const {signal} = abort;
         this.guard(signal, async () => {
+            let last = this.view.rows.at(-1)?.cursor;
             while (!signal.aborted) {
-                const last = this.view.rows.at(-1)?.cursor;
                 const params = {...parameters(this.filters), ...(last && {after: last})};
-                await this.near(() => this.device.persist(signal, () => api.follow(params, signal, (lines) => {
-                    params.after = lines.at(-1).cursor;
+                const gone = await this.near(() => this.device.persist(signal, () => api.follow(params, signal, (lines) => {
+                    last = params.after = lines.at(-1).cursor;
                     this.view.append(lines);
                     this.trim("older");
                     this.onChange();
                 })));
+                if (gone) last = null;  // on from what the device has now
                 await new Promise((resolve) => setTimeout(resolve, 500));
             }
         });

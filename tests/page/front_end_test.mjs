@@ -101,6 +101,33 @@ test("follow resumes behind the last line when the device is back", async () => 
     rows.forEach((line, index) => assert.equal(line, rows[0] + index));
 });
 
+test("follow goes on although the device has deleted all that it had", async () => {
+    await open({});
+    await browser.page.keyboard.press("f");
+    assert.ok(await browser.get("switch", "Follow").isChecked());
+    const {port} = device;
+    await device.stop();
+    await browser.get("alert", "").filter({hasText: "cannot be reached"}).waitFor();
+    device.lines.length = 0;
+    device.append({message: "a new beginning"});
+    await device.start(port);
+    await browser.lines.getByText("a new beginning", {exact: true}).waitFor();
+});
+
+test("a log that cannot be read is shown when it can", async () => {
+    device = new MockDevice({www: WWW});
+    device.failure = "/perm/logs/syslog: Permission denied";
+    url = await device.start();
+    browser = await Browser.launch();
+    await browser.page.goto(url);
+    await browser.page.getByText(device.failure).waitFor();
+    assert.deepEqual(browser.console.filter((message) => message.startsWith("exception")), []);
+    await browser.screenshot("unreadable");
+    device.failure = "";
+    device.boots[0].bytes += 1;  // the status is another one
+    await browser.lines.getByText("flow").last().waitFor();
+});
+
 test("filters and position survive a reload", async () => {
     await open({boots: 40});
     await browser.get("combobox", "Severity").selectOption("warning");

@@ -118,8 +118,11 @@ export class MockDevice {
             response.end(JSON.stringify(value));
         };
         if (name === "status") return json(this.status());
+        if (this.failure && ["boots", "log", "follow"].includes(name)) return json({error: this.failure}, 500);
         if (name === "boots") return json(this.boots.map((boot, index) => ({offset: index - this.boots.length + 1, current: index === this.boots.length - 1, ...boot})));
         if (name === "log" || name === "follow") {
+            const after = url.searchParams.get("after");
+            if (after && Number(after.slice(1)) > this.lines.length) return json({error: "after: this line is not kept any more"}, 404);
             for (const key of ["since", "until"]) {
                 if (url.searchParams.has(key) && !/^[\d-]/.test(url.searchParams.get(key))) return json({error: `${key}: '${url.searchParams.get(key)}' is not a time`}, 400);
             }
