@@ -316,6 +316,12 @@ class PageTest(unittest.TestCase):
         for path in ("/follow", "/follow?grep=nothing+matches", "/download?limit=none", "/log?grep=zzz&lines=10000"):
             self.open(path).close()
 
+    def test_who_waits_for_lines_that_do_not_come_is_missed(self) -> None:
+        with self.open("/follow?grep=nothing+matches") as connection:
+            self.assertIn(b"200", connection.recv(100))
+            self.assertTrue(wait_until(lambda: len(self.sandbox.programs()) == 1, 30))
+        self.assertTrue(wait_until(lambda: not self.sandbox.programs(), 30))
+
     def test_an_abandoned_download_does_not_disturb_another(self) -> None:
         abandoned = self.open("/download?limit=none")
         abandoned.recv(1000)
