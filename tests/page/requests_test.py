@@ -67,6 +67,13 @@ class Sandbox:
 
     def programs(self) -> list[int]:
         """The processes of the program that run in it."""
+        return self._processes("moraine")
+
+    def is_quiet(self) -> bool:
+        """Whether neither a program runs nor a process of the server that may start one."""
+        return not self.programs() and len(self._processes("httpd")) <= 1
+
+    def _processes(self, name: str) -> list[int]:
         parents, found = {}, []
         for status in Path("/proc").glob("[0-9]*/status"):
             try:
@@ -74,7 +81,7 @@ class Sandbox:
             except (FileNotFoundError, ProcessLookupError):
                 continue
             parents[int(status.parent.name)] = int(fields["PPid"])
-            if fields["Name"] == "moraine":
+            if fields["Name"].strip() == name:
                 found.append(int(status.parent.name))
         return [pid for pid in found if self.process.pid in ancestors(pid, parents)]
 
@@ -119,7 +126,8 @@ class PageTest(unittest.TestCase):
         cls.sandbox.stop()
 
     def tearDown(self) -> None:
-        self.assertTrue(wait_until(lambda: not self.sandbox.programs(), 30), "a program still runs")
+        self.get("/nothing")  # The server has taken all connections that were opened before.
+        self.assertTrue(wait_until(self.sandbox.is_quiet, 30), "a program still runs")
 
     def get(self, path: str, method: str = "GET") -> Answer:
         connection = http.client.HTTPConnection("127.0.0.1", self.sandbox.port, timeout=60)
@@ -217,6 +225,7 @@ class PageTest(unittest.TestCase):
     def test_download_has_the_announced_size_and_members(self) -> None:
         plan = self.get("/download?limit=200K&dry-run").json
         answer = self.get("/download?limit=200K")
+        self.assertEqual(answer.status, 200, answer.body)
         self.assertEqual(len(answer.body), int(answer.header["content-length"]))
         self.assertLessEqual(len(answer.body), 200 * 1024)
         names = tarfile.open(fileobj=io.BytesIO(answer.body)).getnames()
