@@ -29,7 +29,7 @@ LINE = "Nov 21 17:48:08 device user.info pump[530]: pressure within limits, valv
 EXPLOSIVE = "(e|i).{40}(.{1,60}){1,60}[0-9]"
 STALL_SECONDS = 30  # that the program waits for a reader
 MAX_MEMORY_KB = 8 * 1024
-GONE = "0-123-1-1"
+GONE = "0.0.0-123-1-1"
 
 
 def fill_archive() -> None:

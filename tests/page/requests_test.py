@@ -256,9 +256,9 @@ class PageTest(unittest.TestCase):
             self.assertTrue(answer.json["error"].startswith(f"{name}:"), answer.json)
 
     def test_a_line_that_is_not_kept_is_not_found(self) -> None:
-        answer = self.log(before="0-123-1-1")
+        answer = self.log(before="0.0.0-123-1-1")
         self.assertEqual((answer.status, answer.json["error"].split(":")[0]), (404, "before"))
-        answer = self.log(after="0-123-1-1", reverse=1)
+        answer = self.log(after="0.0.0-123-1-1", reverse=1)
         self.assertEqual((answer.status, answer.json["error"].split(":")[0]), (404, "after"))
 
     def test_other_paths_are_not_found(self) -> None:
