@@ -65,7 +65,7 @@ class Chain:
             self._cut()
         with self._power_on({}) as device:
             check_start(device, self.tally)
-        self._judge("the last start")
+        self.tally.duplicated = self._judge("the last start").duplicated
         self.tally.synced = len(self._synced)
         return self.tally
 
@@ -92,8 +92,7 @@ class Chain:
                 self._synced.update(numbers_in(rotations[line.split()[1]]))
         found = self._judge(f"{moment.name}{' at start' if at_start else ''} + {wait:.3f} s, "
                             f"{self.mount_options}")
-        self.tally.half_done += bool(found.leftovers) or found.duplicated > self.tally.duplicated
-        self.tally.duplicated = found.duplicated
+        self.tally.half_done += bool(found.leftovers or found.duplicated)
 
     def _names(self, at_start: bool) -> list[str]:
         """What there is to archive: a start finds a live log whose archiving was interrupted, a

@@ -12,8 +12,7 @@ from tests.harness.numbered import ranges
 
 @dataclasses.dataclass
 class Tally:
-    """`half_done` and `duplicated` are no flaws: a file that was archived and not yet removed is
-    archived again, and nothing is lost by that."""
+    """`half_done` is no flaw: the next start finishes or takes back what was interrupted."""
 
     cuts: int = 0
     moments: collections.Counter[str] = dataclasses.field(default_factory=collections.Counter)
@@ -21,7 +20,7 @@ class Tally:
     with_losses: int = 0  # cuts
     synced: int = 0  # lines
     lost: int = 0
-    duplicated: int = 0
+    duplicated: int = 0  # lines, after the last start
     empty: int = 0  # archive files
     corrupt: int = 0
     refused: int = 0  # starts that failed
@@ -45,7 +44,7 @@ class Tally:
 
     @property
     def flaws(self) -> int:
-        return self.lost + self.empty + self.corrupt + self.refused + self.unhealed
+        return self.lost + self.duplicated + self.empty + self.corrupt + self.refused + self.unhealed
 
     def __str__(self) -> str:
         moments = "".join(f"  {count:4} {name}\n" for name, count in sorted(self.moments.items()))
