@@ -165,7 +165,7 @@ def count_cycle() -> tuple[list[Row], list[str]]:
         Row("idle", "system calls a cycle", "", [len(cycle) for cycle in cycles], goal=9),
         Row("idle", "of these, for memory", "", for_memory, goal=0),
         Row("idle", "allocations a cycle", "", [
-            cost.allocations / count for cost in costs], goal=0),
+            cost.allocations / count for cost in costs]),
         Row("idle", "processor time of 1,000 cycles without the sleep", "s", [
             cost.processor_seconds * 1000 / count for cost in costs]),
     ]
