@@ -52,7 +52,7 @@ struct Entry {
     const char* name = nullptr;
     std::uint64_t id = 0;  // inode; with a place, its index
     std::uint32_t boot = 0;
-    Anchor anchor;  // of a file that is not archived
+    Anchor anchor{};  // of a file that is not archived
     std::uint8_t nameLength = 0;
     std::uint8_t restOffset = 0;  // of what is behind the boot number, or of a rotation's suffix
     Kind kind = Kind::Archive;

@@ -44,7 +44,7 @@ struct Source {
     Kind kind = Kind::Archive;
     bool isCompressed = false;
     std::uint32_t boot = 0;
-    Anchor anchor;  // where it stands, unless it is archived
+    Anchor anchor{};  // where it stands, unless it is archived
 };
 
 struct Line {
