@@ -16,7 +16,7 @@ SERVICE = "etc/init.d/S90vandis-moraine"
 PREPARE = "etc/init.d/S50prepare"
 
 ADD_ROTATION = f"cp /root/rotation {LOG}/messages.txt.0"
-UNTIL_ENDED = "while pidof vandis-moraine >/dev/null; do sleep 0.1; done"
+UNTIL_ENDED = "while pidof vandis-moraine >/dev/null; do sleep 0.5; done"
 # Also what is reserved for root, to the last block.
 FILL = """
 size=2048

@@ -70,7 +70,7 @@ class Device(Emulator):
 
     def wait_for(self, condition: str, timeout: float = CYCLE_TIMEOUT) -> None:
         """Waits until a command of the device succeeds."""
-        self.run(f"until {condition}; do sleep 0.2; done", timeout)
+        self.run(f"until {condition}; do sleep 1; done", timeout)
 
     def power_off(self) -> None:
         self.send("poweroff")
