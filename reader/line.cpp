@@ -170,8 +170,8 @@ bool IsValid(const Date& date) {
 }
 
 CivilTime ToCivil(const Date& date) {
-    return DaysFromEpoch(date.year, date.month, date.day) * SecsPerDay + date.hour * 3600 +
-           date.minute * 60 + date.second;
+    return DaysFromEpoch(date.year, date.month, date.day) * SecsPerDay + date.hour * 3600L +
+           date.minute * 60L + date.second;
 }
 
 Date ToDate(CivilTime time) {

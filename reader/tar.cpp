@@ -249,7 +249,7 @@ bool TarReader::ReadExtension(const TarHeader& header, std::uint64_t size) {
     const std::string text = ReadText(size);
     if (text.size() < size) return true;
     if (header.type == 'L') {
-        longName = text.c_str();
+        longName = text.substr(0, text.find('\0'));
     } else {
         ReadPax(text);
     }

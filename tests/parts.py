@@ -78,7 +78,7 @@ PARTS = (
          "tests/packaging/run systemd", own="packaging", is_long=True),
     Part("page", "the log page: hostile requests, and a part of the browser's tests",
          "tests/page/run --quick", own="page", waits=True),
-    Part("tidy", "clang-tidy on the daemon and its library",
+    Part("tidy", "clang-tidy on all programs and libraries",
          "cmake --preset tidy >/dev/null && cmake --build --preset tidy"),
     Part("fuzz", "each fuzz target for some seconds", "tests/fuzz/run --seconds 5", own="fuzz"),
 )

@@ -151,7 +151,7 @@ void PrintMessage(const std::string& what, const std::string& reason) {
         line += text;
     }
     line += '\n';
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    (void)std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 ProgressLine::ProgressLine() : isTerminal(isatty(STDERR_FILENO) == 1), start(Now()) {
@@ -173,15 +173,15 @@ double ProgressLine::Seconds() const {
 
 void ProgressLine::Show(const std::string& line) {
     isShown = true;
-    std::fprintf(stderr, "\r%s\033[K", line.c_str());
-    std::fflush(stderr);
+    (void)std::fprintf(stderr, "\r%s\033[K", line.c_str());
+    (void)std::fflush(stderr);
 }
 
 void ProgressLine::Clear() {
     if (!isShown) return;
     isShown = false;
-    std::fputs("\r\033[K", stderr);
-    std::fflush(stderr);
+    (void)std::fputs("\r\033[K", stderr);
+    (void)std::fflush(stderr);
 }
 
 void HandleInterrupt() {

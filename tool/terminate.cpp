@@ -7,9 +7,11 @@
 
 namespace __gnu_cxx {
 
+// NOLINTBEGIN(bugprone-reserved-identifier): it replaces that one
 void __verbose_terminate_handler();
-void __verbose_terminate_handler() {  // NOLINT(bugprone-reserved-identifier): it replaces that one
+void __verbose_terminate_handler() {
     std::abort();
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 }  // namespace __gnu_cxx
