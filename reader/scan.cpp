@@ -22,40 +22,67 @@ std::size_t LineEnd(std::string_view block, std::size_t start) {
     return static_cast<std::size_t>(static_cast<const char*>(end) - block.data()) + 1;
 }
 
-// The last lines of a pass over a file.
+// The last lines of a pass over a file, in chunks, because a short line kept alone takes more room
+// than its text.
 class KeptLines {
 public:
-    struct Line {
+    struct Chunk {
         std::string text;
-        std::uint64_t number;
+        std::uint64_t firstNumber;
+        std::uint64_t lines;
         bool isMatch;
-        std::size_t Size() const { return text.size() + sizeof(Line); }
+        std::size_t Size() const { return text.capacity() + sizeof(Chunk); }
     };
 
     explicit KeptLines(std::uint64_t maxLines) : maxLines(maxLines) {}
 
     void Add(const Run& run) {
-        std::uint64_t number = run.firstNumber;
-        for (std::size_t start = 0; start < run.text.size(); ++number) {
-            const std::size_t end = LineEnd(run.text, start);
-            lines.push_back(
-                {std::string(run.text.substr(start, end - start)), number, run.isMatch});
-            bytes += lines.back().Size();
-            start = end;
-            while ((bytes > MaxKeptBytes || lines.size() > maxLines) && lines.size() > 1) {
-                bytes -= lines.front().Size();
-                lines.pop_front();
-                isAll = false;
-            }
+        lines += run.lines;
+        if (Continues(run)) {
+            bytes -= chunks.back().Size();
+            chunks.back().text += run.text;
+            chunks.back().lines += run.lines;
+        } else {
+            chunks.push_back({std::string(run.text), run.firstNumber, run.lines, run.isMatch});
+        }
+        bytes += chunks.back().Size();
+        while (chunks.size() > 1 &&
+               (bytes > MaxKeptBytes || lines - chunks.front().lines >= maxLines)) {
+            bytes -= chunks.front().Size();
+            lines -= chunks.front().lines;
+            chunks.pop_front();
+            isAll = false;
         }
     }
 
-    const std::deque<Line>& Lines() const { return lines; }
+    // Newest first. Returns false if no more is wanted.
+    bool Deliver(const SharedInfo& info, const TakeRun& take) const {
+        for (auto chunk = chunks.rbegin(); chunk != chunks.rend(); ++chunk) {
+            std::string_view rest = chunk->text;
+            for (std::uint64_t number = chunk->firstNumber + chunk->lines; !rest.empty();) {
+                const std::size_t start = rest.substr(0, rest.size() - 1).rfind('\n') + 1;
+                if (!take(info, {rest.substr(start), --number, 1, chunk->isMatch})) return false;
+                rest = rest.substr(0, start);
+            }
+        }
+        return true;
+    }
+
+    std::uint64_t FirstNumber() const { return chunks.front().firstNumber; }
     bool IsAll() const { return isAll; }
 
 private:
-    std::deque<Line> lines;
+    bool Continues(const Run& run) const {
+        constexpr std::size_t ChunkBytes = 30UL << 10;
+        if (chunks.empty()) return false;
+        const Chunk& last = chunks.back();
+        return last.isMatch == run.isMatch && last.firstNumber + last.lines == run.firstNumber &&
+               last.text.size() + run.text.size() <= ChunkBytes;
+    }
+
+    std::deque<Chunk> chunks;
     std::uint64_t maxLines;
+    std::uint64_t lines = 0;
     std::size_t bytes = 0;
     bool isAll = true;
 };
@@ -132,10 +159,8 @@ bool Scanner::ScanReversed(const LineBounds& bounds, const TakeRun& take) {
             return false;
         }
         isCounting = false;
-        const std::uint64_t begin = kept.IsAll() ? window.first : kept.Lines().front().number;
-        for (auto line = kept.Lines().rbegin(); line != kept.Lines().rend(); ++line) {
-            if (!take(info, {line->text, line->number, 1, line->isMatch})) return false;
-        }
+        const std::uint64_t begin = kept.IsAll() ? window.first : kept.FirstNumber();
+        if (!kept.Deliver(info, take)) return false;
         if (begin <= bounds.first) return true;
         if (!reader.Damage().empty()) result.problem = reader.Damage();
         const std::uint64_t end = window.end == bounds.end ? number : window.end;
