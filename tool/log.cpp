@@ -42,6 +42,7 @@ constexpr Option Options[]{{'b', "boot", Value::OptionalRange},
                            {'B', "before-context", Value::Required},
                            {'p', "priority", Value::Required},
                            {'t', "tag", Value::Required},
+                           {'t', "identifier", Value::Required},  // as journalctl has it
                            {'S', "since", Value::Required},
                            {'U', "until", Value::Required},
                            {'c', "count"},

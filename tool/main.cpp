@@ -37,8 +37,8 @@ const Verb* FindVerb(std::string_view name) {
     return found == std::end(Verbs) ? nullptr : found;
 }
 
-[[noreturn]] void ThrowUnknownVerb(std::string_view name) {
-    throw Tool::UsageError("unknown verb '" + std::string(name) + "'");
+[[noreturn]] void ThrowUnknownVerb(std::string_view name, std::string_view hint = "") {
+    throw Tool::UsageError("unknown verb '" + std::string(name) + "'" + std::string(hint));
 }
 
 int Print(std::string_view text) {
@@ -95,7 +95,7 @@ int Run(Tool::Arguments arguments) {
     }
     const bool isVerb = !first.empty() && !first.starts_with('-');
     const Verb* verb = isVerb ? FindVerb(first) : &Verbs[0];
-    if (verb == nullptr) ThrowUnknownVerb(first);
+    if (verb == nullptr) ThrowUnknownVerb(first, ": use -g RE to search the log");
     return RunVerb(*verb, arguments.subspan(isVerb ? 1 : 0));
 }
 

@@ -29,10 +29,50 @@ std::string Quote(std::string_view text) {
     return "'" + std::string(text) + "'";
 }
 
+// What people write who know journalctl or grep better, and what does the same here. It helps only
+// where the verb has the option `id`; 0 is for another verb.
+struct Guess {
+    std::string_view written;
+    int id;
+    const char* instead;
+};
+
+constexpr Guess Guesses[]{{"-u", 't', "-t TAG"},
+                          {"--unit", 't', "-t TAG"},
+                          {"-k", 't', "-t kernel"},
+                          {"--dmesg", 't', "-t kernel"},
+                          {"-e", 'g', "-g RE to search, -n N for the newest lines"},
+                          {"--regexp", 'g', "-g RE"},
+                          {"-P", 'g', "-g with an extended regular expression"},
+                          {"--perl-regexp", 'g', "-g with an extended regular expression"},
+                          {"-x", 'n', "-n N for the newest lines"},
+                          {"-m", 'n', "-n N for the last N lines"},
+                          {"--max-count", 'n', "-n N for the last N lines"},
+                          {"--tail", 'n', "-n N"},
+                          {"--file", 'D', "-D PATH"},
+                          {"--root", 'D', "-D PATH"},
+                          {"--list-boots", 0, "moraine boots"},
+                          {"--disk-usage", 0, "moraine status"},
+                          {"--verify", 0, "moraine verify"},
+                          {"--vacuum-size", 0, "moraine delete"},
+                          {"--vacuum-files", 0, "moraine delete"},
+                          {"--vacuum-time", 0, "moraine delete"}};
+
 }  // namespace
 
 OptionReader::OptionReader(std::span<const Option> options, std::span<char* const> arguments)
     : options(options), arguments(arguments) {}
+
+void OptionReader::ThrowUnknown(std::string_view written) const {
+    std::string text = "unknown option " + Quote(written);
+    for (const Guess& guess : Guesses) {
+        const bool helps = guess.id == 0 ||
+                           std::any_of(options.begin(), options.end(),
+                                       [&](const Option& option) { return option.id == guess.id; });
+        if (guess.written == written && helps) text += std::string(": use ") + guess.instead;
+    }
+    throw UsageError(text);
+}
 
 int OptionReader::Next() {
     if (*letters != '\0') return ReadShort();
@@ -65,7 +105,7 @@ int OptionReader::ReadShort() {
     });
     if (found == options.end()) {
         if (*letters == 'h') throw HelpRequest();
-        throw UsageError(std::string("unknown option ") + Quote(written));
+        ThrowUnknown(written);
     }
     current = &*found;
     ++letters;
@@ -108,7 +148,7 @@ const Option& OptionReader::FindLong(std::string_view name, std::string_view wri
         if (found != nullptr) throw UsageError("option " + Quote(written) + " is ambiguous");
         found = &option;
     }
-    if (found == nullptr) throw UsageError("unknown option " + Quote(written));
+    if (found == nullptr) ThrowUnknown(written);
     return *found;
 }
 

@@ -54,6 +54,7 @@ private:
     int ReadLong(std::string_view argument);
     int ReadShort();
     void TakeValue(std::string_view written, const char* attached);
+    [[noreturn]] void ThrowUnknown(std::string_view written) const;
     const Option& FindLong(std::string_view name, std::string_view written) const;
 
     std::span<const Option> options;

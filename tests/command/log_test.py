@@ -158,6 +158,13 @@ class Lines(LogCase):
         for pattern in ("rare", "app: .*9$", "^$"):
             found = self.log("-r", "-b", "0", "-g", pattern).splitlines(keepends=True)
             self.assertEqual(found, [text for text in lines[::-1] if re.search(pattern, text)])
+        numbers = [i for i, text in enumerate(lines, 1) if re.search("app: .*99$", text)]
+        found = self.check("-r", "-g", "app: .*99$", "-o", "json").objects
+        self.assertEqual([each["line"] for each in found], numbers[::-1])
+        found = self.check("-r", "-g", "app: .*99$", "-C", "1", "-o", "json").objects
+        self.assertEqual([each["line"] for each in found],
+                         [number + i for number in numbers[::-1] for i in (1, 0, -1)
+                          if number + i <= len(lines)])
 
     def test_counted(self) -> None:
         self.assertEqual(self.log("-c"), "20\n")
@@ -413,6 +420,16 @@ class Options(LogCase):
     def test_an_unknown_verb(self) -> None:
         self.refuse("shred", naming="shred")
         self.refuse("help", "shred", naming="shred")
+
+    def test_what_others_call_it(self) -> None:
+        """A habit from journalctl or grep gets the name of what does the same."""
+        for habit, naming in (("-u", "-t TAG"), ("-k", "-t kernel"), ("-e", "-g RE"), ("-xe", "-n N"),
+                              ("--max-count=3", "-n N"), ("--file=x", "-D PATH"),
+                              ("--list-boots", "moraine boots"), ("timeout", "-g RE")):
+            self.refuse(habit, naming=naming)
+        self.assertNotIn("-t TAG", self.check("boots", "-u", status=2).error)
+        write_log("messages.txt", line("app: one") + line("other: two"))
+        self.assertEqual(self.words("--identifier=app"), ["one"])
 
 
 class Ends(LogCase):
