@@ -92,9 +92,13 @@ export class Boots {
         this.describe();
     }
 
+    // A bar that can be seen stays where it is, below the pointer that has just selected it.
     reveal() {
         const bar = this.node.querySelector("[aria-selected=true]") ?? this.node.lastElementChild;
-        if (bar) this.node.scrollLeft = bar.offsetLeft - this.node.clientWidth / 2;
+        if (!bar) return;
+        const {scrollLeft, clientWidth} = this.node;
+        const left = bar.offsetLeft - scrollLeft;
+        if (left < 0 || left + bar.offsetWidth > clientWidth) this.node.scrollLeft = bar.offsetLeft - clientWidth / 2;
     }
 
     describe(bar = this.node.querySelector("[aria-selected=true]")) {

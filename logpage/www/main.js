@@ -49,27 +49,27 @@ const download = new Download($("dialog"), {
 
 let archive = "";
 
-function showStatus(status) {
+function showHealth(className, text, reasons = []) {
     const node = $("health");
+    const version = [text, ...reasons].join("\n");
+    if (node.dataset.version === version) return;  // It would be read out again.
+    node.dataset.version = version;
+    node.className = className;
     const title = document.createElement("b");
-    title.textContent = status.healthy ? "Healthy" : "Not healthy";
-    const reasons = document.createElement("ul");
-    for (const reason of status.reasons ?? []) {
-        reasons.appendChild(document.createElement("li")).textContent = reason;
-    }
-    const text = [title.textContent, ...(status.reasons ?? [])].join("\n");
-    if (node.dataset.text !== text) {
-        node.dataset.text = text;
-        node.className = status.healthy ? "healthy" : "ill";
-        node.replaceChildren(title, ...(status.healthy ? [] : [reasons]));
-    }
+    title.textContent = text;
+    const list = document.createElement("ul");
+    for (const reason of reasons) list.appendChild(document.createElement("li")).textContent = reason;
+    node.replaceChildren(title, ...(reasons.length ? [list] : []));
+}
+
+function showStatus(status) {
+    if (status.healthy) showHealth("healthy", "Healthy");
+    else showHealth("ill", "Not healthy", status.reasons);
     if (!status.archive) return;
-    const {bytes, limit_bytes: limit, files} = status.archive;
-    const meter = $("archive-meter");
-    meter.max = limit;
-    meter.value = bytes;
-    $("archive-text").textContent = `Archive ${size(bytes)} of ${size(limit)}`;
-    meter.textContent = $("archive-text").textContent;
+    const {bytes, limit_bytes: limit} = status.archive;
+    const text = `Archive ${size(bytes)} of ${size(limit)}`;
+    $("archive-text").textContent = text;
+    Object.assign($("archive-meter"), {max: limit, value: bytes, textContent: text, ariaValueMax: limit, ariaValueNow: bytes, ariaValueText: text});
     const version = JSON.stringify([status.archive, status.waiting?.rotations]);
     if (archive && archive !== version) readBoots();
     archive = version;
@@ -80,7 +80,7 @@ function showReachable(isLost) {
     $("offline").textContent = `The device cannot be reached since ${since}. This is what was read before; the page continues by itself when the device is back.`;
     show("offline", isLost);
     document.body.classList.toggle("lost", isLost);
-    if (isLost) return;
+    if (isLost) return showHealth("ill", "Unreachable");
     readBoots();
     if (lines.isAtEnd && !stopFollowing) reading.refresh();
 }
@@ -105,6 +105,7 @@ async function open() {
     fillForm();
     follow(false);
     boots.select(state.boot);
+    show("all-boots", Boolean(state.boot));
     if (!state.context) boots.mark(new Map());
     const filters = state.context ? {} : state;
     if (!setMatcher()) return;
@@ -124,6 +125,7 @@ function change(changes) {
 
 function fillForm() {
     $("search").value = state.grep;
+    $("search").placeholder = state.boot ? `Search boot ${state.boot}` : "Search all boots";
     $("regexp").checked = state.regexp;
     $("ignore-case").checked = state["ignore-case"];
     $("priority").value = state.priority;

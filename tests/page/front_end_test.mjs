@@ -78,11 +78,13 @@ test("the device goes away in the middle of a search and comes back", async () =
     const {port} = device;
     await device.stop();
     await browser.get("alert", "").filter({hasText: "cannot be reached"}).waitFor();
+    await browser.get("status", "Health").getByText("Unreachable").waitFor();
     assert.ok(await browser.lines.getByText("Out of memory").count() > 0);
     await browser.screenshot("unreachable");
     await device.start(port);
     await browser.page.getByText(`${expected} matches`, {exact: true}).waitFor();
     assert.equal(await browser.get("alert", "").filter({hasText: "cannot be reached"}).count(), 0);
+    await browser.get("status", "Health").getByText("Healthy", {exact: true}).waitFor();
 });
 
 test("follow resumes behind the last line when the device is back", async () => {
@@ -126,6 +128,25 @@ test("a log that cannot be read is shown when it can", async () => {
     device.failure = "";
     device.boots[0].bytes += 1;  // the status is another one
     await browser.lines.getByText("flow").last().waitFor();
+});
+
+test("a boot that is selected stays below the pointer, and a button shows all of them again", async () => {
+    await open({boots: 100});
+    const boot = browser.get("listbox", "Boots").getByRole("option", {name: /^Boot 70 /});
+    const place = await boot.boundingBox();
+    await boot.click();
+    await browser.lines.getByTitle(/^boot 70 /).first().waitFor();
+    assert.deepEqual(await boot.boundingBox(), place);
+    await browser.get("button", "All boots").click();
+    await browser.lines.getByTitle(/^boot 100 /).first().waitFor();
+    assert.equal(await browser.get("button", "All boots").count(), 0);
+});
+
+test("the switch shows its state in forced colors", async () => {
+    await open({options: {forcedColors: "active"}});
+    const [knob, ground] = await browser.get("switch", "Follow").evaluate((node) =>
+        ["::before", null].map((part) => getComputedStyle(node, part).backgroundColor));
+    assert.notEqual(knob, ground);
 });
 
 test("filters and position survive a reload", async () => {
