@@ -187,8 +187,8 @@ function showState() {
 }
 
 function describe(isSearch, isSearching) {
+    if (document.querySelector("#filters [aria-invalid]")) return "";  // It has the error beside it.
     if (reading.error) return reading.error.message;
-    if ($("search").hasAttribute("aria-invalid")) return "";
     const found = lines.rows.length;
     const which = lines.current ? `Match ${(lines.rows.indexOf(lines.current) + 1).toLocaleString("en")} of ${found.toLocaleString("en")}` : count(found, "match");
     if (isSearching) return `Searching, ${Math.floor(100 * reading.progress)} %: ${count(found, "match")}`;

@@ -175,6 +175,7 @@ test("errors of the device and of an expression stand at their field", async () 
     await browser.get("textbox", "Since").fill("soon");
     await browser.get("textbox", "Since").press("Enter");
     await browser.page.getByText("since: 'soon' is not a time").first().waitFor();
+    assert.equal(await browser.page.getByText("since: 'soon' is not a time").count(), 1);
     assert.equal(await browser.get("textbox", "Since").getAttribute("aria-invalid"), "true");
     assert.equal(await browser.get("textbox", "Until").getAttribute("aria-invalid"), null);
 });
