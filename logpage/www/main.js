@@ -196,8 +196,8 @@ function describe(isSearch, isSearching) {
     if (stopFollowing && newLines && !lines.isAtEnd) return `Following, ${count(newLines, "new line")}`;
     if (stopFollowing) return "Following";
     if (!isSearch) return found || !reading.isComplete ? "" : "No lines";
-    if (!found) return reading.isComplete ? "No line matches." : "";
     if (reading.cancelled) return `Cancelled: ${which} so far`;
+    if (!found) return reading.isComplete ? "No line matches." : "";
     if (found >= MAX_LINES) return `${which}, the newest`;
     return `${which}${reading.older || reading.newer ? " so far" : ""}`;
 }

@@ -68,6 +68,10 @@ test("a search shows results and progress while it reads, and can be cancelled",
     const requests = device.requests.length;
     await browser.page.waitForTimeout(300);
     assert.equal(device.requests.slice(requests).filter((request) => request.includes("/log")).length, 0);
+    // Nothing found is no proof that there is nothing.
+    await browser.search("no such text");
+    await browser.get("button", "Cancel").click();
+    await browser.page.getByText("Cancelled: 0 matches so far").waitFor();
 });
 
 test("the device goes away in the middle of a search and comes back", async () => {
