@@ -41,6 +41,7 @@ pageTest("shows health, archive and boots", async ({get}) => {
     assert.equal(await meter.getAttribute("max"), String(2 ** 30));
     assert.ok(Number(await meter.getAttribute("value")) > 100000);
     const boots = browser.get("listbox", "Boots").getByRole("option");
+    await boots.first().waitFor();
     assert.equal(await boots.count(), (await sandbox.json("boots")).length);
     assert.match(await boots.first().getAttribute("aria-label"), /^Boot 1 · .*KiB · \d+ files? · \d{4}-\d\d-\d\d \d\d:\d\d:\d\d – /);
     await browser.screenshot("start");
