@@ -129,7 +129,8 @@ bool Rotate::Archiving::Run() {
 }
 
 std::optional<bool> Rotate::Archiving::RemoveIfArchived() {
-    const bool mayHaveTwin = rotate.mayBeArchived && !IsLiveLog() && source.OpenError() == 0;
+    const bool mayHaveTwin =
+        !rotate.possibleTwins.empty() && !IsLiveLog() && source.OpenError() == 0;
     const Ending ending = mayHaveTwin ? RemoveTwin() : std::nullopt;
     if (!ending) return std::nullopt;
     if (ending != Outcome::Archived) return LeaveSource(*ending);
@@ -140,7 +141,7 @@ std::optional<bool> Rotate::Archiving::RemoveIfArchived() {
 // Returns nothing if the archive has no copy of the source.
 Rotate::Archiving::Ending Rotate::Archiving::RemoveTwin() {
     source.Mark();
-    const std::string twin = Rotation::FindTwin(source, rotate.GetArchiveFileList());
+    const std::string twin = Rotation::FindTwin(source, rotate.possibleTwins);
     if (twin.empty()) return std::nullopt;  // guard: twin
     dest = Moraine::ArchPathAbs / twin;
     hasTwin = true;
@@ -261,8 +262,10 @@ Rotate::Archiving::Ending Rotate::Archiving::Unlink() {
     if (error == 0) {
         source.SetPfn(taken);
         const SourceFile::State state = source.Look();
-        rotate.mayBeArchived |= state == SourceFile::State::Moved;
-        if (state == SourceFile::State::Moved) return Outcome::Moved;  // guard: removal
+        if (state == SourceFile::State::Moved) {  // guard: removal
+            rotate.possibleTwins.insert(dest.filename());
+            return Outcome::Moved;
+        }
         if (state == SourceFile::State::Changed) return TakeBack(Outcome::Changed);
     }
     if (Futils::Remove(source.Pfn())) return Outcome::Failed;

@@ -25,7 +25,7 @@ bool Rotate::CheckLogs() {
     if (Futils::GetFilesInDir(files, Moraine::SyslogPathAbs)) return false;
     const std::string rotation = GetLastSyslogdRotation(files);
     if (!rotation.empty()) return ArchiveHighest(Moraine::SyslogPathAbs / rotation);
-    mayBeArchived = false;
+    possibleTwins.clear();
 
     unsigned long size = 0;
     if (Futils::GetFileSize(size, Moraine::SyslogPfe)) return false;

@@ -108,9 +108,9 @@ protected:
 
     unsigned int bootNum = 0;       // of this run; in the name of each new archive file
     unsigned long archDirSize = 0;  // bytes in the archive directory; kept up by arithmetic
-    // A file of the syslog directory may be in the archive already: after a start, and after
-    // syslogd moved one at the moment of its removal.
-    bool mayBeArchived = false;
+    // What a file of the syslog directory may be archived as already: all that a start finds, and
+    // the copy of a file that syslogd moved at the moment of its removal.
+    std::set<std::string> possibleTwins;
 };
 
 // The time since the device started, as a date and time counted from 1970-01-01:

@@ -37,7 +37,7 @@ bool Rotate::Init() {
     if (Futils::CreateDir(Moraine::ArchPathAbs)) return true;
     if (CheckReboots()) return true;  // It renumbers the boots that SetBootNum reads.
     if (SetBootNum()) return true;
-    mayBeArchived = true;
+    possibleTwins = GetArchiveFileList();
     if (CleanUpTempFiles()) return true;
     if (RemoveArchivedFiles()) return true;  // Behind it: a removal needs the ".tmp" name free.
     if (ResetArchDirSize()) return true;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <iterator>
 #include <vector>
 
 #include "daemon/moraine.h"
@@ -18,11 +17,11 @@ namespace Rotation {
 
 namespace {
 
-constexpr std::size_t NumNewestFiles = 16;
-
-// True if the text of a compressed file begins with all of `source`.
+// True if the text of a compressed file begins with all of `source`. A damaged one counts for
+// nothing, even if xz gets all the text out of it.
 bool TextBeginsWith(const fs::path& compressed, const SourceFile& source) {
-    Futils::CommandOutput text("xz -dc " + compressed.native());
+    const std::string name = compressed.native();
+    Futils::CommandOutput text("xz -t " + name + " && xz -dc " + name);
     std::vector<char> expected(65536);
     std::vector<char> actual(expected.size());
     off_t offset = 0;
@@ -37,9 +36,7 @@ bool TextBeginsWith(const fs::path& compressed, const SourceFile& source) {
 }  // namespace
 
 std::string FindTwin(const SourceFile& source, const std::set<std::string>& archive) {
-    const auto first = std::prev(
-        archive.end(), static_cast<std::ptrdiff_t>(std::min(archive.size(), NumNewestFiles)));
-    const auto twin = std::find_if(first, archive.end(), [&](const std::string& name) {
+    const auto twin = std::find_if(archive.begin(), archive.end(), [&](const std::string& name) {
         const fs::path pfn = Moraine::ArchPathAbs / name;
         return HaveSameTime(pfn, source.Pfn()) && TextBeginsWith(pfn, source);
     });

@@ -7,7 +7,8 @@
 //
 // xz gives its output the modification time of its input. So a file that has the time of an archive
 // file, to the nanosecond, and whose content that file begins with, was archived. (Begins with: the
-// end of a file that came back may not have reached the disk.)
+// end of a file that came back may not have reached the disk.) But two rotations may be alike: an
+// archive file that was just made of one of them is no twin of the other.
 #pragma once
 
 #include <set>
@@ -17,9 +18,8 @@
 
 namespace Rotation {
 
-// The name of the file in `archive`, a sorted list of archive names, that was made of `source`;
-// empty if none was. Looks at the newest ones only: each removal is synced before the next
-// archiving.
+// The name of the file in `archive`, a list of archive names, that was made of `source`; empty if
+// none was.
 [[nodiscard]] std::string FindTwin(const SourceFile& source, const std::set<std::string>& archive);
 
 }  // namespace Rotation

@@ -135,15 +135,30 @@ TEST_F(TwinTest, OfADamagedFileIsArchivedAgain) {
     ExpectLogs({});
 }
 
-TEST_F(TwinTest, IsLookedForAmongTheNewestSixteenFiles) {
-    for (const unsigned newer : {15U, 16U}) {
-        SCOPED_TRACE(newer);
-        Archived(ArchFn(1, 10), "old\n");
-        for (unsigned i = 0; i < newer; ++i) WriteFile(archive / ArchFn(2, 11 + i));
-        WriteAt(rotation, "old\n");
-        EXPECT_SUCCESS(rotate.Init());
-        EXPECT_EQ(fs::exists(rotation), newer == 16);
-    }
+TEST_F(TwinTest, OfAFileThatLostItsLastByteIsArchivedAgain) {
+    MakeTwins();
+    fs::resize_file(archive / ArchFn(1), fs::file_size(archive / ArchFn(1)) - 1);
+    WriteAt(archive / ArchFn(1), ReadFile(archive / ArchFn(1)));
+    EXPECT_SUCCESS(rotate.Init());
+    EXPECT_EQ(ReadFile(rotation), "old\n");
+}
+
+TEST_F(TwinTest, IsLookedForInTheWholeArchive) {
+    Archived(ArchFn(1, 10), "old\n");
+    for (unsigned i = 0; i < 50; ++i) WriteFile(archive / ArchFn(2, 11 + i));
+    WriteAt(rotation, "old\n");
+    EXPECT_SUCCESS(rotate.Init());
+    EXPECT_FALSE(fs::exists(rotation));
+}
+
+// Two files that are alike were both waiting: what was made of one is not a copy of the other.
+TEST_F(TwinTest, IsNotWhatWasArchivedSinceTheStart) {
+    MakeArchive();
+    for (const Path& pfn : {tmpLog, nextRotation, rotation}) WriteAt(pfn, "old\n");
+    EXPECT_SUCCESS(rotate.Init());
+    RunCycles();
+    ExpectLogs({});
+    ExpectArchivedTexts({"old\n", "old\n", "old\n"});
 }
 
 // After that no cycle spends any time on it.
