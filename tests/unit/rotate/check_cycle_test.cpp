@@ -149,6 +149,21 @@ TEST_F(MaxRotationTest, WithASyslogdThatWouldNotStartIsAFailure) {
                    "Unable to '/etc/init.d/S01syslogd-moraine start'.  Result: 256, Error: '")));
 }
 
+// Under its own name syslogd would overwrite it.
+TEST_F(MaxRotationTest, ThatIsLeftToALaterCycleIsSetAside) {
+    fs::remove(tmpLog);
+    std::FILE* const writer = std::fopen((syslogDir / "messages.txt.9").c_str(), "a");
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_EQ(ReadFile("/stand-in/syslogd"),
+              "stop: archive messages.txt messages.txt.8 messages.txt.9\n"
+              "start: archive messages.txt messages.txt.8 messages.txt.tmp\n");
+    EXPECT_LOG(Info(testing::HasSubstr("is still open for writing")), lostLine);
+    (void)std::fclose(writer);
+    EXPECT_SUCCESS(rotate.CheckLogs());
+    EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.9"));
+    EXPECT_LOG(Info(StartsWith("Archived ")));
+}
+
 TEST_F(MaxRotationTest, CanBeAnyFile) {
     EXPECT_SUCCESS(rotate.ArchiveMaxSyslogdPfn(syslogDir / "messages.txt.8"));
     EXPECT_THAT(ArchivedTexts(), ElementsAre("messages.txt.8"));
