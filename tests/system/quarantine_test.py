@@ -160,6 +160,19 @@ class Quarantine(InitCase):
         write("messages.txt.1", "text\n")
         self.wait_for_line(r"^Archived '.*messages\.txt\.1'")
 
+    def test_before_syslogd_starts(self) -> None:
+        """syslogd could not write to its log, and deletes it if it cannot rename it."""
+        os.mkfifo(LIVE_LOG)
+        (SYSLOG / "messages.txt.0").symlink_to("nowhere")
+        (SYSLOG / "messages.txt.9").mkdir()
+        write("messages.txt.1", "text\n")
+        syslogd.start()
+        self.assertEqual(names(FOREIGN), {"messages.txt", "messages.txt.0", "messages.txt.9"})
+        self.assertEqual((SYSLOG / "messages.txt.1").read_text(), "text\n")
+        self.wait_for_line(f"^Moved to '{FOREIGN}', since they are no files: "
+                           rf"{LIVE_LOG} {LIVE_LOG}\.0 {LIVE_LOG}\.9\.$")
+        self.assertTrue(LIVE_LOG.is_file())
+
     def test_history_is_kept(self) -> None:
         """150 boots and a name that makes them look like 65,535."""
         for number in range(1, 151):
