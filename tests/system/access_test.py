@@ -245,8 +245,9 @@ class Settings(InitCase):
 
     def test_groups(self) -> None:
         for name in ("LOG_GROUP", "SOCKET_GROUP"):
-            self.assert_refused(syslogd, f"{name}=nosuch",
-                                f"{name}=nosuch, but there is no such group")
+            for group in ("nosuch", ".*"):
+                self.assert_refused(syslogd, f"{name}={group}",
+                                    f"{name}={group}, but there is no such group")
 
 
 if __name__ == "__main__":

@@ -54,8 +54,8 @@ class Syslogd(SettingsCase):
                 f"/etc/default/syslogd-moraine: {name}={value}, but it must be {allowed}\n")
 
     def test_rotation_size(self) -> None:
-        self.check("ROTATION_KB", ["1", "1048576"], ["", "abc", "0", "-1", "1k"],
-                   "a number above 0")
+        self.check("ROTATION_KB", ["1", "1048576"],
+                   ["", "abc", "0", "-1", "1k", "2000000", "10000000"], "1 to 1999999")
 
     def test_rotations(self) -> None:
         self.check("ROTATIONS", ["1", "10"], ["", "abc", "0", "-1", "11", "100"], "1 to 10")
@@ -123,7 +123,7 @@ class SettingsThatHaveBecomeWrong(InitCase):
         self.wait_for_line(r"^/etc/default/vandis-moraine: NICE_LEVEL=x, but it must be -20 to 19\.  "
                            r"The defaults are used\.$")
         self.assertIn(" syslogd-moraine: /etc/default/syslogd-moraine: ROTATION_KB=x, but it must be "
-                      "a number above 0.  The defaults are used.\n",
+                      "1 to 1999999.  The defaults are used.\n",
                       (SYSLOG / "messages.txt").read_text())
         self.assert_one_of_each()
 
