@@ -120,6 +120,16 @@ class PidFiles(OneOfEach):
         self.assertEqual([pid for pid in others if "State:\tZ" in
                           Path(f"/proc/{pid}/status").read_text()], [])
 
+    def test_set_user_id_program_without_command_line(self) -> None:
+        """Is not waited for: forty of them kept a start busy for minutes."""
+        self.make_impostor()
+        Path("/scratch/impostor").chmod(0o4755)
+        self.impostor([""])
+        search = (f". {LIBRARY}/functions; sleep() {{ echo waits; }}; "
+                  "find_processes /usr/sbin/nothing")
+        found = subprocess.run(["sh", "-c", search], stdout=subprocess.PIPE, check=True)
+        self.assertEqual(found.stdout, b"")
+
     def test_replaced_while_it_runs(self) -> None:
         """By another version of the program."""
         copies = [Path("/scratch/old"), Path("/scratch/new")]
