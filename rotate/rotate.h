@@ -101,6 +101,7 @@ protected:
     // The same for all that there are (startup.cpp). Throws filesystem_error if the syslog
     // directory cannot be read.
     [[nodiscard]] bool RemoveArchivedFiles();
+    [[nodiscard]] std::set<std::string> ListPossibleTwins() const;
     [[nodiscard]] std::filesystem::path GetFreeArchPfe() const;
     [[nodiscard]] bool DeleteOldestUntilLowerMark();
     // Takes `distance` off the boot numbers from `first` on.
@@ -108,8 +109,9 @@ protected:
 
     unsigned int bootNum = 0;       // of this run; in the name of each new archive file
     unsigned long archDirSize = 0;  // bytes in the archive directory; kept up by arithmetic
-    // What a file of the syslog directory may be archived as already: all that a start finds, and
-    // the copy of a file that syslogd moved at the moment of its removal.
+    // What a file of the syslog directory may be archived as already: archive files that a start
+    // finds together with rotations, and the copy of a file that syslogd moved at the moment of its
+    // removal.
     std::set<std::string> possibleTwins;
 };
 

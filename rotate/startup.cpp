@@ -2,6 +2,10 @@
 // SPDX-License-Identifier: MIT
 
 // Start-up: directories, capacity, boot number, and the work that an earlier run left half done.
+#include <algorithm>
+#include <cstddef>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "daemon/moraine.h"
@@ -37,7 +41,7 @@ bool Rotate::Init() {
     if (Futils::CreateDir(Moraine::ArchPathAbs)) return true;
     if (CheckReboots()) return true;  // It renumbers the boots that SetBootNum reads.
     if (SetBootNum()) return true;
-    possibleTwins = GetArchiveFileList();
+    possibleTwins = ListPossibleTwins();
     if (CleanUpTempFiles()) return true;
     if (RemoveArchivedFiles()) return true;  // Behind it: a removal needs the ".tmp" name free.
     if (ResetArchDirSize()) return true;
@@ -50,6 +54,19 @@ bool Rotate::SetBootNum() {
     if (GetBootNumRange(minBoot, maxBoot)) return true;
     bootNum = maxBoot + 1U;
     return false;
+}
+
+// Each removal is synced before the next archiving: what comes back is among the newest files.
+std::set<std::string> Rotate::ListPossibleTwins() const {
+    constexpr std::size_t MaxTwins = 1000;
+    const std::vector<fs::path> files = ListSyslogDirectory();
+    if (std::none_of(files.begin(), files.end(),
+                     [](const fs::path& pfn) { return IsSyslogRotFn(pfn.filename()); })) {
+        return {};
+    }
+    std::set<std::string> archive = GetArchiveFileList();
+    while (archive.size() > MaxTwins) archive.erase(archive.begin());
+    return archive;
 }
 
 bool Rotate::RemoveArchivedFiles() {

@@ -18,8 +18,8 @@
 
 namespace Rotation {
 
-// The name of the file in `archive`, a list of archive names, that was made of `source`; empty if
-// none was.
+// Returns the name of the file in `archive`, a list of archive names, that was made of `source`;
+// empty if none was.
 [[nodiscard]] std::string FindTwin(const SourceFile& source, const std::set<std::string>& archive);
 
 }  // namespace Rotation
