@@ -41,12 +41,14 @@ Prints the log, oldest line first. A line must pass all filters.
 Which lines:
   -b, --boot [N]          only boot N: a number of the archive, 0 (or nothing) for the current one,
                           -1 for the previous one; N..M is a range
-  -n, --lines [N]         only the last N lines (10)
+  -n, --lines [N]         only the last N lines (10); all
   -g, --grep RE           only lines that match the extended regular expression; if repeated, any
   -F, --fixed-strings     -g takes plain strings
   -i, --ignore-case       -g ignores the case of ASCII letters
   -v, --invert-match      only lines that -g does not match
   -C, --context N         N lines before and after each match
+  -A, --after-context N   only the lines after it
+  -B, --before-context N  only the lines before it
   -p, --priority LEVEL    emerg, alert, crit, err, warning, notice, info, debug (or 0 to 7), and all
                           that is more serious
   -t, --tag TAG           only lines of this program
