@@ -130,7 +130,7 @@ bool Rotate::Archiving::Run() {
 
 std::optional<bool> Rotate::Archiving::RemoveIfArchived() {
     const bool mayHaveTwin =
-        !rotate.possibleTwins.empty() && !IsLiveLog() && source.OpenError() == 0;
+        !IsLiveLog() && source.OpenError() == 0 && !rotate.PossibleTwins().empty();
     const Ending ending = mayHaveTwin ? RemoveTwin() : std::nullopt;
     if (!ending) return std::nullopt;
     if (ending != Outcome::Archived) return LeaveSource(*ending);
@@ -141,7 +141,7 @@ std::optional<bool> Rotate::Archiving::RemoveIfArchived() {
 // Returns nothing if the archive has no copy of the source.
 Rotate::Archiving::Ending Rotate::Archiving::RemoveTwin() {
     source.Mark();
-    const std::string twin = Rotation::FindTwin(source, rotate.possibleTwins);
+    const std::string twin = Rotation::FindTwin(source, rotate.PossibleTwins());
     if (twin.empty()) return std::nullopt;  // guard: twin
     dest = Moraine::ArchPathAbs / twin;
     hasTwin = true;
@@ -263,7 +263,7 @@ Rotate::Archiving::Ending Rotate::Archiving::Unlink() {
         source.SetPfn(taken);
         const SourceFile::State state = source.Look();
         if (state == SourceFile::State::Moved) {  // guard: removal
-            rotate.possibleTwins.insert(dest.filename());
+            rotate.possibleTwins->insert(dest.filename());
             return Outcome::Moved;
         }
         if (state == SourceFile::State::Changed) return TakeBack(Outcome::Changed);

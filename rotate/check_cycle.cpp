@@ -26,7 +26,7 @@ bool Rotate::CheckLogs() {
     if (Futils::GetFilesInDir(files, Moraine::SyslogPathAbs)) return false;
     const std::string rotation = GetLastSyslogdRotation(files);
     if (!rotation.empty()) return ArchiveHighest(Moraine::SyslogPathAbs / rotation);
-    possibleTwins.clear();
+    possibleTwins.emplace();
 
     unsigned long size = 0;
     if (Futils::GetFileSize(size, Moraine::SyslogPfe)) return false;

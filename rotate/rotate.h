@@ -10,6 +10,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -101,7 +102,8 @@ protected:
     // The same for all that there are (startup.cpp). Throws filesystem_error if the syslog
     // directory cannot be read.
     [[nodiscard]] bool RemoveArchivedFiles();
-    [[nodiscard]] std::set<std::string> ListPossibleTwins() const;
+    // Lists them when it is first called. Throws filesystem_error if the archive cannot be read.
+    [[nodiscard]] const std::set<std::string>& PossibleTwins();
     [[nodiscard]] std::filesystem::path GetFreeArchPfe() const;
     [[nodiscard]] bool DeleteOldestUntilLowerMark();
     // Takes `distance` off the boot numbers from `first` on.
@@ -110,9 +112,9 @@ protected:
     unsigned int bootNum = 0;       // of this run; in the name of each new archive file
     unsigned long archDirSize = 0;  // bytes in the archive directory; kept up by arithmetic
     // What a file of the syslog directory may be archived as already: archive files that a start
-    // finds together with rotations, and the copy of a file that syslogd moved at the moment of its
-    // removal.
-    std::set<std::string> possibleTwins;
+    // finds, not listed before there is such a file, and the copy of a file that syslogd moved at
+    // the moment of its removal.
+    std::optional<std::set<std::string>> possibleTwins = std::set<std::string>{};
 };
 
 // The time since the device started, as a date and time counted from 1970-01-01:

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 
 // Start-up: directories, capacity, boot number, and the work that an earlier run left half done.
-#include <algorithm>
 #include <cstddef>
 #include <set>
 #include <string>
@@ -41,9 +40,10 @@ bool Rotate::Init() {
     if (Futils::CreateDir(Moraine::ArchPathAbs)) return true;
     if (CheckReboots()) return true;  // It renumbers the boots that SetBootNum reads.
     if (SetBootNum()) return true;
-    possibleTwins = ListPossibleTwins();
+    possibleTwins.reset();
     if (CleanUpTempFiles()) return true;
     if (RemoveArchivedFiles()) return true;  // Behind it: a removal needs the ".tmp" name free.
+    if (!possibleTwins) possibleTwins.emplace();  // No rotation was waiting.
     if (ResetArchDirSize()) return true;
     return CheckArchSize();
 }
@@ -57,16 +57,13 @@ bool Rotate::SetBootNum() {
 }
 
 // Each removal is synced before the next archiving: what comes back is among the newest files.
-std::set<std::string> Rotate::ListPossibleTwins() const {
+const std::set<std::string>& Rotate::PossibleTwins() {
     constexpr std::size_t MaxTwins = 1000;
-    const std::vector<fs::path> files = ListSyslogDirectory();
-    if (std::none_of(files.begin(), files.end(),
-                     [](const fs::path& pfn) { return IsSyslogRotFn(pfn.filename()); })) {
-        return {};
+    if (!possibleTwins) {
+        possibleTwins = GetArchiveFileList();
+        while (possibleTwins->size() > MaxTwins) possibleTwins->erase(possibleTwins->begin());
     }
-    std::set<std::string> archive = GetArchiveFileList();
-    while (archive.size() > MaxTwins) archive.erase(archive.begin());
-    return archive;
+    return *possibleTwins;
 }
 
 bool Rotate::RemoveArchivedFiles() {

@@ -112,7 +112,7 @@ TEST_F(FailingStartupTest, Leftovers) {
 }
 
 TEST_F(FailingStartupTest, Measurement) {
-    Faults::Fail("opendir", EIO, 7);
+    Faults::Fail("opendir", EIO, 6);
     ExpectFailure({Info(StartsWith("Archived ")),
                    Error(StartsWith("GetDirSize failure on /perm/logs/syslog/archive: "))},
                   1, true);
