@@ -20,7 +20,7 @@ namespace {
 // True if the text of a compressed file begins with all of `source`. A damaged one counts for
 // nothing, even if xz gets all the text out of it.
 bool TextBeginsWith(const fs::path& compressed, const SourceFile& source) {
-    const std::string name = compressed.native();
+    const std::string& name = compressed.native();
     Futils::CommandOutput text("xz -t " + name + " && xz -dc " + name);
     std::vector<char> expected(65536);
     std::vector<char> actual(expected.size());

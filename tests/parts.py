@@ -62,7 +62,7 @@ PARTS = (
     Part("model", "a search of all states of the model of archiving", "tests/check-model",
          waits=True),
     Part("tests", "the tests of services, scripts and other programs",
-         ctest("dev", "programs", "--exclude-regex", SANITIZED)),
+         ctest("dev", "programs", "--exclude-regex", SANITIZED), waits=True),
     Part("sanitizers", "all others, under AddressSanitizer and UndefinedBehaviorSanitizer",
          ctest("asan", "all", "--tests-regex", SANITIZED)),
     Part("faults", "400 faults in the release with shared libraries",
@@ -75,11 +75,14 @@ PARTS = (
     Part("packaging", "man page, installation, Buildroot tree, Debian packages",
          "tests/packaging/run man-page installation buildroot debian", own="packaging"),
     Part("systemd", "the units on a running systemd, where one can be booted",
-         "tests/packaging/run systemd", own="packaging", is_long=True),
+         "tests/packaging/run systemd", own="packaging"),
     Part("page", "the log page: hostile requests, and a part of the browser's tests",
          "tests/page/run --quick", own="page", waits=True),
-    Part("tidy", "clang-tidy on all programs and libraries",
-         "cmake --preset tidy >/dev/null && cmake --build --preset tidy"),
+    Part("tidy", "clang-tidy on the daemon and its library",
+         "cmake --preset tidy >/dev/null && "
+         "cmake --build --preset tidy --target vandis-moraine moraine"),
+    Part("tidy-reader", "clang-tidy on the reader, the command and the page, too",
+         "cmake --preset tidy >/dev/null && cmake --build --preset tidy", is_long=True),
     Part("fuzz", "each fuzz target for some seconds", "tests/fuzz/run --seconds 5", own="fuzz"),
 )
 

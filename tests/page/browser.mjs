@@ -10,7 +10,7 @@ import path from "node:path";
 import {fileURLToPath} from "node:url";
 
 export const ROOT = fileURLToPath(new URL("../..", import.meta.url));
-const TOOLS = path.join(ROOT, "build/page-tools/package.json");  // made by tests/page/run
+const TOOLS = path.join(ROOT, "build/page-tools/package.json");  // made by install-tools
 const require = createRequire(TOOLS);
 const {chromium} = require("playwright-core");
 const AXE = fs.readFileSync(require.resolve("axe-core/axe.min.js"), "utf8");

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 // Makes docs/log-page.png, the picture in the README, from the real page: why did the device reboot?
-// Run it as tests/page/run does: node tests/page/picture.mjs
+// After tests/page/run: node tests/page/picture.mjs
 import path from "node:path";
 import {Browser, ROOT} from "./browser.mjs";
 import {Sandbox} from "./sandbox.mjs";
