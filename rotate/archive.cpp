@@ -129,9 +129,9 @@ bool Rotate::Archiving::Run() {
 }
 
 std::optional<bool> Rotate::Archiving::RemoveIfArchived() {
-    const bool mayHaveTwin =
-        !IsLiveLog() && source.OpenError() == 0 && !rotate.PossibleTwins().empty();
-    const Ending ending = mayHaveTwin ? RemoveTwin() : std::nullopt;
+    if (IsLiveLog() || source.OpenError() != 0) return std::nullopt;
+    if (rotate.ListPossibleTwins()) return true;
+    const Ending ending = rotate.possibleTwins->empty() ? std::nullopt : RemoveTwin();
     if (!ending) return std::nullopt;
     if (ending != Outcome::Archived) return LeaveSource(*ending);
     Log::Info("'%s' is in the archive already, as '%s'.", pfn.c_str(), dest.filename().c_str());
@@ -141,7 +141,7 @@ std::optional<bool> Rotate::Archiving::RemoveIfArchived() {
 // Returns nothing if the archive has no copy of the source.
 Rotate::Archiving::Ending Rotate::Archiving::RemoveTwin() {
     source.Mark();
-    const std::string twin = Rotation::FindTwin(source, rotate.PossibleTwins());
+    const std::string twin = Rotation::FindTwin(source, *rotate.possibleTwins);
     if (twin.empty()) return std::nullopt;  // guard: twin
     dest = Moraine::ArchPathAbs / twin;
     hasTwin = true;

@@ -102,8 +102,9 @@ protected:
     // The same for all that there are (startup.cpp). Throws filesystem_error if the syslog
     // directory cannot be read.
     [[nodiscard]] bool RemoveArchivedFiles();
-    // Lists them when it is first called. Throws filesystem_error if the archive cannot be read.
-    [[nodiscard]] const std::set<std::string>& PossibleTwins();
+    // Lists them when it is first called. Returns true on failure, with an Error line: archived
+    // without having looked, a file could be there twice.
+    [[nodiscard]] bool ListPossibleTwins();
     [[nodiscard]] std::filesystem::path GetFreeArchPfe() const;
     [[nodiscard]] bool DeleteOldestUntilLowerMark();
     // Takes `distance` off the boot numbers from `first` on.

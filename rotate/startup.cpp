@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "daemon/moraine.h"
@@ -57,13 +58,15 @@ bool Rotate::SetBootNum() {
 }
 
 // Each removal is synced before the next archiving: what comes back is among the newest files.
-const std::set<std::string>& Rotate::PossibleTwins() {
+bool Rotate::ListPossibleTwins() {
     constexpr std::size_t MaxTwins = 1000;
-    if (!possibleTwins) {
-        possibleTwins = GetArchiveFileList();
-        while (possibleTwins->size() > MaxTwins) possibleTwins->erase(possibleTwins->begin());
-    }
-    return *possibleTwins;
+    if (possibleTwins) return false;
+    std::set<std::string> files;
+    if (Futils::GetFilesInDir(files, Moraine::ArchPathAbs)) return true;
+    std::erase_if(files, [](const std::string& name) { return !IsArchiveFileName(name); });
+    while (files.size() > MaxTwins) files.erase(files.begin());
+    possibleTwins = std::move(files);
+    return false;
 }
 
 bool Rotate::RemoveArchivedFiles() {
