@@ -113,8 +113,8 @@ protected:
     unsigned int bootNum = 0;       // of this run; in the name of each new archive file
     unsigned long archDirSize = 0;  // bytes in the archive directory; kept up by arithmetic
     // What a file of the syslog directory may be archived as already: archive files that a start
-    // finds, not listed before there is such a file, and the copy of a file that syslogd moved at
-    // the moment of its removal.
+    // finds, and the copy of a file that syslogd moved at the moment of its removal. A start leaves
+    // it to the first file to list them; a cycle without rotations drops them.
     std::optional<std::set<std::string>> possibleTwins = std::set<std::string>{};
 };
 

@@ -44,7 +44,6 @@ bool Rotate::Init() {
     possibleTwins.reset();
     if (CleanUpTempFiles()) return true;
     if (RemoveArchivedFiles()) return true;  // Behind it: a removal needs the ".tmp" name free.
-    if (!possibleTwins) possibleTwins.emplace();  // No rotation was waiting.
     if (ResetArchDirSize()) return true;
     return CheckArchSize();
 }
@@ -63,7 +62,11 @@ bool Rotate::ListPossibleTwins() {
     if (possibleTwins) return false;
     std::set<std::string> files;
     if (Futils::GetFilesInDir(files, Moraine::ArchPathAbs)) return true;
-    std::erase_if(files, [](const std::string& name) { return !IsArchiveFileName(name); });
+    // Not by IsArchiveFileName, to which a failed allocation is a foreign name.
+    const std::string prefix = Moraine::SyslogFn.native() + '.';
+    std::erase_if(files, [&](const std::string& name) {
+        return !name.starts_with(prefix) || !name.ends_with(Moraine::XzExt.native());
+    });
     while (files.size() > MaxTwins) files.erase(files.begin());
     possibleTwins = std::move(files);
     return false;
