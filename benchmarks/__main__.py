@@ -93,7 +93,7 @@ class Sandbox:
 def xz_defaults() -> str:
     """As the daemon's init script sets them."""
     script = (ROOT / "init/S90vandis-moraine").read_text()
-    return re.findall(r'^XZ_DEFAULTS="(.*)"', script, re.M)[0]
+    return re.findall(r'^\s*XZ_DEFAULTS="(.*)"', script, re.M)[0]
 
 
 def run_inside(order: str) -> None:

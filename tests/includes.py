@@ -23,9 +23,9 @@ KNOWS = {
     "logfileutils": CORE,
     "rotate": CORE,
     "daemon": CORE | {"rotate"},
-    "reader": {"logfileutils", "util", "constants"},
-    "tool": {"reader", "logfileutils", "constants"},
-    "page": {"reader", "logfileutils", "constants"},
+    "reader": {"constants"},
+    "tool": {"reader", "constants"},
+    "logpage": {"reader", "constants"},
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]*)[">]')
 

@@ -124,6 +124,7 @@ def files() -> list[Path]:
 class Result:
     verdict: str
     seconds: float
+    processor: float  # seconds, of all its processes that were waited for
 
 
 class Run:
@@ -173,10 +174,12 @@ class Run:
                                        stdin=subprocess.DEVNULL, stdout=output,
                                        stderr=subprocess.STDOUT)
         self._running.add(process)
-        status = process.wait()
+        _, status, usage = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
         self._running.discard(process)
-        verdict = {0: "passed", SKIPPED: "skipped"}.get(status, "FAILED")
-        self.results[part.name] = Result(verdict, time.monotonic() - start)
+        verdict = {0: "passed", SKIPPED: "skipped"}.get(process.returncode, "FAILED")
+        self.results[part.name] = Result(verdict, time.monotonic() - start,
+                                         usage.ru_utime + usage.ru_stime)
         if verdict == "passed" and part.own:
             stamp(part).write_text(fingerprint)
         text = "" if verdict == "passed" else log.read_text(errors="replace")
@@ -235,11 +238,13 @@ def main() -> int:
         passed = run.run()
     except KeyboardInterrupt:
         return 130
-    print()
+    print(f"\n  {'':14} elapsed  processor")
     for part in chosen:
         result = run.results[part.name]
-        print(f"  {part.name:14} {result.seconds:5.0f} s  {result.verdict}")
-    print(f"  {'all':14} {time.monotonic() - start:5.0f} s")
+        print(f"  {part.name:14} {result.seconds:5.0f} s {result.processor:7.0f} s  "
+              f"{result.verdict}")
+    processor = sum(result.processor for result in run.results.values())
+    print(f"  {'all':14} {time.monotonic() - start:5.0f} s {processor:7.0f} s")
     verdicts = [result.verdict for result in run.results.values()]
     print(f"{verdicts.count('passed')} passed, {verdicts.count('FAILED')} failed, "
           f"{verdicts.count('skipped')} skipped")

@@ -41,7 +41,7 @@ Prints the log, oldest line first. A line must pass all filters.
 Which lines:
   -b, --boot [N]          only boot N: a number of the archive, 0 (or nothing) for the current one,
                           -1 for the previous one; N..M is a range
-  -n, --lines [N]         only the last N lines (10); all
+  -n, --lines [N]         only the last N lines (10), or all
   -g, --grep RE           only lines that match the extended regular expression; if repeated, any
   -F, --fixed-strings     -g takes plain strings
   -i, --ignore-case       -g ignores the case of ASCII letters
@@ -109,7 +109,6 @@ Decompresses every archive file and checks that it is complete, intact by its ow
 named correctly. Prints a line for each file that fails. The status is 1 if one does.
 
   -D, --directory PATH    a copied folder, a download, or - for a download on standard input
-  -j, --jobs N            checks at most N files at a time
       --json              one object
 
 Examples:

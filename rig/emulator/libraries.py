@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 
 """What the command `moraine` needs to be built for 64-bit Arm, and the cross compiler's packages do
-not have: liblzma, below build/aarch64-libraries, where cmake/aarch64-linux-gnu.cmake looks for it.
+not have: liblzma, static and shared, below build/aarch64-libraries, where cmake/aarch64-linux-gnu.cmake looks for it.
 
 Usage: python3 -m rig.emulator.libraries
 """
@@ -30,7 +30,7 @@ def fetch() -> None:
             print("Fetching liblzma for 64-bit Arm", flush=True)
             packages = Packages(folder)
             packages.update()
-            packages.unpack(["liblzma-dev"], LIBRARIES)
+            packages.unpack(["liblzma-dev", "liblzma5"], LIBRARIES)
 
 
 if __name__ == "__main__":

@@ -79,6 +79,11 @@ class Packages:
         for file in files:
             subprocess.run(["dpkg-deb", "--extract", str(file), str(unpacked)], check=True)
             file.unlink()
+        for link in unpacked.rglob("*"):
+            if link.is_symlink() and os.readlink(link).startswith("/"):  # in the device
+                target = os.path.relpath(f"{unpacked}{os.readlink(link)}", link.parent)
+                link.unlink()
+                link.symlink_to(target)
         unpacked.rename(into)
 
     def _run(self, *command: str, folder: Path | None = None) -> subprocess.CompletedProcess[str]:

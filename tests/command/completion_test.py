@@ -54,6 +54,8 @@ class Completion(CommandCase):
             for option in offered:
                 if option not in ("--help", "--version"):
                     self.assertRegex(text, rf"(?<![\w-]){option}\b", verb)
+                    error = self.run_moraine(verb, option, "--no-such-option").error
+                    self.assertNotIn(f"unknown option '{option}'", error, verb)
             for word in text.replace(",", " ").replace("|", " ").split():
                 if word.startswith("--") and word[2:].isalpha():
                     self.assertIn(word, offered, verb)

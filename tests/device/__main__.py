@@ -59,7 +59,6 @@ def cut_cases(count: int, per_chain: int) -> list[Case]:
 def plain_cases() -> list[Case]:
     return [
         Case("past the last boot number", boots.past_the_last_boot_number),
-        Case("clean boots", boots.clean_boots),
         Case("past 1 GiB", boots.past_the_size_limit),
         Case("full disk", faults.full_disk),
         Case("read-only disk", faults.read_only_in_flight),
@@ -115,9 +114,10 @@ def parse() -> argparse.Namespace:
         prog="python3 -m tests.device", description=DESCRIPTION,
         formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--full", action="store_true",
-                        help="200 power cuts, and the unit tests on the device (half an hour)")
+                        help="200 power cuts, more boots, and the unit tests on the device "
+                        "(an hour or more)")
     parser.add_argument("--cuts", metavar="N", type=int,
-                        help="number of power cuts (8, with --full 200)")
+                        help="number of power cuts (4, with --full 200)")
     parser.add_argument("--only", metavar="WORD", help="only cases whose names have this word")
     parser.add_argument("--seed", metavar="N", type=int, default=random.randrange(10000),
                         help="repeats the random choices of an earlier run")
@@ -130,12 +130,12 @@ def parse() -> argparse.Namespace:
 
 
 def cases_of(options: argparse.Namespace) -> list[Case]:
-    count = options.cuts if options.cuts is not None else 200 if options.full else 8
+    count = options.cuts if options.cuts is not None else 200 if options.full else 4
     if options.without_syncs:
         return [chain(1) for _ in range(count)]
     cases = plain_cases() + cut_cases(count, per_chain=8 if options.full else 2)
     if options.full:
-        cases.insert(0, Case("unit tests", unit.run))
+        cases = [Case("unit tests", unit.run), Case("clean boots", boots.clean_boots), *cases]
     return [case for case in cases if not options.only or options.only in case.name]
 
 

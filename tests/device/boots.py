@@ -21,10 +21,7 @@ def clean_boots(fixture: Fixture, boots: int = 3) -> str:
         found = fixture.look()
         check(max(limits.boot_numbers(found), default=0) == boot,
               f"boot {boot} archived as boot {limits.boot_numbers(found)[-1:]}")
-        check(found.daemon_lines.count("vandis-moraine exiting with code: 0") == boot,
-              f"after {boot} shutdowns the log has the daemon's lines {found.daemon_lines}")
-        check(not found.leftovers, f"left over after a shutdown: {found.leftovers}")
-        _check_each_line_once(found, boot * LINES_PER_BOOT)
+        _check_shutdowns(found, boot)
     return f"{boots} boots, {boots * LINES_PER_BOOT} lines, each kept once"
 
 
@@ -34,7 +31,7 @@ def past_the_last_boot_number(fixture: Fixture) -> str:
     for boot in range(3):
         _boot_and_log(fixture, boot + 1)
     found = fixture.look()
-    _check_each_line_once(found, 3 * LINES_PER_BOOT)
+    _check_shutdowns(found, 3)
     # The third of these boots found all numbers in use.
     deleted = limits.BOOTS_DELETED_AT_ONCE
     check(prepared.kept_lines(found) == [
@@ -51,7 +48,7 @@ def past_the_size_limit(fixture: Fixture) -> str:
     fixture.make_disk(limits.files_below_size_limit(count))
     _boot_and_log(fixture, 1)
     found = fixture.look()
-    _check_each_line_once(found, LINES_PER_BOOT)
+    _check_shutdowns(found, 1)
     deleted = limits.files_to_delete(count)
     check(prepared.kept_lines(found) == [
         prepared.FIRST_LINE + boot for boot in range(deleted + 1, count + 1)],
@@ -79,7 +76,12 @@ def wait_until_running(device: Device) -> None:
     device.wait_for(f"grep -q 'vandis-moraine running' {LOG}/messages.txt*")
 
 
-def _check_each_line_once(found: Found, count: int) -> None:
+def _check_shutdowns(found: Found, boots: int) -> None:
+    """Each was in good order, and each line of the boots is kept once."""
+    check(found.daemon_lines.count("vandis-moraine exiting with code: 0") == boots,
+          f"after {boots} shutdowns the log has the daemon's lines {found.daemon_lines}")
+    check(not found.leftovers, f"left over after a shutdown: {found.leftovers}")
+    count = boots * LINES_PER_BOOT
     check(not found.empty + found.corrupt, f"damaged: {found.empty + found.corrupt}")
     lost = found.lost(range(1, count + 1))
     check(not lost, f"lost lines {ranges(lost)}")

@@ -102,6 +102,8 @@ def check_first_boot(device: Device) -> None:
                " | logger -t numbered")
     device.wait_until(f"ls {LOG}/archive/*.xz >/dev/null 2>&1 && ! [ -e {LOG}/messages.txt.0 ]")
     check_every_line(device)
+    device.run(f'[ "$(moraine -c -t numbered)" -eq {LINES} ]')
+    ok("moraine finds each of them, too")
 
     # As the library's download does: the archive's files are appended to a tar file.
     device.run(f"cd {LOG}/archive && tar -cf /tmp/download.tar -T /dev/null && "

@@ -17,11 +17,16 @@ VANDIS_MORAINE_CONF_OPTS = -DMORAINE_TESTS=OFF
 VANDIS_MORAINE_DEPENDENCIES = xz
 
 # Static, the daemon takes a fraction of the memory. It calls nothing that the C
-# library would load at run time.
+# library would load at run time. The command and the page are static where xz
+# has a static library.
 ifeq ($(BR2_PACKAGE_VANDIS_MORAINE_SHARED),y)
 VANDIS_MORAINE_CONF_OPTS += -DMORAINE_STATIC=OFF
 else
 VANDIS_MORAINE_CONF_OPTS += -DMORAINE_STATIC=ON
+endif
+
+ifeq ($(BR2_INIT_SYSTEMD),y)
+VANDIS_MORAINE_CONF_OPTS += -DMORAINE_SYSTEMD=ON
 endif
 
 # The libraries, for other packages; they are static, so the target has no use
