@@ -136,9 +136,8 @@ def add_idle(results: dict[str, Any], quick: bool, builds: Builds) -> None:
                for field in samples[0]} for name, samples in idlers.items()}
 
 
-def measure(sections: list[str], quick: bool, disk: Path, builds: Builds) -> dict:
-    results: dict[str, Any] = {"machine": machine(), "quick": quick, "rows": []}
-
+def measure(results: dict[str, Any], sections: list[str], quick: bool, disk: Path,
+            builds: Builds) -> None:
     def add(result: dict) -> dict:
         results["rows"] += result.pop("rows")
         return result
@@ -165,7 +164,17 @@ def measure(sections: list[str], quick: bool, disk: Path, builds: Builds) -> dic
     if "reading" in sections:
         add(Sandbox(builds, "reading", quick=quick).result())
         results["rows"] += map(dataclasses.asdict, reading.measure_size(builds.arm_static / "moraine"))
-    return results
+
+
+def write(results: dict[str, Any], output: Path) -> bool:
+    """Returns whether all counts and sizes meet their goals."""
+    rows = [Row(**row) for row in results["rows"]]
+    text = report.text(results, rows)
+    (output / "results.json").write_text(json.dumps(results, indent=1) + "\n")
+    (output / "results.txt").write_text(text)
+    (output / "results.svg").write_text(plot.draw(results, rows))
+    print(f"\n{text}\nAll samples, and a plot: {output}/results.json, results.svg")
+    return all(row.is_timed or row.is_met is not False for row in rows)
 
 
 def main() -> int:
@@ -180,16 +189,13 @@ def main() -> int:
     disk = output / "disk"
     shutil.rmtree(disk, ignore_errors=True)
     disk.mkdir(parents=True)
-    results = measure(arguments.sections or list(SECTIONS), arguments.quick, disk, Builds())
-    shutil.rmtree(disk)
-
-    rows = [Row(**row) for row in results["rows"]]
-    text = report.text(results, rows)
-    (output / "results.json").write_text(json.dumps(results, indent=1) + "\n")
-    (output / "results.txt").write_text(text)
-    (output / "results.svg").write_text(plot.draw(results, rows))
-    print(f"\n{text}\nAll samples, and a plot: {output}/results.json, results.svg")
-    return 1 if any(row.is_met is False and not row.is_timed for row in rows) else 0
+    results: dict[str, Any] = {"machine": machine(), "quick": arguments.quick, "rows": []}
+    try:
+        measure(results, arguments.sections or list(SECTIONS), arguments.quick, disk, Builds())
+    finally:  # What has been measured is not lost with what fails.
+        shutil.rmtree(disk)
+        is_met = write(results, output)
+    return 0 if is_met else 1
 
 
 if __name__ == "__main__":

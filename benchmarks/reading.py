@@ -14,7 +14,7 @@ from pathlib import Path
 from typing import Callable, Mapping
 
 from benchmarks.archiving import run_process
-from benchmarks.measure import Cost, Progress, Row, in_turns
+from benchmarks.measure import Cost, Row, Titled, in_turns
 from benchmarks.scenery import write_log_text
 from tests.harness.paths import ARCHIVE
 
@@ -82,7 +82,7 @@ class Bench:
 
     def __init__(self, quick: bool) -> None:
         self.rounds = 3 if quick else 7
-        self.progress = Progress("reading")
+        self.progress = Titled("reading")
         self.rows: list[Row] = []
 
     def compare(self, what: str, ours: Callable[[], Cost], peer_name: str,
@@ -149,7 +149,7 @@ def measure(quick: bool) -> Mapping[str, object]:
     measure_many_files(bench, 2_000 if quick else 20_000)
     measure_text(bench, 4 if quick else 300)
     measure_journal(bench, 1 if quick else 5)
-    bench.progress.done()
+    bench.progress.clear()
     return {"rows": bench.rows}
 
 

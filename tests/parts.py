@@ -83,6 +83,7 @@ PARTS = (
          "cmake --build --preset tidy --target vandis-moraine moraine"),
     Part("tidy-reader", "clang-tidy on the reader, the command and the page, too",
          "cmake --preset tidy >/dev/null && cmake --build --preset tidy", is_long=True),
+    Part("bench", "the benchmarks, in their quick form", "./bench --quick", is_long=True),
     Part("fuzz", "each fuzz target for some seconds", "tests/fuzz/run --seconds 5", own="fuzz"),
 )
 
