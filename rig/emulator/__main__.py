@@ -22,8 +22,8 @@ DEFAULT_DISK = images.FOLDER / "perm.img"
 
 DESCRIPTION = """\
 Boots an emulated 64-bit Arm device with the product on it: Debian's kernel, BusyBox init, the
-product's init scripts, the command moraine, and a 2 GiB ext4 disk at /perm. Gives a shell on its
-serial console.
+product's init scripts, the command moraine, the log page, and a 2 GiB ext4 disk at /perm. Gives a
+shell on its serial console.
 
 What it needs is fetched and built on the first call (a few minutes, most of it BusyBox and the
 daemon), kept in build/device, and not built again. It installs nothing on this machine but the

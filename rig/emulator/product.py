@@ -34,6 +34,6 @@ def install(source: Path, build: Path, root: Path) -> None:
     run(["cmake", "-S", str(source), "--preset", "aarch64", "-B", str(build)], log)
     run(["cmake", "--build", str(build)], log)
     shutil.rmtree(root, ignore_errors=True)
-    for component in ("daemon", "command", "sysv"):
+    for component in ("daemon", "command", "page", "sysv"):
         run(["cmake", "--install", str(build), "--prefix", "/usr", "--strip",
              "--component", component], log, DESTDIR=str(root))
