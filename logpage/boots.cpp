@@ -35,6 +35,7 @@ void ServeBoots(Parameters& parameters, Answer& answer) {
     const std::unique_ptr<Reader::Log> log = OpenLog();
     std::string text = "[";
     for (const Reader::BootFiles& files : log->Boots()) {
+        if (TimeIsUp) throw Error{500, "this takes too long for the device"};
         Reader::BootRow row;
         (void)Reader::ReadBootRow(*log, files, row);  // What cannot be read has no time.
         if (text.size() > 1) text += ',';

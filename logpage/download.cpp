@@ -123,14 +123,20 @@ void ServeDownload(Parameters& parameters, Answer& answer) {
 
     answer.SetType("application/x-tar");
     answer.SetFileName(FileName("logs", "tar"));
-    answer.SetSize(packer.StreamSize());
+    const std::uint64_t size = packer.StreamSize();
+    answer.SetSize(size);
     answer.Flush();
     if (!answer.HasBody()) return;
+    std::uint64_t written = 0;
     const auto sink = [&](std::string_view bytes) {
+        written += bytes.size();
         answer.Write(bytes);
         return false;
     };
     (void)packer.Write(sink, [](std::uint64_t) {});  // The sink cannot fail: it ends the process.
+    // A file that the daemon has deleted meanwhile is missing. Readers of tar ignore zeros behind.
+    constexpr std::array<char, 512> Zeros{};
+    for (; written < size; written += Zeros.size()) answer.Write({Zeros.data(), Zeros.size()});
     answer.Flush();
 }
 

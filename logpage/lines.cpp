@@ -5,9 +5,11 @@
 //
 // A page of lines is read from its cursor on, in the direction in which it lies, and ends as soon
 // as it is full. To know whether there are more, one line more than asked for is read.
+#include <algorithm>
 #include <ctime>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "logpage/limits.h"
 #include "logpage/requests.h"
@@ -94,7 +96,10 @@ std::unique_ptr<Reader::Log> Open(Selection& selection, bool isChecked) {
     TakeTurn();
     // The log reports a position that is not in it any more under the name "cursor".
     const std::string name = selection.query.before ? "before" : "after";
-    const auto refuse = [name] { throw Error{404, name + ": this line is not kept any more"}; };
+    const auto refuse = [name, &query = selection.query] {
+        RequireTime(query);  // It may only not have been found yet.
+        throw Error{404, name + ": this line is not kept any more"};
+    };
     std::unique_ptr<Reader::Log> log =
         OpenLog([refuse](const std::string& file, const std::string& /*what*/) {
             if (file == "cursor") refuse();
@@ -122,15 +127,22 @@ public:
         : log(log), query(query), lines(lines), answer(answer) {}
 
     void Serve() {
-        query.progress = [&](const Reader::Progress&) { answer.KeepAlive(" "); };
+        query.progress = [&](const Reader::Progress& now) {
+            progress = now;
+            answer.KeepAlive(" ");
+        };
         if (query.newestFirst || query.fromOldest) {
             ReadOnwards();
         } else {
             ReadLast();
         }
-        RequireTime(query);
-        answer.Write(hasMore ? "{\"end\":true,\"more\":true}\n"
-                             : "{\"end\":true,\"more\":false}\n");
+        std::string end = hasMore ? R"({"end":true,"more":true)" : R"({"end":true,"more":false)";
+        if (const auto position = TimeIsUp ? Reached() : std::nullopt) {
+            end = R"({"end":true,"more":true,"cursor":")" + ToText(*position) + '"';
+        } else {
+            RequireTime(query);
+        }
+        answer.Write(end + "}\n");
         answer.Flush();
     }
 
@@ -141,10 +153,49 @@ private:
         std::uint64_t written = 0;
         Read(query, [&](const Reader::Line& line) {
             hasMore = written == lines;
-            if (!hasMore) answer.Write(ToJson(line));
+            if (hasMore) return false;
+            answer.Write(ToJson(line));
+            last = line.GetCursor();
+            lastFile = line.source->name;
             ++written;
-            return !hasMore;
+            return true;
         });
+    }
+
+    // Where a search back through the log continues after its time is up: before the last line
+    // that it has found, or before the first line of the last file that it has read, whichever is
+    // older. Nothing if it has got nowhere.
+    std::optional<Reader::Cursor> Reached() {
+        if (!query.newestFirst || query.after) return std::nullopt;
+        std::vector<std::size_t> files;  // oldest first
+        for (std::size_t i = 0; i < log.NumSources() && files.size() < progress.allFiles; ++i) {
+            const std::uint32_t boot = log.GetSource(i).boot;
+            const auto& range = query.filter.boots;
+            if (!range || (boot >= range->first && boot <= range->last)) files.push_back(i);
+        }
+        const auto isOfLast = [&](std::size_t i) { return log.GetSource(i).name == lastFile; };
+        const auto unread = files.end() - static_cast<long>(progress.files);
+        if (std::any_of(files.begin(), unread, isOfLast)) return last;
+        // Before the first line of a file there is nothing to read in it.
+        const std::size_t own = query.before && query.before->number == 1 ? 1 : 0;
+        for (std::size_t done = progress.files; done > own; --done) {
+            // The daemon may have deleted it meanwhile.
+            if (const auto first = FirstLine(files[files.size() - done])) return first;
+        }
+        return last;
+    }
+
+    std::optional<Reader::Cursor> FirstLine(std::size_t source) {
+        std::optional<Reader::Cursor> first;
+        Reader::Query any;
+        any.source = source;
+        any.lines = 1;
+        any.fromOldest = true;
+        Read(any, [&](const Reader::Line& line) {
+            first = line.GetCursor();
+            return false;
+        });
+        return first;
     }
 
     // The last lines, oldest first: whether there is one before the first is asked separately.
@@ -177,6 +228,9 @@ private:
     std::uint64_t lines;
     Answer& answer;
     bool hasMore = false;
+    Reader::Progress progress;
+    std::optional<Reader::Cursor> last;  // of the lines that were written
+    std::string_view lastFile;
 };
 
 void ServeCount(Reader::Log& log, const Reader::Query& query, Answer& answer) {

@@ -97,6 +97,7 @@ struct Query {
     std::uint64_t contextAfter = 0;
     bool marksBlocks = false;                   // sets Line::startsBlock also without any context
     std::optional<Cursor> after, before;        // only lines behind, before that one
+    std::optional<std::size_t> source;          // only that one's lines
     unsigned jobs = 1;                          // files that are decompressed at the same time
     const std::atomic<bool>* cancel = nullptr;  // set by a signal or another thread
     // Called about ten times a second.

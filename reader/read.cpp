@@ -62,6 +62,7 @@ private:
 
 bool Reading::Plan() {
     for (std::size_t i = 0; i < catalogue.entries.size(); ++i) {
+        if (query.source && i != *query.source) continue;
         if (IsInRange(query.filter, catalogue.entries[i].boot)) jobs.push_back({i, {}});
     }
     progress.allFiles = jobs.size();

@@ -7,6 +7,7 @@ The archive's text is large and its files are small, so that a search takes seco
 """
 from __future__ import annotations
 
+import io
 import json
 import lzma
 import random
@@ -14,6 +15,7 @@ import resource
 import string
 import subprocess
 import sys
+import tarfile
 import unittest
 
 from benchmarks import page as benchmark
@@ -27,6 +29,7 @@ PROGRAM = f"{page.WWW}/cgi-bin/moraine"
 FILES = 400
 LINE = "Nov 21 17:48:08 device user.info pump[530]: pressure within limits, valve 3 opened\n"
 EXPLOSIVE = "(e|i).{40}(.{1,60}){1,60}[0-9]"
+NEEDLES = "xyz[a-f]"  # in the oldest file
 STALL_SECONDS = 30  # that the program waits for a reader
 MAX_MEMORY_KB = 8 * 1024
 GONE = "0.0.0-123-1-1"
@@ -60,18 +63,48 @@ class ProgramTest(unittest.TestCase):
         header, body = output.split(b"\r\n\r\n", 1)
         return int(header.split()[1]), body
 
-    def run_for_a_second(self, query: str) -> tuple[int, bytes]:
+    def run_for_a_second(self, query: str, path: str = "/log") -> tuple[int, bytes]:
         """With less processor time than the program would allow itself."""
-        return self.run_program("/log", query, preexec_fn=lambda: resource.setrlimit(
+        return self.run_program(path, query, preexec_fn=lambda: resource.setrlimit(
             resource.RLIMIT_CPU, (1, resource.getrlimit(resource.RLIMIT_CPU)[1])))
 
     def error(self, body: bytes) -> str:
         return json.loads(body.splitlines()[-1])["error"]
 
     def test_a_search_that_takes_too_long_ends_with_an_error(self) -> None:
-        for query in ("grep=[0-9]x&count", "grep=[0-9]x", "grep=[0-9]x&reverse", "grep=[0-9]x&download=text", "grep=[0-9]x&download=json"):
+        for query in ("grep=[0-9]x&count", "grep=[0-9]x", "grep=[0-9]x&download=text", "grep=[0-9]x&download=json"):
             _, body = self.run_for_a_second(query)
             self.assertRegex(self.error(body), "^grep: .*too long", query)
+
+    def test_a_search_back_that_takes_too_long_says_where_to_continue(self) -> None:
+        end, lines, ends = {"cursor": ""}, [], []
+        while "cursor" in end:
+            position = f"&before={end['cursor']}" if end["cursor"] else ""
+            _, body = self.run_for_a_second(f"grep={NEEDLES}&reverse{position}")
+            *found, end = map(json.loads, body.splitlines())
+            lines += [line["message"] for line in found]
+            ends.append(end)
+        self.assertGreater(len(ends), 2, ends)
+        self.assertEqual({end["more"] for end in ends[:-1]}, {True})
+        self.assertEqual(end, {"end": True, "more": False})
+        _, whole = self.run_program("/log", f"grep={NEEDLES}&reverse")
+        self.assertEqual(lines, [json.loads(line)["message"] for line in whole.splitlines()[:-1]])
+
+    def test_the_boots_end_with_an_error_if_they_take_too_long(self) -> None:
+        status, body = self.run_for_a_second("", "/boots")
+        self.assertEqual((status, self.error(body)), (500, "this takes too long for the device"))
+
+    def test_a_download_has_its_size_although_files_are_deleted_meanwhile(self) -> None:
+        files = sorted(ARCHIVE.iterdir())
+        program = self.start("/download", "limit=none", pipesize=4096)
+        header = b"".join(iter(program.stdout.readline, b"\r\n"))
+        for file in files[5:8]:
+            self.addCleanup(file.write_bytes, file.read_bytes())
+            file.unlink()
+        body, _ = program.communicate()
+        self.assertIn(f"Content-Length: {len(body)}\r\n", header.decode())
+        names = tarfile.open(fileobj=io.BytesIO(body)).getnames()
+        self.assertEqual({file.name for file in files} - set(names), {file.name for file in files[5:8]})
 
     def test_without_an_expression_none_is_blamed(self) -> None:
         _, body = self.run_for_a_second("tag=nobody&count")
