@@ -13,7 +13,8 @@ const CLASSES = {
     cntrl: /[^ -~]/,
 };
 const ESCAPES = {
-    w: (c) => /\w/.test(c), W: (c) => !/\w/.test(c), s: (c) => /\s/.test(c), S: (c) => !/\s/.test(c),
+    w: (c) => /\w/.test(c), W: (c) => /\W/.test(c), s: (c) => /\s/.test(c), S: (c) => /\S/.test(c),
+    d: (c) => /\d/.test(c), D: (c) => /\D/.test(c), t: (c) => c === "\t",
 };
 const isWord = (c) => c !== undefined && /\w/.test(c);
 const ASSERTIONS = {
@@ -23,12 +24,18 @@ const ASSERTIONS = {
     B: (before, after) => isWord(before) === isWord(after),
     "<": (before, after) => !isWord(before) && isWord(after),
     ">": (before, after) => isWord(before) && !isWord(after),
+    "`": (before) => before === undefined,
+    "'": (before, after) => after === undefined,
 };
+const lower = (text) => text.replace(/[A-Z]+/g, (c) => c.toLowerCase());
+const upper = (text) => text.replace(/[a-z]+/g, (c) => c.toUpperCase());
 
-// Parses into a tree of {any: [trees]}, {all: [trees]}, {tree, min, max}, {test}, {assertion}.
+// Parses into a tree of {any: [trees]}, {all: [trees]}, {tree, min, max}, {test}, {assertion}. If case
+// is ignored, the tests get small letters only.
 class Parser {
-    constructor(text) {
+    constructor(text, ignoresCase) {
         this.text = text;
+        this.ignoresCase = ignoresCase;
         this.at = 0;
     }
 
@@ -54,7 +61,8 @@ class Parser {
     sequence() {
         const all = [];
         while (this.at < this.text.length && !"|)".includes(this.text[this.at])) {
-            let tree = this.atom();
+            // A repetition of nothing is nothing.
+            let tree = this.bounds() ? {all: []} : this.atom();
             for (let bounds; (bounds = this.bounds()); ) tree = {tree, ...bounds};
             all.push(tree);
         }
@@ -67,9 +75,8 @@ class Parser {
             this.at += 1;
             return {min: simple[0], max: simple[1]};
         }
-        if (this.text[this.at] !== "{") return null;
-        const match = /^\{(\d*)(,?)(\d*)\}/.exec(this.text.slice(this.at));
-        if (!match || match[0] === "{}") this.fail("invalid repetition {}");
+        const match = /^\{(?=,?\d)(\d*)(,?)(\d*)\}/.exec(this.text.slice(this.at));
+        if (!match) return null;  // also a brace that is text
         this.at += match[0].length;
         const min = Number(match[1]);
         const max = match[3] ? Number(match[3]) : match[2] ? Infinity : min;
@@ -87,12 +94,18 @@ class Parser {
         if (c === "[") return this.bracket();
         if (c === ".") return {test: () => true};
         if (c === "^" || c === "$") return {assertion: ASSERTIONS[c]};
-        if (c !== "\\") return {test: (other) => other === c};
+        if (c !== "\\") return this.literal(c);
         const escaped = this.text[this.at++];
         if (escaped === undefined) this.fail("trailing backslash");
         if (ESCAPES[escaped]) return {test: ESCAPES[escaped]};
-        if ("bB<>".includes(escaped)) return {assertion: ASSERTIONS[escaped]};
-        return {test: (other) => other === escaped};
+        if ("bB<>`'".includes(escaped)) return {assertion: ASSERTIONS[escaped]};
+        if (/[1-9]/.test(escaped)) this.fail("back-references are not supported");
+        return this.literal(escaped);
+    }
+
+    literal(c) {
+        const wanted = this.ignoresCase ? lower(c) : c;
+        return {test: (other) => other === wanted};
     }
 
     bracket() {
@@ -104,7 +117,8 @@ class Parser {
             tests.push(this.bracketItem());
         }
         this.at += 1;
-        return {test: (c) => tests.some((test) => test(c)) !== negated};
+        const contains = (c) => tests.some((test) => test(c));
+        return {test: (c) => (contains(c) || (this.ignoresCase && contains(upper(c)))) !== negated};
     }
 
     bracketItem() {
@@ -193,9 +207,9 @@ function literal(wanted, text) {
 // is wrong with the expression.
 export function matcher(expression, isRegexp, ignoreCase) {
     if (!expression) return () => [];
-    const fold = ignoreCase ? (text) => text.replace(/[A-Z]+/g, (c) => c.toLowerCase()) : (text) => text;
+    const fold = ignoreCase ? lower : (text) => text;
     if (!isRegexp) return (text) => literal(fold(expression), fold(text));
-    const tree = new Parser(fold(expression)).parse();
+    const tree = new Parser(expression, ignoreCase).parse();
     const states = [{}];  // accepts
     let first;
     try {

@@ -31,13 +31,27 @@ test("expressions", () => {
     for (const [expression, text] of [["a|ab", "abab"], ["(a|b)*c", "abac c"], ["^a", "aaa"], ["a$", "aaa"],
         ["[[:digit:]]+", "pump 12 and 345"], ["[^a-c]+", "abcdeabc"], ["[]x]+", "]x]"], ["a{2,3}", "aaaaaaa"],
         ["a{0}b", "aab"], ["\\<p[a-z]+", "pump spump"], ["\\w+\\b", "a-b c"], ["x*", "axxb"], ["\\.", "a.b"],
-        ["(a+)+$", "aaaa"], ["()", "abc"], ["a||b", "ab"]]) {
+        ["(a+)+$", "aaaa"], ["()", "abc"], ["a||b", "ab"], ['x={"a"', 'x={"a"}'],
+        ["a{1", "aa{1"], ["*ab", "*abab"]]) {
         assert.deepEqual(ranges(expression, text), grep(expression, text), expression);
     }
 });
 
+test("escapes and braces are those of the device", () => {
+    assert.deepEqual(ranges("a{,}b{}", "aa{,}b{}"), ["a{,}b{}"]);
+    assert.deepEqual(ranges("\\d+\\t\\D", "d7\tt 12\tD"), ["7\tt", "12\tD"]);
+    assert.deepEqual(ranges("\\`a|b\\'", "abab"), ["a", "b"]);
+});
+
+test("case is ignored in letters, not in escapes", () => {
+    for (const [expression, wanted] of [["\\S+", ["ab", "CD"]], ["\\W", [" "]], ["\\Bb", ["b"]], ["[A]B", ["ab"]],
+        ["[[:upper:]]+", ["ab", "CD"]], ["[^A]d", ["CD"]]]) {
+        assert.deepEqual(ranges(expression, "ab CD", {ignoreCase: true}), wanted, expression);
+    }
+});
+
 test("mistakes are named", () => {
-    for (const expression of ["(", "a)", "[a", "a{3,2}", "\\", "[z-a]", "[[:nothing:]]"]) {
+    for (const expression of ["(", "a)", "[a", "a{3,2}", "\\", "[z-a]", "[[:nothing:]]", "(a)\\1"]) {
         assert.throws(() => matcher(expression, true, false), SyntaxError, expression);
     }
 });
