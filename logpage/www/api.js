@@ -6,6 +6,7 @@
 
 const PROGRAM = "cgi-bin/moraine/";
 export const BUSY = 503;
+const SILENCE_MS = 20000;  // the device sends something each second
 
 // The device does not answer, or stopped in the middle.
 export class Unreachable extends Error {}
@@ -25,11 +26,15 @@ export function address(name, params = {}) {
 
 function wait(milliseconds, signal) {
     return new Promise((resolve, reject) => {
-        const timer = setTimeout(resolve, milliseconds);
-        signal?.addEventListener("abort", () => {
+        const abort = () => {
             clearTimeout(timer);
             reject(signal.reason);
-        });
+        };
+        const timer = setTimeout(() => {
+            signal?.removeEventListener("abort", abort);
+            resolve();
+        }, milliseconds);
+        signal?.addEventListener("abort", abort);
     });
 }
 
@@ -61,6 +66,20 @@ export async function json(name, params, signal, isPatient) {
     }
 }
 
+// The next piece of an answer. A power cut of the device does not end the connection, so silence is
+// an error.
+async function readPiece(reader) {
+    let timer;
+    const silence = new Promise((resolve, reject) => {
+        timer = setTimeout(() => reject(new Error("the device is silent")), SILENCE_MS);
+    });
+    try {
+        return await Promise.race([reader.read(), silence]);
+    } finally {
+        clearTimeout(timer);
+    }
+}
+
 // Calls `take` with the complete text lines of each piece that arrives.
 async function readLines(response, signal, take) {
     const reader = response.body.getReader();
@@ -69,8 +88,9 @@ async function readLines(response, signal, take) {
     for (;;) {
         let piece;
         try {
-            piece = await reader.read();
+            piece = await readPiece(reader);
         } catch (error) {
+            reader.cancel().catch(() => {});  // It may have failed.
             throw signal?.aborted ? error : new Unreachable(error.message);
         }
         if (piece.done) return;
@@ -84,14 +104,21 @@ async function readLines(response, signal, take) {
     }
 }
 
+// Hands log lines over; an error of the device stands behind them.
+function deliver(lines, take) {
+    const error = lines.at(-1)?.error;
+    if (error) lines.pop();
+    if (lines.length) take(lines);
+    if (error) throw new Refused(200, error);
+}
+
 // Calls `take` with arrays of log lines, in the order of the answer. Returns its last object.
 export async function log(params, signal, take) {
     let end;
     await readLines(await request("log", params, signal), signal, (texts) => {
         const lines = texts.map((text) => JSON.parse(text));
-        if (lines.at(-1).error) throw new Refused(200, lines.at(-1).error);
         if (lines.at(-1).end) end = lines.pop();
-        if (lines.length) take(lines);
+        deliver(lines, take);
     });
     if (!end) throw new Unreachable("the answer broke off");
     return end;
@@ -100,8 +127,6 @@ export async function log(params, signal, take) {
 // Calls `take` with arrays of new log lines until the device ends the answer.
 export async function follow(params, signal, take) {
     await readLines(await request("follow", params, signal), signal, (texts) => {
-        const data = texts.filter((text) => text.startsWith("data:")).map((text) => JSON.parse(text.slice(5)));
-        if (data.at(-1)?.error) throw new Refused(200, data.at(-1).error);
-        if (data.length) take(data);
+        deliver(texts.filter((text) => text.startsWith("data:")).map((text) => JSON.parse(text.slice(5))), take);
     });
 }

@@ -24,9 +24,10 @@ export function time(text) {
     return text ? text.replace("T", " ") : "no time";
 }
 
-// How long from one time stamp to another; empty if the clock was set back meanwhile.
+// How long from one time stamp to another; empty if the clock was set back meanwhile. The browser's
+// time zone has nothing to do with the device's.
 export function duration(first, last) {
-    const seconds = (Date.parse(last) - Date.parse(first)) / 1000;
+    const seconds = (Date.parse(`${last}Z`) - Date.parse(`${first}Z`)) / 1000;
     if (!(seconds >= 0)) return "";
     if (seconds < 60) return `${seconds} s`;
     if (seconds < 3600) return `${Math.round(seconds / 60)} min`;

@@ -22,6 +22,8 @@ const show = (id, isShown) => { $(id).hidden = !isShown; };
 
 let state = address.read();
 let results = null;      // while a context is shown: where its line stands in the results
+let opening = null;      // the latest call of open() as long as it reads
+let wantsFollow = false; // what the switch says
 let stopFollowing = null;
 let host = location.hostname;  // until a line gives the device's name
 let newLines = 0;        // that came while the reader was elsewhere
@@ -94,23 +96,32 @@ async function readBoots() {
         return;
     }
     // The log can be read again. A search that took too long is not repeated.
-    if (reading.error?.status >= SERVER_ERROR && !address.isFiltered(state)) open();
+    if (reading.error?.status >= SERVER_ERROR && !address.isFiltered(state)) open(wantsFollow);
 }
 
 // -- What is shown
 
-// Shows what the address says.
-async function open() {
+// Shows what the address says, and then follows it if `isFollowed`. Returns false if another call has
+// come before all was read.
+async function open(isFollowed = false) {
+    const mine = opening = {};
     state = address.read();
     fillForm();
-    follow(false);
+    setFollow(isFollowed);
     boots.select(state.boot);
     show("all-boots", Boolean(state.boot));
     if (!state.context) boots.mark(new Map());
     const filters = state.context ? {} : state;
-    if (!setMatcher()) return;
+    if (!setMatcher()) {
+        opening = null;
+        return true;
+    }
     await reading.open(filters, boots.boots, state.context || state.line || state.at, Boolean(state.context || state.line));
+    if (opening !== mine) return false;
+    opening = null;
     if (state.context) results ??= {list: [], index: -1};
+    if (wantsFollow) startFollowing();
+    return true;
 }
 
 // Changes filters, and begins again.
@@ -119,8 +130,7 @@ function change(changes) {
     if (JSON.stringify(next) === JSON.stringify(state)) return;
     results = null;
     address.write(next, {push: true});
-    const wasFollowing = Boolean(stopFollowing) && !next.boot;
-    open().then(() => wasFollowing && follow(true));
+    open(wantsFollow && !next.boot);
 }
 
 function fillForm() {
@@ -169,6 +179,7 @@ function showError(error) {
 }
 
 function showState() {
+    if (stopFollowing && !reading.following) return setFollow(false);  // by an error
     const isSearch = address.isFiltered(state) && !state.context;
     const isSearching = reading.progress !== null;
     showError(reading.error);
@@ -217,7 +228,10 @@ function showNewest() {
 }
 
 function moved() {
-    if (lines.isAtEnd) newLines = 0;
+    if (lines.isAtEnd && newLines) {
+        newLines = 0;
+        showState();
+    }
     clearTimeout(moveTimer);
     moveTimer = setTimeout(() => storePosition(false), 300);
 }
@@ -244,7 +258,7 @@ async function toNewest() {
         const {context} = state;
         state = {...state, at: "", line: "", context: "", ...(context ? {grep: "", tag: "", priority: "", since: "", until: ""} : {})};
         address.write(state, {push: Boolean(context)});
-        await open();
+        if (!await open()) return;
     }
     lines.toEnd();
     storePosition(false);
@@ -293,27 +307,36 @@ function step(distance) {
 
 // -- Follow
 
-async function follow(isOn) {
+function setFollow(isOn) {
     stopFollowing?.();
     stopFollowing = null;
+    wantsFollow = isOn;
     $("follow").checked = isOn;
     $("lines").setAttribute("aria-live", isOn ? "polite" : "off");
     state.follow = isOn;
-    if (isOn) {
-        const isCurrent = !state.boot || boots.boots.some((boot) => boot.current && String(boot.boot) === state.boot);
-        if (!isCurrent || reading.newer || state.context) {
-            state = {...state, boot: isCurrent ? state.boot : "", at: "", line: "", context: "", follow: false};
-            address.write(state, {push: true});
-            await open();
-            $("follow").checked = true;
-            state.follow = true;
-        }
-        lines.current = null;
-        lines.toEnd();
-        stopFollowing = reading.follow();
-    }
     address.write({...state, ...(isOn ? {at: "", line: ""} : {})});
     showState();
+}
+
+function startFollowing() {
+    lines.current = null;
+    newLines = 0;
+    lines.toEnd();
+    stopFollowing = reading.follow((number) => { if (!lines.isAtEnd) newLines += number; });
+    showState();
+}
+
+// Lines that are still being read come first.
+function follow(isOn) {
+    const isCurrent = !state.boot || boots.boots.some((boot) => boot.current && String(boot.boot) === state.boot);
+    const isElsewhere = !isCurrent || reading.newer || state.context || (opening && (state.at || state.line));
+    if (isOn && isElsewhere) {
+        state = {...state, boot: isCurrent ? state.boot : "", at: "", line: "", context: "", follow: false};
+        address.write(state, {push: true});
+        return open(true);
+    }
+    setFollow(isOn);
+    if (isOn && !opening) startFollowing();
 }
 
 // -- Input
@@ -385,7 +408,7 @@ function copyBySelection(text) {
 
 const KEYS = {
     "/": () => { $("search").focus(); $("search").select(); },
-    f: () => follow(!stopFollowing),
+    f: () => follow(!wantsFollow),
     n: () => step(1),
     p: () => step(-1),
 };
@@ -402,19 +425,28 @@ document.addEventListener("keydown", (event) => {
     event.preventDefault();
 });
 
-$("keys").checked = localStorage.getItem("keys") !== "off";
-$("keys").addEventListener("change", () => localStorage.setItem("keys", $("keys").checked ? "on" : "off"));
+// A browser that keeps nothing for the page throws.
+function stored(name, value) {
+    try {
+        if (value) localStorage.setItem(name, value);
+        return localStorage.getItem(name);
+    } catch {
+        return null;
+    }
+}
+
+$("keys").checked = stored("keys") !== "off";
+$("keys").addEventListener("change", () => stored("keys", $("keys").checked ? "on" : "off"));
 addEventListener("popstate", () => open());
 addEventListener("hashchange", () => JSON.stringify(address.read()) === JSON.stringify(state) || open());
 
 // The lines come first; a search needs the boots for its progress.
 async function start() {
-    const wantsFollow = state.follow;
+    const {follow: isFollowed} = state;
     device.poll();
     if (address.isFiltered(state) && !state.at && !state.line) await readBoots();
     else readBoots();
-    await open();
-    if (wantsFollow) follow(true);
+    if (await open() && isFollowed) follow(true);
 }
 
 start();

@@ -14,6 +14,9 @@ const GONE = 404;
 const BATCH_MS = 2000;     // how long one request of a search should take
 export const MAX_LINES = 150000;  // kept in memory
 
+// A line, wherever its file is now: what stands before the dash of a cursor depends on that.
+const identity = ({boot, cursor}) => `${boot} ${cursor.slice(cursor.indexOf("-") + 1)}`;
+
 // The boots that a search still has to read, newest first, in pieces of about `bytes`.
 class Plan {
     constructor(boots) {
@@ -51,6 +54,7 @@ export class Reading {
         this.device = device;
         this.view = view;
         this.onChange = onChange;
+        this.following = null;
         this.clear({});
     }
 
@@ -74,7 +78,9 @@ export class Reading {
         this.busy = {};
         this.progress = null;  // of a search: 0 to 1
         this.cancelled = false;
+        this.isComplete = false;
         this.error = null;
+        this.newest = null;  // of all lines when a search began, until a later one is followed
         this.view.clear();
     }
 
@@ -84,17 +90,18 @@ export class Reading {
         this.clear(filters);
         const signal = this.abort.signal;
         await this.guard(signal, async () => {
-            if (at && await this.around(at, isCurrent, signal)) return;
-            if (isFiltered(filters)) await this.search(boots, signal);
-            else this.older = (await this.readOlder({lines: FIRST_PAGE}, signal)).more;
-            if (at) this.view.show(at, isCurrent);
+            if (isFiltered(filters)) await this.findNewest(signal);
+            if (!at || !await this.around(at, isCurrent, signal)) {
+                if (isFiltered(filters)) await this.search(boots, signal);
+                else this.older = (await this.read("older", {lines: FIRST_PAGE}, signal)).more;
+                if (at) this.view.show(at, isCurrent);
+            }
             this.isComplete = true;
         });
     }
 
     // Runs `work`; its error becomes part of the state. An abort is none.
     async guard(signal, work) {
-        this.isComplete = false;
         try {
             await work();
         } catch (error) {
@@ -119,54 +126,60 @@ export class Reading {
         }
     }
 
-    // Reads lines from the newest on, before the oldest that it has got, and continues there if the
-    // answer breaks off. `params` may hold a first position.
-    async readOlder(params, signal) {
-        let position = params;
-        const end = await this.device.persist(signal, () =>
-            api.log({...parameters(this.filters), ...position, reverse: "1"}, signal, (lines) => {
-                position = {...params, before: lines.at(-1).cursor};
-                this.view.prepend(lines.reverse());
-                this.trim("newer");
-            }));
-        this.onChange();
-        // A device that stopped before it found a line says where.
-        return {...end, cursor: end.cursor ?? position.before};
+    // Where new lines begin. The last match may be so old that the device cannot search from there.
+    async findNewest(signal) {
+        await this.device.persist(signal, () => api.log({lines: 1, reverse: "1"}, signal, ([line]) => {
+            this.newest = line;
+        }));
     }
 
-    async readNewer(params, signal) {
-        let position = params;
-        const end = await this.device.persist(signal, () =>
-            api.log({...parameters(this.filters), ...position}, signal, (lines) => {
-                position = {...params, after: lines.at(-1).cursor};
-                this.view.append(lines);
-                this.trim("older");
-            }));
+    // Reads lines on one side of those that it has got, away from them. Continues there if the answer
+    // breaks off, and if the device's time was up before it found any. `params` may hold a first position.
+    async read(side, params, signal) {
+        const isOlder = side === "older";
+        const name = isOlder ? "before" : "after";
+        let position = params[name];
+        let isFound = false;
+        let end;
+        const take = (lines) => {
+            isFound = true;
+            position = lines.at(-1).cursor;
+            if (isOlder) this.view.prepend(lines.reverse());
+            else this.view.append(lines);
+            this.trim(isOlder ? "newer" : "older");
+        };
+        do {
+            end = await this.device.persist(signal, () => api.log({...parameters(this.filters), ...params,
+                ...(position && {[name]: position}), ...(isOlder && {reverse: "1"})}, signal, take));
+            position = end.cursor ?? position;
+        } while (end.cursor && !isFound);
         this.onChange();
-        return end;
+        return {more: end.more, cursor: position};
     }
 
-    // Drops what is too much, on one side, from where it can be read again.
+    // Drops what is too much, on one side, from where it can be read again. While new lines come, the
+    // newest stay, and the oldest as long as those before them are being read.
     trim(side) {
-        if (this.view.rows.length <= MAX_LINES) return;
-        if (side === "newer") this.view.truncate(MAX_LINES);
-        else this.view.dropOldest(this.view.rows.length - MAX_LINES);
+        if (this.view.rows.length <= MAX_LINES || (this.following && this.busy.older)) return;
+        if (side === "newer") {
+            this.newest = null;
+            this.view.truncate(MAX_LINES);
+        } else this.view.dropOldest(this.view.rows.length - MAX_LINES);
         this[side] = true;
     }
 
     // False if the line is no longer kept: then there is nothing.
     async around(at, isCurrent, signal) {
-        const before = await this.near(() => this.readOlder({before: at, lines: 200}, signal));
+        const before = await this.near(() => this.read("older", {before: at, lines: 200}, signal));
         this.older = before.more;
         // Behind the line before, so that the line itself is read too.
         const last = this.view.rows.at(-1)?.cursor ?? at;
-        this.newer = (await this.near(() => this.readNewer({after: last, lines: 300}, signal))).more;
+        this.newer = (await this.near(() => this.read("newer", {after: last, lines: 300}, signal))).more;
         // The very first line has none before it: it is the one before the next.
         const [first] = this.view.rows;
-        if (last === at && first) await this.readOlder({before: first.cursor, lines: 1}, signal);
+        if (last === at && first) await this.read("older", {before: first.cursor, lines: 1}, signal);
         this.view.show(at, isCurrent);
-        this.isComplete = this.view.rows.length > 0;
-        return this.isComplete;
+        return this.view.rows.length > 0;
     }
 
     async search(boots, signal) {
@@ -177,7 +190,7 @@ export class Reading {
             const start = performance.now();
             let params = {...(boot && {boot}), lines: LAST_PAGE};
             for (;;) {
-                const end = await this.readOlder(params, signal);
+                const end = await this.near(() => this.read("older", params, signal));
                 if (!end.more) break;
                 params = {...params, before: end.cursor};
                 if (this.view.rows.length >= MAX_LINES) {
@@ -202,20 +215,23 @@ export class Reading {
         this.onChange();
     }
 
-    // More lines on one side, if there are any.
+    // More lines on one side, if there are any. While new lines come, there is no room for all.
     more(side) {
-        if (!this[side] || this.busy[side] || this.progress !== null || !this.view.rows.length) return;
-        const signal = this.abort.signal;
-        const {rows} = this.view;
+        const {busy, view: {rows}} = this;
+        if (!this[side] || busy[side] || this.progress !== null || !rows.length) return;
         this.step = Math.min(2 * this.step, LAST_PAGE);
-        this.busy[side] = true;
+        if (this.following && rows.length + this.step > MAX_LINES) return;
+        const {signal} = this.abort;
+        const position = side === "older" ? {before: rows[0].cursor} : {after: rows.at(-1).cursor};
+        busy[side] = true;
         this.guard(signal, async () => {
-            const end = await this.near(() => (side === "older"
-                ? this.readOlder({before: rows[0].cursor, lines: this.step}, signal)
-                : this.readNewer({after: rows.at(-1).cursor, lines: this.step}, signal)));
-            this[side] = end.more;
-            this.busy[side] = false;
-            this.isComplete = true;
+            try {
+                const end = await this.near(() => this.read(side, {...position, lines: this.step}, signal));
+                this[side] = end.more;
+                this.error = null;
+            } finally {
+                busy[side] = false;
+            }
         });
     }
 
@@ -226,25 +242,41 @@ export class Reading {
         this.more("newer");
     }
 
-    // Adds new lines as they come, until the returned function is called.
-    follow() {
+    // Adds new lines as they come, until the returned function is called or `following` is null after
+    // an error. `onLines` gets their number.
+    follow(onLines) {
         const abort = new AbortController();
         const {signal} = abort;
+        this.following = abort;
+        this.newer = false;  // They come now.
         this.guard(signal, async () => {
-            let last = this.view.rows.at(-1)?.cursor;
-            while (!signal.aborted) {
-                const params = {...parameters(this.filters), ...(last && {after: last})};
-                const gone = await this.near(() => this.device.persist(signal, () => api.follow(params, signal, (lines) => {
-                    last = params.after = lines.at(-1).cursor;
-                    this.view.append(lines);
-                    this.trim("older");
-                    this.onChange();
-                })));
-                if (gone) last = null;  // on from what the device has now
-                await new Promise((resolve) => setTimeout(resolve, 500));
+            let last = (this.newest ?? this.view.rows.at(-1))?.cursor;
+            // Some of the lines behind `newest` may have been read already.
+            const known = new Set(this.newest ? this.view.rows.map(identity) : []);
+            const take = (lines) => {
+                last = lines.at(-1).cursor;
+                const added = lines.filter((line) => !known.has(identity(line)));
+                this.newest = null;
+                this.view.append(added);
+                this.trim("older");
+                onLines(added.length);
+                this.onChange();
+            };
+            try {
+                while (!signal.aborted) {
+                    const gone = await this.near(() => this.device.persist(signal, () =>
+                        api.follow({...parameters(this.filters), ...(last && {after: last})}, signal, take)));
+                    if (gone) last = null;  // on from what the device has now
+                    await new Promise((resolve) => setTimeout(resolve, 500));
+                }
+            } finally {
+                if (this.following === abort) this.following = null;
             }
         });
-        return () => abort.abort();
+        return () => {
+            abort.abort();
+            this.following = null;
+        };
     }
 }
 

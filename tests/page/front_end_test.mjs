@@ -24,6 +24,13 @@ afterEach(async () => {
     await device?.stop().catch(() => {});
 });
 
+async function wait(condition) {
+    for (let times = 0; !condition(); times += 1) {
+        assert.ok(times < 400, `not reached: ${condition}`);
+        await browser.page.waitForTimeout(50);
+    }
+}
+
 async function elements() {
     return browser.page.evaluate(() => document.querySelectorAll("[role=log] *").length);
 }
@@ -213,4 +220,62 @@ test("links to the first, the last and the only match", async () => {
         await browser.lines.locator("[aria-current]").waitFor();
         assert.equal(await browser.lines.locator("[aria-current]").evaluate((node) => node.row.cursor), line);
     }
+});
+
+// Each follower of the device sends a line: as often as it shows, so many streams are read.
+async function followsOnce(message) {
+    device.append({message});
+    await browser.lines.getByText(message, {exact: true}).first().waitFor();
+    assert.deepEqual([device.followers.size, await browser.lines.getByText(message, {exact: true}).count()], [1, 1]);
+}
+
+test("follow, pressed three times while the newest lines are read, is on once and can be switched off", async () => {
+    await open({boots: 12});
+    await browser.search("Out of memory");
+    await browser.lines.getByText("Killed process").first().click();
+    await browser.page.getByText(/^Around /).waitFor();
+    const release = device.hold();
+    for (let times = 0; times < 3; times += 1) await browser.page.keyboard.press("f");
+    assert.ok(await browser.get("switch", "Follow").isChecked());
+    release();
+    await browser.page.getByText("Following", {exact: true}).waitFor();
+    await followsOnce("Out of memory, after three");
+    await browser.page.keyboard.press("f");
+    await wait(() => device.followers.size === 0);
+    assert.ok(!await browser.get("switch", "Follow").isChecked());
+});
+
+test("a search that replaces another while following is followed once", async () => {
+    await open({boots: 12, special: ["watchdog fed, early"]});
+    await browser.page.keyboard.press("f");
+    await wait(() => device.followers.size === 1);
+    const release = device.hold();
+    await browser.search("watch");
+    await wait(() => device.followers.size === 0);
+    await browser.search("watchdog fed");
+    release();
+    await browser.page.getByText("Following", {exact: true}).waitFor();
+    await followsOnce("watchdog fed, the last");
+    const rows = await browser.lines.evaluate((node) => [...node.querySelectorAll(".row")].map((row) => row.row.line));
+    assert.equal(new Set(rows).size, rows.length);
+});
+
+test("new lines are counted while the reader is elsewhere", async () => {
+    await open({});
+    await browser.page.keyboard.press("f");
+    await wait(() => device.followers.size === 1);
+    await browser.lines.evaluate((node) => { node.scrollTop -= 2000; });
+    for (const message of ["one", "two"]) device.append({message});
+    await browser.page.getByText("Following, 2 new lines", {exact: true}).waitFor();
+    await browser.get("button", "Newest").click();
+    await browser.page.getByText("Following", {exact: true}).waitFor();
+});
+
+test("a browser that keeps nothing for the page shows it", async () => {
+    device = new MockDevice({www: WWW});
+    url = await device.start();
+    browser = await Browser.launch();
+    await browser.page.addInitScript(() => Object.defineProperty(window, "localStorage", {get() { throw new DOMException("denied", "SecurityError"); }}));
+    await browser.page.goto(url);
+    await browser.lines.getByText("flow").last().waitFor();
 });

@@ -74,7 +74,15 @@ export class MockDevice {
             && (!query.get("until") || line.time <= query.get("until").replace(" ", "T"));
     }
 
+    // Answers no request for lines until the returned function is called.
+    hold() {
+        let release;
+        this.held = new Promise((resolve) => { release = resolve; });
+        return release;
+    }
+
     async log(query, request, response) {
+        await this.held;
         const passes = this.filter(query);
         const limit = Number(query.get("lines") ?? 500);
         const before = query.has("before") ? Number(query.get("before").slice(1)) - 1 : this.lines.length;
