@@ -133,11 +133,12 @@ void Following::HoldBackUnfinished() {
 
 bool Following::IsWanted(const Entry& entry) const {
     if (!query.filter.boots) return true;
-    const BootRange& range = *query.filter.boots;
-    // The daemon may have been started again meanwhile: the current boot is still the current one.
-    const bool wantsCurrent = firstBoot >= range.first && firstBoot <= range.last;
-    if (wantsCurrent && entry.boot >= firstBoot) return true;
-    return entry.boot >= range.first && entry.boot <= range.last;
+    const auto isInRange = [&range = *query.filter.boots](std::uint32_t boot) {
+        return boot >= range.first && boot <= range.last;
+    };
+    // The daemon may have been started again meanwhile, and may have given the boots lower numbers:
+    // all that is new is of what was the current boot, or of a later one.
+    return isInRange(firstBoot) || isInRange(entry.boot);
 }
 
 void Following::BeginLive(bool isFromStart) {
@@ -227,7 +228,9 @@ bool Following::IsKnown(const Catalogue& now, const Entry& entry, std::size_t in
         const std::size_t first =
             old.size() > KnownArchiveFiles ? old.size() - KnownArchiveFiles : 0;
         for (std::size_t i = first; i < old.size(); ++i) {
-            if (!old[i].isPlaced && old[i].id == entry.id) return true;
+            // Its name behind the boot number, too: an inode is used again after a deletion.
+            const bool isSame = old[i].id == entry.id && old[i].Rest() == entry.Rest();
+            if (!old[i].isPlaced && isSame) return true;
         }
         if (now.Open(index, file, error) != OpenResult::Opened) return false;
     }
@@ -239,8 +242,8 @@ bool Following::IsKnown(const Catalogue& now, const Entry& entry, std::size_t in
     });
 }
 
-// The files behind the last one that was in the snapshot before, whose files are still open: so no
-// new file has the inode of one of them.
+// The files behind the last one that was in the snapshot before, whose waiting files are still
+// open: so no new file has the inode of one of them.
 std::vector<std::size_t> Following::FindNew(const Catalogue& now) const {
     std::vector<std::size_t> found;
     for (std::size_t i = now.entries.size(); i-- != 0;) {
@@ -280,7 +283,8 @@ void Following::Run(const std::function<bool()>& idle) {
         if (ReadLive()) continue;
         const Change change = LookAtLive();
         if (change == Change::Replaced && !GoOn()) return;
-        if (change == Change::Replaced) continue;
+        // Where the new one cannot be opened, it is waited for as if there were none.
+        if (change == Change::Replaced && liveIndex != SIZE_MAX) continue;
         if (change == Change::Truncated) BeginLive(true);
         if (!idle()) return;
         events.Wait();

@@ -108,7 +108,7 @@ FileResult Scanner::Scan(const Entry& newEntry, OpenFile newFile, const LineBoun
     file = std::move(newFile);
     result = {};
     isCounting = true;
-    info = std::make_shared<FileInfo>(FileInfo{entry->GetSource(), YearGuess(file.mtime), 0});
+    info = std::make_shared<FileInfo>(*entry, file.mtime, 0);
     // No line of the file is late enough.
     if (filter.since && info->years.Latest() < *filter.since) return result;
 
@@ -121,7 +121,7 @@ FileResult Scanner::Scan(const Entry& newEntry, OpenFile newFile, const LineBoun
 void Scanner::Begin(const Entry& newEntry, std::int64_t mtime, std::uint64_t hash,
                     std::uint64_t firstNumber) {
     entry = &newEntry;
-    info = std::make_shared<FileInfo>(FileInfo{entry->GetSource(), YearGuess(mtime), hash});
+    info = std::make_shared<FileInfo>(*entry, mtime, hash);
     number = firstNumber;
 }
 

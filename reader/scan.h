@@ -20,9 +20,17 @@ namespace Reader {
 
 // What lines need to know of their file.
 struct FileInfo {
+    FileInfo(const Entry& entry, std::int64_t mtime, std::uint64_t hash)
+        : name(entry.Name()), source(entry.GetSource()), years(mtime), hash(hash) {
+        source.name = name;
+    }
+    FileInfo(const FileInfo&) = delete;
+    FileInfo& operator=(const FileInfo&) = delete;
+
+    std::string name;  // of its own: lines that are held back may outlast the catalogue
     Source source;
     YearGuess years;
-    std::uint64_t hash = 0;  // of the first line
+    std::uint64_t hash;  // of the first line
 };
 using SharedInfo = std::shared_ptr<const FileInfo>;
 

@@ -5,6 +5,7 @@
 from __future__ import annotations
 
 import datetime
+import json
 import os
 import re
 import signal
@@ -512,6 +513,47 @@ class Follow(LogCase):
         self.append("begin")
         self.append(" end\n")
         self.assertEqual(lines.readline(), "begin end\n")
+
+    def test_a_live_log_that_cannot_be_opened_is_waited_for(self) -> None:
+        write_log("messages.txt.0", "0\n")
+        LIVE_LOG.symlink_to(write_log("elsewhere", "no part of it\n"))
+        lines = self.follow().stdout
+        self.assertEqual(lines.readline(), "0\n")
+        write_log("new", "1\n").rename(LIVE_LOG)
+        self.assertEqual(lines.readline(), "1\n")
+
+    def test_context_from_before_a_rotation(self) -> None:
+        write_log("messages.txt", "match 0\n")
+        lines = self.follow("-o", "json", "-g", "match", "-C", "3").stdout
+        self.assertIn("match 0", lines.readline())
+        self.append("1\n2\n3\n")
+        self.rotate()
+        self.append("match 4\n")
+        for text in ("1", "2", "3", "match 4"):
+            found = json.loads(lines.readline())
+            self.assertEqual((found["file"], found["message"]), ("messages.txt", text))
+
+    def test_the_current_boot_across_a_renumbering(self) -> None:
+        boot = Path("/var/run/vandis-moraine.boot")
+        boot.write_text("999\n")
+        self.addCleanup(boot.unlink)
+        write_log("messages.txt", "0\n")
+        lines = self.follow("-b", "0").stdout
+        self.assertEqual(lines.readline(), "0\n")
+        boot.write_text("2\n")
+        self.rotate()
+        self.append("1\n")
+        self.assertEqual(lines.readline(), "1\n")
+
+    def test_a_new_archive_file_with_the_inode_of_one_that_was_deleted(self) -> None:
+        old = write_archive(1, "0\n")
+        write_log("messages.txt", "1\n")
+        lines = self.follow().stdout
+        self.assertEqual([lines.readline(), lines.readline()], ["0\n", "1\n"])
+        old.rename(old.with_name("messages.001.1970-01-01.00:01:00.txt.xz"))
+        write_archive(1, "2\n", minute=1)
+        write_log("new", "3\n").rename(LIVE_LOG)
+        self.assertEqual([lines.readline(), lines.readline()], ["2\n", "3\n"])
 
     def test_filters_hold(self) -> None:
         write_log("messages.txt", line("app: 1") + line("app: 2"))
