@@ -76,7 +76,11 @@ std::uint32_t Automaton::CompileRepetition(const Node& node, std::uint32_t next)
         split.next = Compile(child, next);
         next = Add(split);
     }
-    for (int i = 0; i < node.minimum; ++i) next = Compile(child, next);
+    for (int i = 0; i < node.minimum; ++i) {
+        const std::uint32_t begin = Compile(child, next);
+        if (begin == next) break;  // Nothing, however often.
+        next = begin;
+    }
     return next;
 }
 

@@ -129,6 +129,11 @@ TEST(Expression, IsLinearInTheText) {
     EXPECT_FALSE(Matches("(x+x+)+y", std::string(100000, 'x')));
 }
 
+TEST(Expression, OfNothingManyTimesIsCompiledAtOnce) {
+    EXPECT_TRUE(Matches("^(((){32767}){32767}){32767}$", ""));
+    EXPECT_TRUE(Matches("^((a{0}|b{0}){3}c){2}$", "cc"));
+}
+
 // A text on which almost no state occurs twice.
 TEST(Expression, GivesUpWhereItWouldTakeTooMuchTime) {
     Matcher matcher(Compile("a.{2000}b{2}$"));
