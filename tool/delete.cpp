@@ -165,7 +165,9 @@ class HeldSignals {
 public:
     HeldSignals() {
         sigemptyset(&held);
-        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&held, number);
+        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
+            sigaddset(&held, number);
+        }
         sigprocmask(SIG_BLOCK, &held, &before);
     }
     ~HeldSignals() { sigprocmask(SIG_SETMASK, &before, nullptr); }

@@ -5,6 +5,7 @@
 from __future__ import annotations
 
 import os
+import signal
 import subprocess
 from pathlib import Path
 
@@ -175,6 +176,15 @@ class TheDaemon(DeleteCase):
         # The signal comes while the script stops the daemon.
         self.replace_script('[ "$1" != stop ] || kill -INT "$PPID"')
         self.check("delete", "--yes", "--oldest", "--files", "2", status=130)
+        self.assertEqual(self.called, ["stop 6", "start 6"])
+
+    def test_a_closed_standard_error_does_not_leave_it_stopped(self) -> None:
+        self.replace_script('[ "$1" != stop ] || { echo "process 7 does not end"; exit 1; }')
+        reader, writer = os.pipe()
+        os.close(reader)
+        self.addCleanup(os.close, writer)
+        self.check("delete", "--yes", "--oldest", "--files", "2", status=-signal.SIGPIPE,
+                   stderr=writer)
         self.assertEqual(self.called, ["stop 6", "start 6"])
 
     def test_a_file_that_cannot_be_deleted(self) -> None:
