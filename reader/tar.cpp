@@ -38,6 +38,14 @@ bool HasChecksum(const TarHeader& header) {
     return !ReadTarNumber(header.checksum, expected) && SumOf(header) == expected;
 }
 
+// A long path of ustar is in two fields; old GNU tar has other things in the second one.
+std::string PathOf(const TarHeader& header) {
+    std::string path(Text(header.name));
+    const std::string_view prefix = Text(header.prefix);
+    if (!prefix.empty() && Text(header.magic) == "ustar") path.insert(0, "/").insert(0, prefix);
+    return path;
+}
+
 // In a copy of the whole folder, names that the log's own files have may stand below foreign/.
 bool IsForeign(std::string_view path) {
     constexpr std::string_view Folder = "foreign";
@@ -277,7 +285,7 @@ void TarReader::ReadPax(std::string_view text) {
 
 // Returns true if the file ends before; what there is of the member is taken.
 bool TarReader::TakeMember(const TarHeader& header, std::uint64_t size) {
-    std::string place(longName.empty() ? Text(header.name) : longName);
+    std::string place = longName.empty() ? PathOf(header) : longName;
     while (place.ends_with('/')) place.pop_back();  // of a folder
     std::string name(BareName(place));
     size = paxSize.value_or(size);

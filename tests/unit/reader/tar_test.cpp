@@ -127,9 +127,21 @@ TEST_F(TarFile, PassesOverTheFolderOfForeignFiles) {
     Add("syslog/foreign/" + std::string(First), "foreign");
     Add("foreign/messages.txt", "foreign");
     Add("syslog/messages.txt", "live");
+    AddChanged("messages.txt", "foreign", [](Reader::TarHeader& header) {
+        strncpy(header.prefix, "a/long/way/to/foreign", sizeof header.prefix);
+    });
+    AddChanged("messages.txt.0", "old GNU tar has other fields there",
+               [](Reader::TarHeader& header) {
+                   memcpy(header.magic, "ustar ", sizeof header.magic);
+                   strncpy(header.prefix, "foreign", sizeof header.prefix);
+               });
+    AddChanged("foreign/messages.txt.1", "foreign", [](Reader::TarHeader& header) {
+        strncpy(header.prefix, "a/long/way/to", sizeof header.prefix);
+    });
     ASSERT_SUCCESS(writer.Finish());
     Read();
-    EXPECT_EQ(Files(), (Contents{{"messages.txt", "live"}}));
+    EXPECT_EQ(Files(), (Contents{{"messages.txt.0", "old GNU tar has other fields there"},
+                                 {"messages.txt", "live"}}));
 }
 
 TEST_F(TarFile, ReportsAnArchiveNameThatIsNoFile) {
