@@ -13,6 +13,7 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -105,7 +106,8 @@ public:
           consumer(consumer),
           filesAhead(catalogue, jobs, options.newestFirst) {}
 
-    void Run();
+    // Returns false, with nothing done, if no thread can be started.
+    bool Run();
 
 private:
     struct Slot {
@@ -116,6 +118,7 @@ private:
     };
 
     void Work();
+    void ScanFiles();
     void ScanOne(Scanner& scanner, std::size_t number, Slot& slot, OpenFile file,
                  FileResult opened);
     bool Push(std::size_t number, Slot& slot, Batch&& batch);
@@ -137,16 +140,21 @@ private:
     std::size_t nextJob = 0;
     std::size_t waitingBytes = 0;
     bool isStopped = false;
+    std::exception_ptr failure;  // of a thread, outside of a file
 
     std::atomic<std::size_t> textBytes{0};
     std::atomic<bool> isCancelled{false};
 };
 
-void Threads::Run() {
+bool Threads::Run() {
     std::vector<std::thread> workers;
     const std::size_t count = std::min<std::size_t>(options.jobs, jobs.size());
     try {
-        for (std::size_t i = 0; i < count; ++i) workers.emplace_back([this] { Work(); });
+        try {
+            for (std::size_t i = 0; i < count; ++i) workers.emplace_back([this] { Work(); });
+        } catch (const std::system_error&) {  // a limit on processes: those that run do it all
+            if (workers.empty()) return false;
+        }
         Consume();
     } catch (...) {
         Stop();
@@ -155,6 +163,7 @@ void Threads::Run() {
     }
     Stop();
     for (std::thread& worker : workers) worker.join();
+    return true;
 }
 
 void Threads::Stop() {
@@ -165,6 +174,15 @@ void Threads::Stop() {
 }
 
 void Threads::Work() {
+    try {
+        ScanFiles();
+    } catch (...) {
+        const std::lock_guard lock(mutex);
+        failure = std::current_exception();
+    }
+}
+
+void Threads::ScanFiles() {
     ScanOptions scanOptions{
         options.filter, options.wantsCandidates, options.newestFirst, options.maxLines, {}};
     scanOptions.progress = [this](std::size_t bytes) {
@@ -230,7 +248,8 @@ void Threads::Consume() {
         {
             std::unique_lock lock(mutex);
             if (turn == jobs.size()) return;
-            while (slots.empty()) consumerWaits.wait_for(lock, ProgressInterval);
+            while (slots.empty() && !failure) consumerWaits.wait_for(lock, ProgressInterval);
+            if (slots.empty()) std::rethrow_exception(failure);
         }
         if (!ConsumeSlot(slots.front(), jobs[turn])) return;
         const std::lock_guard lock(mutex);
@@ -254,6 +273,7 @@ bool Threads::ConsumeSlot(Slot& slot, const Job& job) {
             workersWait.notify_all();
         }
         const bool isDone = slot.isDone && !batch;
+        if (failure) std::rethrow_exception(failure);
         lock.unlock();
 
         if (options.cancel != nullptr && *options.cancel) return false;
@@ -314,11 +334,9 @@ void RunOneByOne(const Catalogue& catalogue, const std::vector<Job>& jobs,
 
 void RunPipeline(const Catalogue& catalogue, const std::vector<Job>& jobs,
                  const PipelineOptions& options, const Consumer& consumer) {
-    if (options.jobs <= 1 || jobs.size() <= 1) {
-        RunOneByOne(catalogue, jobs, options, consumer);
-    } else {
-        Threads(catalogue, jobs, options, consumer).Run();
-    }
+    const bool useThreads = options.jobs > 1 && jobs.size() > 1;
+    if (useThreads && Threads(catalogue, jobs, options, consumer).Run()) return;
+    RunOneByOne(catalogue, jobs, options, consumer);
 }
 
 }  // namespace Reader

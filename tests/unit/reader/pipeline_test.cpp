@@ -4,15 +4,35 @@
 // Files through one thread and through several: the same lines in the same order.
 #include "reader/pipeline.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <climits>
 #include <string>
 #include <vector>
 
 #include "tests/support/files.h"
+
+namespace {
+
+int threadsLeft = INT_MAX;
+
+}  // namespace
+
+// The C library's, up to a limit on processes.
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*start)(void*), void* argument) noexcept {
+    static auto* const real =
+        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (threadsLeft == 0) return EAGAIN;
+    --threadsLeft;
+    return real(thread, attributes, start, argument);
+}
 
 namespace {
 
@@ -119,6 +139,16 @@ TEST_P(Pipeline, GoesOnBehindAFileThatIsGone) {
     Run();
     EXPECT_TRUE(text == AllText());
     EXPECT_EQ(done.size(), jobs.size());
+}
+
+TEST_P(Pipeline, GoesOnWithTheThreadsThatCouldBeStarted) {
+    for (const int count : {0, 1}) {
+        text.clear();
+        threadsLeft = count;
+        Run();
+        EXPECT_TRUE(text == AllText()) << count;
+    }
+    threadsLeft = INT_MAX;
 }
 
 INSTANTIATE_TEST_SUITE_P(Jobs, Pipeline, testing::Values(1, 2, 8));
