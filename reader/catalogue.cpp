@@ -3,7 +3,6 @@
 
 #include "reader/catalogue.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +12,7 @@
 #include <cstring>
 #include <tuple>
 
+#include "reader/folder_walk.h"
 #include "reader/hash.h"
 
 namespace Reader {
@@ -153,18 +153,15 @@ OpenResult Catalogue::Open(std::size_t index, OpenFile& file, std::string& error
 // The daemon gives the boots lower numbers at its start, when 999 are in use: the file is the same,
 // and so is its name behind the boot number.
 OpenResult Catalogue::OpenRenumbered(const Entry& entry, OpenFile& file, std::string& error) const {
-    const Descriptor copy(openat(folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    DIR* const walk = copy.IsOpen() ? fdopendir(dup(copy.Get())) : nullptr;
-    if (walk == nullptr) return OpenResult::Gone;
-    OpenResult result = OpenResult::Gone;
-    while (const dirent* const found = readdir(walk)) {
+    FolderWalk walk(folder.Get());
+    while (const dirent* const found = walk.Next()) {
         if (found->d_ino != entry.id) continue;
         if (ParseArchiveName(found->d_name).rest != entry.Rest()) continue;
-        result = OpenRegular(folder.Get(), found->d_name, file, error);
-        break;
+        return OpenRegular(folder.Get(), found->d_name, file, error);
     }
-    (void)closedir(walk);
-    return result;
+    if (walk.Error() == 0) return OpenResult::Gone;
+    error = strerror(walk.Error());
+    return OpenResult::Failed;
 }
 
 }  // namespace Reader

@@ -22,7 +22,6 @@
 // 3. If the live log has been rotated in the meantime, files that are newer than the snapshot may
 //    be in the archive, too: all of it is done again. Where it is rotated each time, the archive is
 //    cut before the first file that was left out in step 2, since all behind it is newer.
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -38,6 +37,7 @@
 #include "daemon/moraine.h"
 #include "reader/catalogue.h"
 #include "reader/device.h"
+#include "reader/folder_walk.h"
 
 namespace Reader {
 
@@ -67,22 +67,18 @@ struct Waiting {
 
 using WaitingFiles = std::map<std::string, Waiting>;
 
-// The names of what waits. Compressed files are half made here.
+// The names of what waits. Compressed files are half made here. Returns true on failure, with the
+// names so far.
 bool ListWaiting(int folder, std::vector<std::string>& names, std::string& error) {
     names.clear();
-    const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    DIR* const walk = copy < 0 ? nullptr : fdopendir(copy);
-    if (walk == nullptr) {
-        error = strerror(errno);
-        return true;
-    }
-    while (const dirent* const entry = readdir(walk)) {
+    FolderWalk walk(folder);
+    while (const dirent* const entry = walk.Next()) {
         const Name name = ParseName(entry->d_name);
         if (name.form == Name::Form::Log && !name.isCompressed) names.emplace_back(entry->d_name);
     }
-    (void)closedir(walk);
     std::sort(names.begin(), names.end());
-    return false;
+    if (walk.Error() != 0) error = strerror(walk.Error());
+    return walk.Error() != 0;
 }
 
 bool GetIdentity(int folder, const std::string& name, Identity& identity) {
@@ -147,9 +143,9 @@ bool CollectWaiting(int folder, WaitingFiles& files, std::string& error) {
     int waits = 0;
     for (int i = 0; i < MaxAttempts; ++i) {
         files.clear();
-        if (ListWaiting(folder, names, error)) return true;
+        const bool hasFailed = ListWaiting(folder, names, error);
         for (const std::string& name : names) OpenWaiting(folder, name, files);
-        if (ListWaiting(folder, names, error)) return true;
+        if (hasFailed || ListWaiting(folder, names, error)) return true;
         if (!IsUnchanged(folder, names, files)) continue;
         if (!IsMovedAside(files) || ++waits > MaxWaits) return false;
         WaitAMoment();

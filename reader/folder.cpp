@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: MIT
 
 // Listing folders: the archive, and a copy of the log.
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,37 +13,11 @@
 
 #include "daemon/moraine.h"
 #include "reader/catalogue.h"
+#include "reader/folder_walk.h"
 
 namespace Reader {
 
 namespace {
-
-class FolderWalk {
-public:
-    explicit FolderWalk(int folder) {
-        const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        stream = copy < 0 ? nullptr : fdopendir(copy);
-        if (stream == nullptr) error = errno;
-    }
-    FolderWalk(const FolderWalk&) = delete;
-    FolderWalk& operator=(const FolderWalk&) = delete;
-    ~FolderWalk() {
-        if (stream != nullptr) (void)closedir(stream);
-    }
-
-    const dirent* Next() {
-        if (stream == nullptr) return nullptr;
-        errno = 0;
-        const dirent* const entry = readdir(stream);
-        if (entry == nullptr) error = errno;
-        return entry;
-    }
-    int Error() const { return error; }
-
-private:
-    DIR* stream = nullptr;
-    int error = 0;
-};
 
 // Whether the entry is something else than a regular file. Most file systems say so in the listing.
 bool IsIrregular(int folder, const dirent& entry) {

@@ -5,10 +5,13 @@
 // the daemon.
 #include "reader/device.h"
 
+#include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -16,6 +19,20 @@
 #include "daemon/moraine.h"
 #include "reader/xz_encoder.h"
 #include "tests/support/files.h"
+
+namespace {
+
+bool listingFails = false;
+
+}  // namespace
+
+// A medium that can be read no more.
+extern "C" dirent* readdir(DIR* stream) {
+    static auto* const real = reinterpret_cast<dirent* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir"));
+    if (!listingFails) return real(stream);
+    errno = EIO;
+    return nullptr;
+}
 
 namespace {
 
@@ -134,6 +151,29 @@ TEST_F(Snapshot, OpensAnArchiveFileThatWasRenumberedMeanwhile) {
     EXPECT_EQ(catalogue.Open(1, file, error), Reader::OpenResult::Opened) << error;
     std::filesystem::remove(Moraine::ArchPathAbs / Archived);
     EXPECT_EQ(catalogue.Open(0, file, error), Reader::OpenResult::Gone);
+}
+
+TEST_F(Snapshot, ReportsAFolderThatCouldNotBeListedToItsEnd) {
+    Write("messages.txt", "1\n", 1);
+    listingFails = true;
+    Reader::OpenDeviceFolders(catalogue);
+    listingFails = false;
+    ASSERT_EQ(catalogue.problems.size(), 2U);
+    EXPECT_EQ(catalogue.problems[0].file, Moraine::SyslogPathAbs);
+    EXPECT_EQ(catalogue.problems[0].reason, "Input/output error");
+    EXPECT_EQ(catalogue.problems[1].file, Moraine::ArchPathAbs);
+}
+
+TEST_F(Snapshot, DoesNotTakeAFileForDeletedWhereItCouldNotLook) {
+    WriteArchived(Archived, "1\n", 1);
+    ASSERT_EQ(Names(), NameList{Archived});
+    std::filesystem::remove(Moraine::ArchPathAbs / Archived);
+    Reader::OpenFile file;
+    std::string error;
+    listingFails = true;
+    EXPECT_EQ(catalogue.Open(0, file, error), Reader::OpenResult::Failed);
+    listingFails = false;
+    EXPECT_EQ(error, "Input/output error");
 }
 
 }  // namespace
