@@ -18,9 +18,8 @@ bool FindTime(const Catalogue& catalogue, std::size_t index, bool isLast, FileRe
     TextReader reader;
     reader.Open(file.place, catalogue.entries[index].isCompressed);
     std::string_view block;
-    Fields found;
-    while ((isLast || !found.hasForm) && reader.Next(block)) {
-        while (!block.empty() && (isLast || !found.hasForm)) {
+    while (reader.Next(block)) {
+        while (!block.empty()) {
             // The last line of a block that has the form is the last so far.
             const std::size_t end = !isLast            ? block.find('\n')
                                     : block.size() < 2 ? std::string_view::npos
@@ -50,10 +49,7 @@ bool Log::GetTimes(const BootFiles& boot, Times& times) {
     const auto look = [&](std::size_t index, bool isLast, std::optional<CivilTime>& time) {
         FileResult result;
         const bool isFound = FindTime(files->catalogue, index, isLast, result, time);
-        if (!files->isReported[index] && reports.Add(files->PathOf(index), result)) {
-            files->isReported[index] = true;
-            hasFailed = true;
-        }
+        hasFailed = files->Note(index, result, reports) || hasFailed;
         return isFound;
     };
     for (auto index = boot.sources.begin(); index != boot.sources.end(); ++index) {

@@ -13,19 +13,6 @@
 
 namespace Reader {
 
-struct Log::Files {
-    Catalogue catalogue;
-    std::vector<bool> isReported;  // files whose problem has been reported
-
-    // The path of a file, for messages.
-    std::string PathOf(std::size_t index) const;
-    std::string folderPath;  // of the archive
-    std::string waitingPath;
-};
-
-// Where the line of a cursor is; returns false if it is not in the log.
-bool FindCursor(const Catalogue& catalogue, const Cursor& cursor, std::size_t& index);
-
 // Reports what was wrong with a file, once. Returns true if anything was.
 class ProblemReports {
 public:
@@ -39,5 +26,21 @@ private:
     bool hasRead = false;
     std::vector<std::string> gone;
 };
+
+struct Log::Files {
+    Catalogue catalogue;
+    std::vector<bool> isReported;  // files whose problem has been reported
+
+    // To be called with each file that was read. Returns true if anything was reported.
+    bool Note(std::size_t index, const FileResult& result, ProblemReports& reports);
+
+    // The path of a file, for messages.
+    std::string PathOf(std::size_t index) const;
+    std::string folderPath;  // of the archive
+    std::string waitingPath;
+};
+
+// Where the line of a cursor is; returns false if it is not in the log.
+bool FindCursor(const Catalogue& catalogue, const Cursor& cursor, std::size_t& index);
 
 }  // namespace Reader

@@ -125,7 +125,7 @@ private:
     void Forget();
     bool AddClosure(StateSet& set, std::uint32_t state);
     bool Resolve(Before before, Behind behind);
-    void Advance(unsigned char byte);
+    bool Advance(unsigned char byte);
     Before KindBefore(unsigned char byte) const;
     static Behind KindBehind(unsigned char byte);
 
@@ -219,8 +219,9 @@ bool Matcher::Search::Resolve(Before before, Behind behind) {
     return isMatch;
 }
 
-// Fills `next` with what `current` goes to by a byte; not its closure's end.
-void Matcher::Search::Advance(unsigned char byte) {
+// Fills `next` with what `current` goes to by a byte. Returns true if that ends a match.
+bool Matcher::Search::Advance(unsigned char byte) {
+    bool isMatch = false;
     next.Clear();
     for (const std::uint32_t index : current) {
         const Automaton::State& state = automaton->states[index];
@@ -228,8 +229,9 @@ void Matcher::Search::Advance(unsigned char byte) {
         const bool goesOn =
             (state.type == Automaton::State::Type::Byte && state.byte == byte) ||
             (state.type == Automaton::State::Type::Set && automaton->sets[state.other][byte]);
-        if (goesOn) AddClosure(next, state.next);
+        if (goesOn) isMatch = AddClosure(next, state.next) || isMatch;
     }
+    return isMatch;
 }
 
 Matcher::Search::Row Matcher::Search::FindRow(const StateSet& states, Before before) {
@@ -275,11 +277,7 @@ Matcher::Search::Row Matcher::Search::Step(Row& row, unsigned char byte) {
         if (byte == '\n') {
             result = start;
         } else {
-            Advance(byte);
-            bool isMatch = false;
-            for (const std::uint32_t state : next) {
-                isMatch = isMatch || automaton->states[state].type == Automaton::State::Type::Match;
-            }
+            bool isMatch = Advance(byte);
             isMatch = AddClosure(next, automaton->start) || isMatch;
             result = isMatch ? Match : FindRow(next, KindBefore(byte));
         }
@@ -367,11 +365,8 @@ std::size_t Matcher::Search::LongestMatch(std::string_view line, std::size_t fro
         const auto byte = static_cast<unsigned char>(at < line.size() ? line[at] : '\n');
         if (Resolve(before, KindBehind(byte))) longest = at;
         if (at == line.size()) break;
-        Advance(byte);
+        if (Advance(byte)) longest = at + 1;
         std::swap(current, next);
-        for (const std::uint32_t state : current) {
-            if (automaton->states[state].type == Automaton::State::Type::Match) longest = at + 1;
-        }
         before = IsWordByte(byte) ? Before::Word : Before::Other;
     }
     return longest;

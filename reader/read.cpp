@@ -20,24 +20,21 @@ bool IsInRange(const Filter& filter, std::uint32_t boot) {
     return !filter.boots || (boot >= filter.boots->first && boot <= filter.boots->last);
 }
 
-struct Totals {
-    std::uint64_t matches = 0;
-    std::uint64_t candidates = 0;
-};
-
 // One call of Read or Count.
 class Reading {
 public:
-    Reading(const Query& query, const Catalogue& catalogue) : query(query), catalogue(catalogue) {}
-
     // Called with the index of each file that was read and its result.
-    std::function<void(std::size_t index, const FileResult& result)> fileDone;
+    using FileDone = std::function<void(std::size_t index, const FileResult& result)>;
 
-    // All files that may have lines, oldest first. Returns true if a cursor is not in the log.
-    bool Plan();
+    Reading(const Query& query, const Catalogue& catalogue, FileDone fileDone)
+        : query(query), catalogue(catalogue), fileDone(std::move(fileDone)) {}
+
+    // All files that may have lines, oldest first. Returns true, and has reported it, if a cursor
+    // is not in the log.
+    bool Plan(const Report& report);
 
     void Deliver(const Take& take);
-    Totals CountMatches();
+    std::uint64_t CountMatches();
 
 private:
     void RunForward(const Jobs& order, const Selection::Limits& limits, const Take& take,
@@ -56,17 +53,20 @@ private:
 
     const Query& query;
     const Catalogue& catalogue;
+    const FileDone fileDone;
     Jobs jobs;
     Progress progress;
 };
 
-bool Reading::Plan() {
+bool Reading::Plan(const Report& report) {
     for (std::size_t i = 0; i < catalogue.entries.size(); ++i) {
         if (query.source && i != *query.source) continue;
         if (IsInRange(query.filter, catalogue.entries[i].boot)) jobs.push_back({i, {}});
     }
     progress.allFiles = jobs.size();
-    return AddBounds(query.after, true) || AddBounds(query.before, false);
+    const bool isLost = AddBounds(query.after, true) || AddBounds(query.before, false);
+    if (isLost) report("cursor", "its line is not in the log any more");
+    return isLost;
 }
 
 bool Reading::AddBounds(const std::optional<Cursor>& cursor, bool isAfter) {
@@ -222,8 +222,8 @@ Jobs Reading::FindLast(Selection::Limits& limits) {
     return order;
 }
 
-Totals Reading::CountMatches() {
-    Totals totals;
+std::uint64_t Reading::CountMatches() {
+    std::uint64_t matches = 0;
     PipelineOptions options = Options();
     options.wantsCandidates = false;
     options.wantsLines = false;
@@ -231,12 +231,11 @@ Totals Reading::CountMatches() {
                 {{},
                  [&](const Job& job, const FileResult& result) {
                      Count(job, result);
-                     totals.matches += result.matches;
-                     return !query.lines || totals.matches < *query.lines;
+                     matches += result.matches;
+                     return !query.lines || matches < *query.lines;
                  },
                  [&](std::size_t textBytes) { return ShowProgress(textBytes); }});
-    if (query.lines) totals.matches = std::min(totals.matches, *query.lines);
-    return totals;
+    return query.lines ? std::min(matches, *query.lines) : matches;
 }
 
 bool HasLineOf(const Catalogue& catalogue, std::size_t index, const Cursor& cursor) {
@@ -302,50 +301,34 @@ bool ProblemReports::Add(const std::string& path, const FileResult& result) {
     return hasGap || !result.problem.empty();
 }
 
-namespace {
-
-// Connects a reading with the reports. Returns true if anything was reported.
-template <typename Work>
-bool ReportWhile(Reading& reading, ProblemReports& reports, std::vector<bool>& isReported,
-                 const std::function<std::string(std::size_t)>& pathOf, const Work& work) {
-    bool hasFailed = false;
-    reading.fileDone = [&](std::size_t index, const FileResult& result) {
-        if (isReported[index]) return;
-        if (!reports.Add(pathOf(index), result)) return;
-        isReported[index] = true;
-        hasFailed = true;
-    };
-    work();
-    return hasFailed;
+bool Log::Files::Note(std::size_t index, const FileResult& result, ProblemReports& reports) {
+    if (isReported[index] || !reports.Add(PathOf(index), result)) return false;
+    isReported[index] = true;
+    return true;
 }
 
-}  // namespace
-
 bool Log::Read(const Query& query, const Take& take) {
-    Reading reading(query, files->catalogue);
-    if (reading.Plan()) {
-        report("cursor", "its line is not in the log any more");
-        return true;
-    }
     const bool countsFromNewest = query.lines && !query.fromOldest;
     ProblemReports reports(report, query.newestFirst || countsFromNewest);
-    return ReportWhile(
-        reading, reports, files->isReported,
-        [&](std::size_t index) { return files->PathOf(index); }, [&] { reading.Deliver(take); });
+    bool hasFailed = false;
+    Reading reading(query, files->catalogue, [&](std::size_t index, const FileResult& result) {
+        hasFailed = files->Note(index, result, reports) || hasFailed;
+    });
+    if (reading.Plan(report)) return true;
+    reading.Deliver(take);
+    return hasFailed;
 }
 
 bool Log::Count(const Query& query, std::uint64_t& count) {
     count = 0;
-    Reading reading(query, files->catalogue);
-    if (reading.Plan()) {
-        report("cursor", "its line is not in the log any more");
-        return true;
-    }
     ProblemReports reports(report, false);
-    return ReportWhile(
-        reading, reports, files->isReported,
-        [&](std::size_t index) { return files->PathOf(index); },
-        [&] { count = reading.CountMatches().matches; });
+    bool hasFailed = false;
+    Reading reading(query, files->catalogue, [&](std::size_t index, const FileResult& result) {
+        hasFailed = files->Note(index, result, reports) || hasFailed;
+    });
+    if (reading.Plan(report)) return true;
+    count = reading.CountMatches();
+    return hasFailed;
 }
 
 bool Log::HasLine(const Cursor& cursor) {

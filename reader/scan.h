@@ -85,7 +85,6 @@ public:
     bool ScanBlock(std::string_view block, const TakeRun& take) {
         return ScanBlock(block, LineBounds(), take);
     }
-    std::uint64_t NextNumber() const { return number; }
 
     // The line that makes a file recognisable; returns false if there is none.
     static bool HashFirstLine(const Entry& entry, const OpenFile& file, std::uint64_t& hash);

@@ -38,7 +38,7 @@ TextReader::~TextReader() {
 void TextReader::Open(const Place& newPlace, bool compressed) {
     place = newPlace;
     isCompressed = compressed;
-    isFollowing = atEnd = hasReadError = endsUnfinished = isCut = false;
+    isFollowing = atEnd = hasReadError = isCut = false;
     damage.clear();
     textBytes = fileBytes = 0;
     begin = end = 0;
@@ -111,7 +111,6 @@ bool TextReader::TakeUnfinished(std::string_view& block) {
     buffer[end] = '\n';
     block = {buffer, end + 1};
     begin = end;
-    endsUnfinished = true;
     return true;
 }
 

@@ -46,7 +46,6 @@ public:
     // Bytes of text so far, without a line feed that was added; bytes of the file read so far.
     std::uint64_t TextBytes() const { return textBytes; }
     std::uint64_t FileBytes() const { return fileBytes; }
-    bool EndsUnfinished() const { return endsUnfinished; }
 
     // For a file that grows: an unfinished line is kept back, and after the end Next tries again.
     void Follow() { isFollowing = true; }
@@ -72,7 +71,6 @@ private:
     bool isFollowing = false;
     bool atEnd = false;
     bool hasReadError = false;
-    bool endsUnfinished = false;
     std::string damage;
     std::uint64_t textBytes = 0;
     std::uint64_t fileBytes = 0;
