@@ -301,7 +301,9 @@ bool Log::Follow(const Query& query, const Take& take, const std::function<bool(
         isStopped = !take(line);
         return !isStopped;
     });
-    if (!isStopped) following.Run(idle);
+    // A reading that was cancelled has not reached the place where following begins.
+    const bool isCancelled = query.cancel != nullptr && *query.cancel;
+    if (!isStopped && !isCancelled) following.Run(idle);
     return hasFailed;
 }
 

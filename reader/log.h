@@ -147,7 +147,7 @@ public:
     std::optional<std::uint32_t> BootAt(std::int64_t offset) const;
 
     // Delivers the lines that pass. Returns true if something could not be read; the rest has been
-    // delivered.
+    // delivered. A position that was not found before `cancel` was set is not reported.
     [[nodiscard]] bool Read(const Query& query, const Take& take);
 
     // Counts the matches.
@@ -173,8 +173,9 @@ public:
     };
     Check Verify(std::size_t index);
 
-    // True if the query's position is not in the log (any more).
-    bool HasLine(const Cursor& cursor);
+    // Returns false if the line is not in the log (any more), or was not found before `cancel` was
+    // set.
+    bool HasLine(const Cursor& cursor, const std::atomic<bool>* cancel = nullptr);
 
     // Before it is opened: archive files whose names have no boot number go, with their bare names,
     // to this function, and are no failure.

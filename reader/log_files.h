@@ -40,7 +40,8 @@ struct Log::Files {
     std::string waitingPath;
 };
 
-// Where the line of a cursor is; returns false if it is not in the log.
-bool FindCursor(const Catalogue& catalogue, const Cursor& cursor, std::size_t& index);
+// Where the line of a cursor is; returns false if it is not in the log, or if `cancel` was set.
+bool FindCursor(const Catalogue& catalogue, const Cursor& cursor, const std::atomic<bool>* cancel,
+                std::size_t& index);
 
 }  // namespace Reader

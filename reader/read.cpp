@@ -20,6 +20,10 @@ bool IsInRange(const Filter& filter, std::uint32_t boot) {
     return !filter.boots || (boot >= filter.boots->first && boot <= filter.boots->last);
 }
 
+bool IsSet(const std::atomic<bool>* cancel) {
+    return cancel != nullptr && *cancel;
+}
+
 // One call of Read or Count.
 class Reading {
 public:
@@ -72,7 +76,10 @@ bool Reading::Plan(const Report& report) {
 bool Reading::AddBounds(const std::optional<Cursor>& cursor, bool isAfter) {
     std::size_t index = 0;
     if (!cursor) return false;
-    if (!FindCursor(catalogue, *cursor, index)) return true;
+    if (!FindCursor(catalogue, *cursor, query.cancel, index)) {
+        jobs.clear();
+        return !IsSet(query.cancel);
+    }
     std::erase_if(jobs,
                   [&](const Job& job) { return isAfter ? job.index < index : job.index > index; });
     for (Job& job : jobs) {
@@ -94,7 +101,7 @@ PipelineOptions Reading::Options() const {
 }
 
 bool Reading::ShowProgress(std::size_t textBytes) {
-    if (query.cancel != nullptr && *query.cancel) return false;
+    if (IsSet(query.cancel)) return false;
     if (!query.progress) return true;
     progress.textBytes = textBytes;
     query.progress(progress);
@@ -188,7 +195,7 @@ void Reading::RunFromNewest(Jobs order, PipelineOptions options, const Consumer&
     order.erase(order.begin(), rest);
     const unsigned threads = std::exchange(options.jobs, 1);
     RunPipeline(catalogue, newest, options, consumer);
-    if (!wantsMore() || (query.cancel != nullptr && *query.cancel)) return;
+    if (!wantsMore() || IsSet(query.cancel)) return;
     options.jobs = threads;
     RunPipeline(catalogue, order, options, consumer);
 }
@@ -238,7 +245,9 @@ std::uint64_t Reading::CountMatches() {
     return query.lines ? std::min(matches, *query.lines) : matches;
 }
 
-bool HasLineOf(const Catalogue& catalogue, std::size_t index, const Cursor& cursor) {
+bool HasLineOf(const Catalogue& catalogue, std::size_t index, const Cursor& cursor,
+               const std::atomic<bool>* cancel) {
+    if (IsSet(cancel)) return false;
     const Entry& entry = catalogue.entries[index];
     OpenFile file;
     std::string error;
@@ -248,7 +257,8 @@ bool HasLineOf(const Catalogue& catalogue, std::size_t index, const Cursor& curs
         return false;
     }
     const Filter all;
-    Scanner scanner({&all, true, false, UINT64_MAX, {}});
+    Scanner scanner(
+        {&all, true, false, UINT64_MAX, [cancel](std::size_t) { return !IsSet(cancel); }});
     bool isFound = false;
     const LineBounds bounds{cursor.number, cursor.number + 1};
     (void)scanner.Scan(entry, std::move(file), bounds, [&](const SharedInfo&, const Run& run) {
@@ -262,12 +272,13 @@ bool HasLineOf(const Catalogue& catalogue, std::size_t index, const Cursor& curs
 
 // Where it stood, first. Where that archive file has been deleted, the oldest one that fits: to
 // print lines again is better than to leave lines out.
-bool FindCursor(const Catalogue& catalogue, const Cursor& cursor, std::size_t& index) {
+bool FindCursor(const Catalogue& catalogue, const Cursor& cursor, const std::atomic<bool>* cancel,
+                std::size_t& index) {
     const std::vector<Entry>& entries = catalogue.entries;
     const Anchor& anchor = cursor.anchor;
     const auto isAt = [&](std::size_t place) {
         index = place;
-        return index < entries.size() && HasLineOf(catalogue, index, cursor);
+        return index < entries.size() && HasLineOf(catalogue, index, cursor, cancel);
     };
     if (anchor.name == 0 && isAt(std::size_t{anchor.distance} - 1)) return true;
     for (const bool isByName : {true, false}) {
@@ -280,7 +291,7 @@ bool FindCursor(const Catalogue& catalogue, const Cursor& cursor, std::size_t& i
         }
     }
     for (index = 0; index < entries.size(); ++index) {
-        if (HasLineOf(catalogue, index, cursor)) return true;
+        if (HasLineOf(catalogue, index, cursor, cancel)) return true;
     }
     return false;
 }
@@ -331,9 +342,9 @@ bool Log::Count(const Query& query, std::uint64_t& count) {
     return hasFailed;
 }
 
-bool Log::HasLine(const Cursor& cursor) {
+bool Log::HasLine(const Cursor& cursor, const std::atomic<bool>* cancel) {
     std::size_t index = 0;
-    return FindCursor(files->catalogue, cursor, index);
+    return FindCursor(files->catalogue, cursor, cancel, index);
 }
 
 }  // namespace Reader
