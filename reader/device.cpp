@@ -206,7 +206,7 @@ bool GetStatusBetweenLines(int fd, struct stat& status) {
     for (int waits = 0;; ++waits) {
         if (fstat(fd, &status) != 0) return true;
         char last = '\n';
-        if (status.st_size != 0) (void)pread(fd, &last, 1, status.st_size - 1);
+        if (status.st_size != 0 && pread(fd, &last, 1, status.st_size - 1) != 1) return false;
         if (last == '\n' || waits == MaxWaits) return false;
         WaitAMoment();
     }

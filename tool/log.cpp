@@ -271,10 +271,10 @@ bool LoadCursor(const std::string& path, std::optional<Reader::Cursor>& cursor) 
         return true;
     }
     char text[128] = {};
-    (void)std::fgets(text, sizeof text, file);  // An empty file is none.
-    (void)std::fclose(file);                    // Only read from.
+    const bool hasLine = std::fgets(text, sizeof text, file) != nullptr;
+    (void)std::fclose(file);  // Only read from.
     text[strcspn(text, "\n")] = '\0';
-    if (text[0] == '\0') return false;
+    if (!hasLine || text[0] == '\0') return false;  // An empty file is none.
     cursor = Reader::ParseCursor(text);
     if (!cursor) PrintMessage(path, "there is no cursor in it");
     return !cursor;
