@@ -107,7 +107,7 @@ std::unique_ptr<Reader::Log> Open(Selection& selection, bool isChecked) {
     selection.query.filter.boots = ResolveBoots(selection.boots, *log);
     // Where the header is sent before the position is looked for.
     const auto& cursor = selection.query.before ? selection.query.before : selection.query.after;
-    if (isChecked && cursor && !log->HasLine(*cursor)) refuse();
+    if (isChecked && cursor && !log->HasLine(*cursor, selection.query.cancel)) refuse();
     return log;
 }
 
