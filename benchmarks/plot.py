@@ -78,25 +78,18 @@ def axis(low: float, high: float, begin: float, end: float) -> Callable[[float],
     return lambda value: begin + (value - low) / (high - low) * (end - begin)
 
 
-def draw_archiving(picture: Picture, rows: Sequence[Row]) -> None:
-    timed = [row for row in rows if row.section == "archiving" and row.peer_name != "logrotate"
-             and ("tmpfs" in row.what) == ("processor" in row.what)
-             and not row.what.startswith("1 KiB")]  # there the ratio says nothing
-    if not timed:
-        return
-    picture.title("Archiving", "the daemon's time as a multiple of bare xz's: each round, and the "
-                  "median; dashed: the goal, 1.02 (at 200 KiB: 3 ms more)")
-    ratios = [[ours / peer for ours, peer in zip(row.ours, row.peer)] for row in timed]
-    low, high = 0.9, 1.2
-    scale = axis(low, high, LABELS + MARGIN, WIDTH - MARGIN - 60)
+def draw_ratios(picture: Picture, entries: Sequence[tuple[str, Sequence[float], float]],
+                range_: tuple[float, float], labels: int) -> None:
+    """`entries`: a name, the rounds' ratios, and the goal, of each."""
+    low, high = range_
+    scale = axis(low, high, labels + MARGIN, WIDTH - MARGIN - 60)
 
     def place(ratio: float) -> float:
         return scale(min(max(ratio, low), high))
 
-    for row, samples in zip(timed, ratios):
+    for name, samples, goal in entries:
         middle = picture.y + 12
-        goal = 1.02 if row.comparison == "ratio" else 1 + 0.003 / statistics.median(row.peer)
-        picture.text(MARGIN, middle + 4, row.what)
+        picture.text(MARGIN, middle + 4, name)
         picture.line(place(low), middle, place(high), middle, "#eee")
         picture.line(place(1), middle - 11, place(1), middle + 11, "#999")
         if goal <= high:
@@ -107,6 +100,30 @@ def draw_archiving(picture: Picture, rows: Sequence[Row]) -> None:
         picture.text(WIDTH - MARGIN, middle + 4, f"{statistics.median(samples):.3f}", anchor="end")
         picture.y += 26
     picture.y += 24
+
+
+def draw_archiving(picture: Picture, rows: Sequence[Row]) -> None:
+    timed = [row for row in rows if row.section == "archiving" and row.peer_name != "logrotate"
+             and ("tmpfs" in row.what) == ("processor" in row.what)
+             and not row.what.startswith("1 KiB")]  # there the ratio says nothing
+    if not timed:
+        return
+    picture.title("Archiving", "the daemon's time as a multiple of bare xz's: each round, and the "
+                  "median; dashed: the goal, 1.02 (at 200 KiB: 3 ms more)")
+    draw_ratios(picture, [
+        (row.what, [ours / peer for ours, peer in zip(row.ours, row.peer)],
+         1.02 if row.comparison == "ratio" else 1 + 0.003 / statistics.median(row.peer))
+        for row in timed], (0.9, 1.2), LABELS)
+
+
+def draw_reading(picture: Picture, rows: Sequence[Row]) -> None:
+    compared = [row for row in rows if row.section == "reading" and row.peer_name]
+    if not compared:
+        return
+    picture.title("Reading", "the command's time as a multiple of its peer's: each round, and the "
+                  "median; dashed: the goal")
+    draw_ratios(picture, [(f"{row.what}, beside {row.peer_name}", row.figures(), row.goal or math.inf)
+                          for row in compared], (0, 2), 2 * LABELS)
 
 
 def draw_idlers(picture: Picture, idlers: Mapping[str, Mapping[str, float]]) -> None:
@@ -227,4 +244,5 @@ def draw(results: Mapping[str, Any], rows: Sequence[Row]) -> str:
         draw_footprint(picture, results["footprint"], rows)
     if "floods" in results:
         draw_floods(picture, results["floods"])
+    draw_reading(picture, rows)
     return picture.whole()
