@@ -230,7 +230,7 @@ private:
     bool hasMore = false;
     Reader::Progress progress;
     std::optional<Reader::Cursor> last;  // of the lines that were written
-    std::string_view lastFile;
+    std::string lastFile;
 };
 
 void ServeCount(Reader::Log& log, const Reader::Query& query, Answer& answer) {

@@ -40,7 +40,7 @@ using Report = std::function<void(const std::string& file, const std::string& re
 
 // A file of the log.
 struct Source {
-    std::string_view name;  // bare; valid as long as the log
+    std::string_view name;  // bare; valid as long as the log, of a line during the call only
     Kind kind = Kind::Archive;
     bool isCompressed = false;
     std::uint32_t boot = 0;

@@ -29,7 +29,7 @@ PROGRAM = f"{page.WWW}/cgi-bin/moraine"
 FILES = 400
 LINE = "Nov 21 17:48:08 device user.info pump[530]: pressure within limits, valve 3 opened\n"
 EXPLOSIVE = "(e|i).{40}(.{1,60}){1,60}[0-9]"
-NEEDLES = "xyz[a-f]"  # in the oldest file
+NEEDLES = "xyz[a-f]"  # in the oldest file, and in the newest one
 STALL_SECONDS = 30  # that the program waits for a reader
 MAX_MEMORY_KB = 8 * 1024
 GONE = "0.0.0-123-1-1"
@@ -40,6 +40,8 @@ def fill_archive() -> None:
     compressed = lzma.compress(LINE.encode() * 50_000, preset=1)
     for number in range(FILES):
         (ARCHIVE / f"messages.{number + 2:03}.1970-01-01.00:14:07.txt.xz").write_bytes(compressed)
+    (ARCHIVE / f"messages.{FILES + 3:03}.1970-01-01.00:14:07.txt.xz").write_bytes(
+        lzma.compress(LINE.replace("pressure", "xyza").encode()))
     varied = random.Random(17).choices(string.ascii_lowercase, k=1_000_000)
     lines = "".join("".join(varied[i:i + 200]) + "\n" for i in range(0, len(varied), 200))
     (ARCHIVE / "messages.001.1970-01-01.00:14:07.txt.xz").write_bytes(lzma.compress(lines.encode(), preset=1))
