@@ -62,7 +62,7 @@ PARTS = (
     Part("model", "a search of all states of the model of archiving", "tests/check-model",
          waits=True),
     Part("tests", "the tests of services, scripts and other programs",
-         ctest("dev", "programs", "--exclude-regex", SANITIZED), waits=True),
+         ctest("release-dynamic", "programs", "--exclude-regex", SANITIZED), waits=True),
     Part("sanitizers", "all others, under AddressSanitizer and UndefinedBehaviorSanitizer",
          ctest("asan", "all", "--tests-regex", SANITIZED)),
     Part("faults", "400 faults in the release with shared libraries",
@@ -80,11 +80,11 @@ PARTS = (
          "tests/page/run --quick", own="page", waits=True),
     Part("tidy", "clang-tidy on the daemon and its library",
          "cmake --preset tidy >/dev/null && "
-         "cmake --build --preset tidy --target vandis-moraine moraine"),
+         "cmake --build --preset tidy --target vandis-moraine libmoraine.a"),
     Part("tidy-reader", "clang-tidy on the reader, the command and the page, too",
          "cmake --preset tidy >/dev/null && cmake --build --preset tidy", is_long=True),
     Part("bench", "the benchmarks, in their quick form", "./bench --quick", is_long=True),
-    Part("fuzz", "each fuzz target for some seconds", "tests/fuzz/run --seconds 5", own="fuzz"),
+    Part("fuzz", "each fuzz target for some seconds", "tests/fuzz/run --seconds 3", own="fuzz"),
 )
 
 

@@ -63,7 +63,8 @@ def _boot_and_log(fixture: Fixture, boot: int) -> None:
     text = "".join(f"{message(number)}\n" for number in numbers).encode()
     with fixture.boot({**SETTINGS, "root/lines": text}) as device:
         wait_until_running(device)
-        device.run("touch /tmp/began && logger -t pump </root/lines")
+        # A second earlier: find compares whole seconds, and the first rotation may take less than one.
+        device.run("touch -d @$(($(date +%s) - 1)) /tmp/began && logger -t pump </root/lines")
         # Else syslogd still rotates while the shutdown has the daemon archive.
         device.wait_for(f"grep -qF '{message(numbers[-1])}' {LOG}/messages.txt*")
         device.wait_for(f"find {LOG}/archive -name '*:*' -newer /tmp/began | grep -q .")

@@ -5,7 +5,6 @@
 says so, and nothing is lost."""
 from __future__ import annotations
 
-import contextlib
 import re
 
 from tests.device.fixture import LOG, Device, Fixture, check
@@ -15,7 +14,8 @@ ROTATION_LINES = 2000
 SERVICE = "etc/init.d/S90vandis-moraine"
 PREPARE = "etc/init.d/S50prepare"
 
-ADD_ROTATION = f"cp /root/rotation {LOG}/messages.txt.0"
+ROTATION = "root/rotation"
+ADD_ROTATION = f"cp /{ROTATION} {LOG}/messages.txt.0"
 UNTIL_ENDED = "while pidof vandis-moraine >/dev/null; do sleep 0.5; done"
 # Also what is reserved for root, to the last block.
 FILL = """
@@ -29,7 +29,9 @@ dd if=/dev/zero of=/perm/filler bs=4k 2>/dev/null
 
 
 def full_disk(fixture: Fixture) -> str:
-    with _boot(fixture, FILL) as device:
+    fixture.make_disk()
+    script = f'#!/bin/sh\n[ "$1" = start ] || exit 0\n{ADD_ROTATION}\nsync\n{FILL}\ntrue\n'
+    with fixture.boot({PREPARE: script.encode(), ROTATION: logged(1, ROTATION_LINES)}) as device:
         _wait_until_ended(device)
         check(device.run(f"ls {LOG}").count(".xz") == 0, "a compressed file is left over")
         device.run("rm /perm/filler*")
@@ -41,9 +43,11 @@ def full_disk(fixture: Fixture) -> str:
 
 
 def read_only_in_flight(fixture: Fixture) -> str:
-    with _boot(fixture) as device:
-        device.wait_for(f"[ -e {LOG}/messages.txt.0.xz ]")
-        device.run("echo u >/proc/sysrq-trigger")
+    fixture.make_disk()
+    with fixture.boot({ROTATION: logged(1, ROTATION_LINES)}) as device:
+        # Without a pause: compressing takes less than a second.
+        device.run(f"{ADD_ROTATION}; sync; until [ -e {LOG}/messages.txt.0.xz ]; do :; done; "
+                   "echo u >/proc/sysrq-trigger")
         _wait_until_ended(device)
         device.run(f"ls {LOG}/*.xz")  # what is left over cannot be taken away
         _check_start_fails(device)
@@ -67,13 +71,6 @@ def missing_disk(fixture: Fixture) -> str:
     check(len(device.failed_services()) == len(failed),
           f"what was not started does not stop: {device.failed_services()}")
     return "syslogd and the daemon refused to start, and wrote nothing"
-
-
-def _boot(fixture: Fixture, prepare: str = "") -> contextlib.AbstractContextManager[Device]:
-    """A device with a rotation that waits to be archived."""
-    fixture.make_disk()
-    script = f'#!/bin/sh\n[ "$1" = start ] || exit 0\n{ADD_ROTATION}\nsync\n{prepare}\ntrue\n'
-    return fixture.boot({PREPARE: script.encode(), "root/rotation": logged(1, ROTATION_LINES)})
 
 
 def _check_start_fails(device: Device) -> None:
