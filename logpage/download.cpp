@@ -2,11 +2,6 @@
 // SPDX-License-Identifier: MIT
 
 // /download: the tar stream of `moraine pack`.
-#include <unistd.h>
-
-#include <array>
-#include <charconv>
-#include <climits>
 #include <cstdint>
 #include <ctime>
 
@@ -20,30 +15,10 @@ namespace {
 
 constexpr std::uint64_t MaxNumber = 65535;
 
-std::string HostName() {
-    std::array<char, HOST_NAME_MAX + 1> name{};
-    if (gethostname(name.data(), name.size() - 1) != 0 || name[0] == '\0') return "device";
-    return name.data();
-}
-
-// "none", or bytes with K, M or G for a power of 1024.
-std::optional<std::uint64_t> ToLimit(std::string_view text) {
-    if (text == "none") return Reader::PackOptions::NoLimit;
-    std::uint64_t number = 0;
-    const char* const last = text.data() + text.size();
-    const auto [end, error] = std::from_chars(text.data(), last, number);
-    const std::size_t unit = end == last ? 0 : std::string_view("BKMG").find(*end);
-    if (error != std::errc() || unit > 3 || last - end > 1 || (unit == 0 && end != last) ||
-        number > UINT64_MAX >> (10 * unit)) {
-        return std::nullopt;
-    }
-    return number << (10 * unit);
-}
-
 std::uint64_t TakeLimit(Parameters& parameters) {
     const std::optional<std::string> text = parameters.Text("limit");
     if (!text) return Reader::PackOptions::DefaultLimit;
-    const std::optional<std::uint64_t> limit = ToLimit(*text);
+    const std::optional<std::uint64_t> limit = Reader::ParsePackLimit(*text);
     if (!limit) Refuse("limit", *text, "is neither a size, such as 15M, nor none");
     return *limit;
 }
@@ -85,22 +60,6 @@ std::string Describe(const Reader::Packer& packer) {
 
 }  // namespace
 
-std::string FileName(const std::string& what, const std::string& extension) {
-    std::string name = HostName();
-    // It becomes part of a header field.
-    for (char& c : name) {
-        const bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                             (c >= '0' && c <= '9') || c == '-' || c == '.';
-        if (!isPlain) c = '_';
-    }
-    std::array<char, 32> time{};
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    (void)localtime_r(&now, &local);  // Cannot fail before the year 2147485547.
-    (void)std::strftime(time.data(), time.size(), "%Y%m%d-%H%M%S", &local);  // It fits.
-    return name + '-' + what + '-' + time.data() + '.' + extension;
-}
-
 void ServeDownload(Parameters& parameters, Answer& answer) {
     Reader::PackOptions options = TakeOptions(parameters);
     const std::optional<Reader::BootChoice> boots = TakeBoots(parameters);
@@ -110,7 +69,7 @@ void ServeDownload(Parameters& parameters, Answer& answer) {
     TakeTurn();
     const std::unique_ptr<Reader::Log> log = OpenLog();
     options.boots = ResolveBoots(boots, *log);
-    const Reader::PackOrigin origin{HostName(), MORAINE_VERSION, log->CurrentBoot(),
+    const Reader::PackOrigin origin{Reader::HostName(), MORAINE_VERSION, log->CurrentBoot(),
                                     std::time(nullptr)};
     Reader::Packer packer(*log, options, origin, [](const std::string&, const std::string&) {});
     if (isDryRun) {
@@ -122,7 +81,7 @@ void ServeDownload(Parameters& parameters, Answer& answer) {
     if (packer.Members().empty()) throw Error{404, "nothing to pack"};
 
     answer.SetType("application/x-tar");
-    answer.SetFileName(FileName("logs", "tar"));
+    answer.SetFileName(Reader::DownloadName(origin.host, "logs", origin.time, "tar"));
     const std::uint64_t size = packer.StreamSize();
     answer.SetSize(size);
     answer.Flush();

@@ -16,6 +16,7 @@
 #include "reader/expression.h"
 #include "reader/format.h"
 #include "reader/line.h"
+#include "reader/pack.h"
 #include "reader/time.h"
 
 namespace Page {
@@ -246,7 +247,8 @@ void ServeCount(Reader::Log& log, const Reader::Query& query, Answer& answer) {
 // The lines as a file: all of them, unless a number was given.
 void ServeFile(Reader::Log& log, const Reader::Query& query, bool isJson, Answer& answer) {
     answer.SetType(isJson ? "application/x-ndjson" : "text/plain; charset=utf-8");
-    answer.SetFileName(FileName("log", isJson ? "json" : "txt"));
+    answer.SetFileName(Reader::DownloadName(Reader::HostName(), "log", std::time(nullptr),
+                                            isJson ? "json" : "txt"));
     if (!answer.HasBody()) return answer.Flush();
     std::string text;
     Reader::Query quiet = query;

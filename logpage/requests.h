@@ -33,7 +33,4 @@ std::optional<Reader::BootRange> ResolveBoots(const std::optional<Reader::BootCh
 // Takes one of the slots; throws if the device is busy.
 void TakeTurn();
 
-// "pump-17-logs-20261121-174808.tar", from this device's name and the time.
-std::string FileName(const std::string& what, const std::string& extension);
-
 }  // namespace Page

@@ -18,6 +18,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "reader/log.h"
@@ -50,6 +51,18 @@ struct PackOrigin {
     std::uint32_t boot = 0;  // the current one
     std::int64_t time = 0;   // seconds since 1970
 };
+
+// The limit that a text asks for: bytes, with K, M or G (or k, m, g) for a power of 1024, or
+// "none". Nothing if it is none of these.
+std::optional<std::uint64_t> ParsePackLimit(std::string_view text);
+
+// This machine's name, or "device" if it has none.
+std::string HostName();
+
+// What a file of the log is called: "HOST-what-20261121-174808.extension", of local time.
+// Characters of the host name but letters, digits, '-' and '.' become '_'.
+std::string DownloadName(std::string_view host, std::string_view what, std::int64_t time,
+                         std::string_view extension);
 
 struct PackMember {
     std::uint32_t source = 0;  // in the log

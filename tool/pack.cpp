@@ -2,17 +2,10 @@
 // SPDX-License-Identifier: MIT
 
 // Writes the log to a tar file, which gets its name only once it is complete.
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <charconv>
-#include <csignal>
+#include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <optional>
 #include <string>
@@ -42,24 +35,10 @@ struct Request {
     Reader::PackOptions options;
 };
 
-// "15M", "none"
-std::uint64_t ReadSize(const std::string& text) {
-    if (text == "none") return Reader::PackOptions::NoLimit;
-    std::uint64_t number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, number);
-    static constexpr std::string_view Suffixes = "KMG";
-    unsigned shift = 0;
-    if (rest != end && rest + 1 == end) {
-        const char suffix = static_cast<char>(*rest & ~0x20);  // in upper case
-        const std::size_t index = Suffixes.find(suffix);
-        if (index != std::string_view::npos) shift = 10 * (static_cast<unsigned>(index) + 1);
-    }
-    const bool hasUnknownRest = rest != end && shift == 0;
-    if (error != std::errc() || hasUnknownRest || number > UINT64_MAX >> shift) {
-        throw UsageError("--limit: '" + text + "' is not a size, as 500K, 15M, 2G or none");
-    }
-    return number << shift;
+std::uint64_t ReadLimit(const std::string& text) {
+    const std::optional<std::uint64_t> limit = Reader::ParsePackLimit(text);
+    if (!limit) throw UsageError("--limit: '" + text + "' is not a size, as 500K, 15M, 2G or none");
+    return *limit;
 }
 
 void SetWhich(Request& request, Which which) {
@@ -92,7 +71,7 @@ Request ReadRequest(Arguments arguments) {
                 request.isForced = true;
                 break;
             case 'l':
-                request.options.limit = ReadSize(options.Value());
+                request.options.limit = ReadLimit(options.Value());
                 break;
             case Newest:
                 SetWhich(request, Which::Newest);
@@ -114,24 +93,6 @@ Request ReadRequest(Arguments arguments) {
         }
     }
     return request;
-}
-
-std::string HostName() {
-    std::array<char, 256> name{};
-    if (gethostname(name.data(), name.size() - 1) != 0 || name.front() == '\0') return "device";
-    return name.data();
-}
-
-// "device-logs-20261121-174808.tar"
-std::string DefaultFile(const Reader::PackOrigin& origin) {
-    const std::time_t now = origin.time;
-    std::tm local{};
-    localtime_r(&now, &local);
-    std::array<char, 32> stamp{};
-    (void)std::strftime(stamp.data(), stamp.size(), "%Y%m%d-%H%M%S", &local);
-    std::string host = origin.host;
-    std::replace(host.begin(), host.end(), '/', '_');
-    return host + "-logs-" + stamp.data() + ".tar";
 }
 
 std::string LeftOut(const Reader::Packer& packer) {
@@ -178,11 +139,13 @@ int WriteFile(OutputFile& file, Reader::Packer& packer, const std::string& name)
 }
 
 int Pack(const Request& request, const Reader::Log& log, const Reader::Report& report) {
-    const Reader::PackOrigin origin{.host = HostName(),
+    const Reader::PackOrigin origin{.host = Reader::HostName(),
                                     .version = MORAINE_VERSION,
                                     .boot = log.CurrentBoot(),
                                     .time = std::time(nullptr)};
-    const std::string name = request.output.empty() ? DefaultFile(origin) : request.output;
+    const std::string name = request.output.empty()
+                                 ? Reader::DownloadName(origin.host, "logs", origin.time, "tar")
+                                 : request.output;
     OutputFile file;
     if (!request.isDryRun && file.Open(name, request.isForced)) {
         PrintMessage(file.Name(), file.Error());

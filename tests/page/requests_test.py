@@ -223,7 +223,7 @@ class PageTest(unittest.TestCase):
         self.assertEqual(as_json, [{key: line[key] for key in line if key != "cursor"} for line in lines])
 
     def test_download_has_the_announced_size_and_members(self) -> None:
-        plan = self.get("/download?limit=200K&dry-run").json
+        plan = self.get("/download?limit=200k&dry-run").json
         answer = self.get("/download?limit=200K")
         self.assertEqual(answer.status, 200, answer.body)
         self.assertEqual(len(answer.body), int(answer.header["content-length"]))
