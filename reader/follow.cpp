@@ -76,18 +76,14 @@ std::uint64_t WholeLines(int fd, std::uint64_t size) {
 
 class Following {
 public:
-    Following(const Query& query, Catalogue& catalogue, const Report& report, const Take& take)
+    // `selection` may have had the lines before, for their context.
+    Following(const Query& query, Catalogue& catalogue, const Report& report, Selection& selection)
         : query(query),
           catalogue(catalogue),
           report(report),
           firstBoot(catalogue.currentBoot),
-          scanner({&query.filter,
-                   query.marksBlocks || query.contextBefore != 0 || query.contextAfter != 0,
-                   false,
-                   UINT64_MAX,
-                   {}}),
-          selection({query.contextBefore, query.contextAfter, 0, UINT64_MAX, query.marksBlocks},
-                    take) {}
+          scanner({&query.filter, selection.HasContext(), false, UINT64_MAX, {}}),
+          selection(selection) {}
 
     // Leaves an unfinished line of the live log for later.
     void HoldBackUnfinished();
@@ -111,7 +107,7 @@ private:
     const Report& report;
     std::uint32_t firstBoot;
     Scanner scanner;
-    Selection selection;
+    Selection& selection;
 
     // The live log, or what was.
     std::size_t liveIndex = SIZE_MAX;  // in the catalogue
@@ -294,13 +290,17 @@ void Following::Run(const std::function<bool()>& idle) {
 }  // namespace
 
 bool Log::Follow(const Query& query, const Take& take, const std::function<bool()>& idle) {
-    Following following(query, files->catalogue, report, take);
-    following.HoldBackUnfinished();
     bool isStopped = false;
-    const bool hasFailed = Read(query, [&](const Line& line) {
+    const Take takeAndNote = [&](const Line& line) {
         isStopped = !take(line);
         return !isStopped;
-    });
+    };
+    Selection selection({query.contextBefore, query.contextAfter, 0, UINT64_MAX, query.marksBlocks},
+                        takeAndNote);
+    Following following(query, files->catalogue, report, selection);
+    following.HoldBackUnfinished();
+    const bool hasFailed =
+        files->Read(query, takeAndNote, report, selection.HasContext() ? &selection : nullptr);
     // A reading that was cancelled has not reached the place where following begins.
     const bool isCancelled = query.cancel != nullptr && *query.cancel;
     if (!isStopped && !isCancelled) following.Run(idle);

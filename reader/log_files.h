@@ -10,6 +10,7 @@
 #include "reader/catalogue.h"
 #include "reader/log.h"
 #include "reader/pipeline.h"
+#include "reader/selection.h"
 
 namespace Reader {
 
@@ -33,6 +34,12 @@ struct Log::Files {
 
     // To be called with each file that was read. Returns true if anything was reported.
     bool Note(std::size_t index, const FileResult& result, ProblemReports& reports);
+
+    // As Log::Read. With `selection`, which has no limit but `before` and `after` and the same
+    // `take`, the lines go through it, oldest first, to the end of the log: for who has more lines
+    // to add.
+    [[nodiscard]] bool Read(const Query& query, const Take& take, const Report& report,
+                            Selection* selection);
 
     // The path of a file, for messages.
     std::string PathOf(std::size_t index) const;

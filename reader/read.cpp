@@ -38,12 +38,12 @@ public:
     bool Plan(const Report& report);
 
     void Deliver(const Take& take);
+    void DeliverThrough(Selection& selection);
     std::uint64_t CountMatches();
 
 private:
-    void RunForward(const Jobs& order, const Selection::Limits& limits, const Take& take,
-                    bool newestFirst);
-    Jobs FindLast(Selection::Limits& limits);
+    void RunThrough(const Jobs& order, Selection& selection);
+    Jobs FindLast(std::uint64_t& skip);
     bool DeliverCollected(const Take& take);
     void RunFromNewest(Jobs order, PipelineOptions options, const Consumer& consumer,
                        const std::function<bool()>& wantsMore);
@@ -115,11 +115,9 @@ void Reading::Count(const Job& job, const FileResult& result) {
     fileDone(job.index, result);
 }
 
-void Reading::RunForward(const Jobs& order, const Selection::Limits& limits, const Take& take,
-                         bool newestFirst) {
-    Selection selection(limits, take);
+void Reading::RunThrough(const Jobs& order, Selection& selection) {
     PipelineOptions options = Options();
-    options.newestFirst = newestFirst;
+    options.newestFirst = query.newestFirst;
     RunPipeline(catalogue, order, options,
                 {[&](const SharedInfo& info, const Run& run) { return selection.Add(info, run); },
                  [&](const Job& job, const FileResult& result) {
@@ -134,20 +132,24 @@ void Reading::Deliver(const Take& take) {
     limits.marksBlocks = query.marksBlocks;
     limits.before = query.newestFirst ? query.contextAfter : query.contextBefore;
     limits.after = query.newestFirst ? query.contextBefore : query.contextAfter;
-    if (query.newestFirst) {
-        if (query.lines) limits.matches = *query.lines;
-        std::reverse(jobs.begin(), jobs.end());
-        RunForward(jobs, limits, take, true);
-    } else if (!query.lines) {
-        RunForward(jobs, limits, take, false);
-    } else if (query.fromOldest) {
-        limits.matches = *query.lines;
-        RunForward(jobs, limits, take, false);
-    } else if (*query.lines != 0) {
-        if (!DeliverCollected(take)) return;
-        const Jobs order = FindLast(limits);
-        RunForward(order, limits, take, false);
+    const bool countsFromHere = query.newestFirst || query.fromOldest;
+    if (query.lines && countsFromHere) limits.matches = *query.lines;
+    if (query.newestFirst) std::reverse(jobs.begin(), jobs.end());
+    Selection selection(limits, take);
+    if (!query.lines || countsFromHere) {
+        RunThrough(jobs, selection);
+    } else if (*query.lines != 0 && DeliverCollected(take)) {
+        DeliverThrough(selection);
     }
+}
+
+void Reading::DeliverThrough(Selection& selection) {
+    if (!query.lines) return RunThrough(jobs, selection);
+    if (*query.lines == 0) return;
+    std::uint64_t skip = 0;
+    const Jobs order = FindLast(skip);
+    selection.Skip(skip);
+    RunThrough(order, selection);
 }
 
 // The last matches, if they are few: collected newest first, and turned round. Returns true if they
@@ -202,7 +204,7 @@ void Reading::RunFromNewest(Jobs order, PipelineOptions options, const Consumer&
 
 // The last matches, oldest first: the matches are counted from the newest file back until there are
 // enough; then the files that have any are read again. Sets how many to skip.
-Jobs Reading::FindLast(Selection::Limits& limits) {
+Jobs Reading::FindLast(std::uint64_t& skip) {
     Jobs order;
     std::uint64_t matches = 0;
     std::uint64_t context = 0;  // lines before the file with the first match
@@ -221,7 +223,7 @@ Jobs Reading::FindLast(Selection::Limits& limits) {
 
     RunFromNewest({jobs.rbegin(), jobs.rend()}, options, consumer,
                   [&] { return matches < *query.lines || context < query.contextBefore; });
-    limits.skip = matches > *query.lines ? matches - *query.lines : 0;
+    skip = matches > *query.lines ? matches - *query.lines : 0;
     std::reverse(order.begin(), order.end());
     progress.files = 0;
     progress.matches = 0;
@@ -318,16 +320,21 @@ bool Log::Files::Note(std::size_t index, const FileResult& result, ProblemReport
     return true;
 }
 
-bool Log::Read(const Query& query, const Take& take) {
+bool Log::Files::Read(const Query& query, const Take& take, const Report& report,
+                      Selection* selection) {
     const bool countsFromNewest = query.lines && !query.fromOldest;
     ProblemReports reports(report, query.newestFirst || countsFromNewest);
     bool hasFailed = false;
-    Reading reading(query, files->catalogue, [&](std::size_t index, const FileResult& result) {
-        hasFailed = files->Note(index, result, reports) || hasFailed;
+    Reading reading(query, catalogue, [&](std::size_t index, const FileResult& result) {
+        hasFailed = Note(index, result, reports) || hasFailed;
     });
     if (reading.Plan(report)) return true;
-    reading.Deliver(take);
+    selection != nullptr ? reading.DeliverThrough(*selection) : reading.Deliver(take);
     return hasFailed;
+}
+
+bool Log::Read(const Query& query, const Take& take) {
+    return files->Read(query, take, report, nullptr);
 }
 
 bool Log::Count(const Query& query, std::uint64_t& count) {

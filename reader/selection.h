@@ -25,10 +25,15 @@ public:
 
     Selection(const Limits& limits, const Take& take) : limits(limits), take(take) {}
 
+    // Leaves out so many of the next matches.
+    void Skip(std::uint64_t count) { limits.skip = count; }
+
     // Returns false if no more is wanted.
     bool Add(const SharedInfo& info, const Run& run);
 
-    std::uint64_t Matches() const { return matches; }
+    bool HasContext() const {
+        return limits.marksBlocks || limits.before != 0 || limits.after != 0;
+    }
 
 private:
     struct Held {
@@ -37,9 +42,6 @@ private:
         std::uint64_t number;
     };
 
-    bool HasContext() const {
-        return limits.marksBlocks || limits.before != 0 || limits.after != 0;
-    }
     bool AddLine(const SharedInfo& info, std::string_view text, std::uint64_t number, bool isMatch);
     bool AddContext(const SharedInfo& info, std::string_view text, std::uint64_t number);
     bool Deliver(const SharedInfo& info, std::string_view text, std::uint64_t number, bool isMatch);

@@ -533,6 +533,20 @@ class Follow(LogCase):
             found = json.loads(lines.readline())
             self.assertEqual((found["file"], found["message"]), ("messages.txt", text))
 
+    def test_context_from_both_sides_of_what_was_there_at_first(self) -> None:
+        for lines in ([], ["-n", "1"]):
+            write_log("messages.txt", "1\nmatch 2\n3\n4\n5\n")
+            output = self.follow("-g", "match", "-C", "2", *lines).stdout
+            self.assertEqual([output.readline() for _ in range(4)], ["1\n", "match 2\n", "3\n", "4\n"])
+            self.append("match 6\n")
+            self.assertEqual([output.readline() for _ in range(2)], ["5\n", "match 6\n"])
+
+            write_log("messages.txt", "1\n2\n3\nmatch 4\n")
+            output = self.follow("-g", "match", "-C", "2", *lines).stdout
+            self.assertEqual([output.readline() for _ in range(3)], ["2\n", "3\n", "match 4\n"])
+            self.append("5\n6\n7\nmatch 8\n")
+            self.assertEqual([output.readline() for _ in range(4)], ["5\n", "6\n", "7\n", "match 8\n"])
+
     def test_the_current_boot_across_a_renumbering(self) -> None:
         boot = Path("/var/run/vandis-moraine.boot")
         boot.write_text("999\n")
