@@ -6,7 +6,10 @@
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <csignal>
+#include <string>
+#include <vector>
 
 #include "daemon/stop_signals.h"
 #include "tests/support/faults.h"
@@ -14,8 +17,12 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
+struct Sleep {
+    void (*sleep)();
+    int seconds;
+};
+
+constexpr Sleep Sleeps[] = {{SleepBetweenCycles, 10}, {[] { SleepAtLeast(5); }, 5}};
 
 class SleepTest : public testing::Test {
 protected:
@@ -29,84 +36,64 @@ protected:
         MainRunning = false;
     }
 
-    // Interrupts every sleep; a stop signal is what interrupts the nth one.
-    static void InterruptUntilStop(int nth) {
-        Faults::Fail("nanosleep", EINTR);
-        Faults::OnCall("nanosleep", [sleepsLeft = nth]() mutable {
-            if (--sleepsLeft == 0) SigHandler(SIGTERM);
-        });
+    // Expects that it begins to sleep `times` times, each for a second less than before.
+    static void ExpectSleeps(const Sleep& sleep, int times) {
+        std::vector<std::string> calls;
+        for (int i = 0; i < times; ++i) {
+            calls.push_back("nanosleep " + std::to_string(sleep.seconds - i) + ".000000000");
+        }
+        sleep.sleep();
+        EXPECT_EQ(Faults::TakeCalls(), calls);
     }
 
     LogSink log;
 };
 
 TEST_F(SleepTest, BetweenCyclesLastsTenSeconds) {
-    SleepBetweenCycles();
-    EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 10.000000000"));
+    ExpectSleeps({SleepBetweenCycles, 10}, 1);
     EXPECT_LOG();
-}
-
-TEST_F(SleepTest, BetweenCyclesSleepsTheRestAfterAnInterruption) {
-    Faults::Fail("nanosleep", EINTR, 1);
-    SleepBetweenCycles();
-    EXPECT_THAT(Faults::TakeCalls(),
-                ElementsAre("nanosleep 10.000000000", "nanosleep 9.000000000"));
-    EXPECT_LOG();
-}
-
-TEST_F(SleepTest, BetweenCyclesIsEndedByAStopSignal) {
-    InterruptUntilStop(1);
-    SleepBetweenCycles();
-    EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 10.000000000"));
-}
-
-TEST_F(SleepTest, BetweenCyclesIsEndedByAStopSignalAfterOtherInterruptions) {
-    InterruptUntilStop(3);
-    SleepBetweenCycles();
-    EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 10.000000000", "nanosleep 9.000000000",
-                                                 "nanosleep 8.000000000"));
-}
-
-TEST_F(SleepTest, BetweenCyclesIsEndedByAnErrorWithALine) {
-    Faults::Fail("nanosleep", EINVAL);
-    SleepBetweenCycles();
-    EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 10.000000000"));
-    EXPECT_LOG(Error("nanosleep error: Invalid argument"));
 }
 
 TEST_F(SleepTest, OfSecondsLastsAsLongAsIsAskedFor) {
-    for (const unsigned seconds : {0U, 1U, 10U, 255U}) {
-        SleepAtLeast(static_cast<unsigned char>(seconds));
-        EXPECT_THAT(Faults::TakeCalls(),
-                    ElementsAre("nanosleep " + std::to_string(seconds) + ".000000000"));
-    }
+    ExpectSleeps({[] { SleepAtLeast(0); }, 0}, 1);
+    ExpectSleeps({[] { SleepAtLeast(1); }, 1}, 1);
+    ExpectSleeps({[] { SleepAtLeast(10); }, 10}, 1);
+    ExpectSleeps({[] { SleepAtLeast(255); }, 255}, 1);
     EXPECT_LOG();
 }
 
 TEST_F(SleepTest, OfSecondsDoesNotBeginAfterAStopSignal) {
     SigHandler(SIGINT);
-    SleepAtLeast(5);
-    EXPECT_THAT(Faults::TakeCalls(), IsEmpty());
+    ExpectSleeps({[] { SleepAtLeast(5); }, 5}, 0);
 }
 
-TEST_F(SleepTest, OfSecondsSleepsTheRestAfterAnInterruption) {
-    Faults::Fail("nanosleep", EINTR, 1);
-    SleepAtLeast(5);
-    EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 5.000000000", "nanosleep 4.000000000"));
+TEST_F(SleepTest, SleepsTheRestAfterAnInterruption) {
+    for (const Sleep& sleep : Sleeps) {
+        Faults::Fail("nanosleep", EINTR, 1);
+        ExpectSleeps(sleep, 2);
+    }
     EXPECT_LOG();
 }
 
-TEST_F(SleepTest, OfSecondsIsEndedByAStopSignal) {
-    InterruptUntilStop(2);
-    SleepAtLeast(5);
-    EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 5.000000000", "nanosleep 4.000000000"));
+TEST_F(SleepTest, IsEndedByAStopSignal) {
+    Faults::Fail("nanosleep", EINTR);
+    for (const Sleep& sleep : Sleeps) {
+        for (const int nth : {1, 2, 3}) {
+            MainRunning = true;
+            Faults::OnCall("nanosleep", [sleepsLeft = nth]() mutable {
+                if (--sleepsLeft == 0) SigHandler(SIGTERM);
+            });
+            ExpectSleeps(sleep, nth);
+        }
+    }
 }
 
-TEST_F(SleepTest, OfSecondsIsEndedByAnErrorWithALine) {
+TEST_F(SleepTest, IsEndedByAnErrorWithALine) {
     Faults::Fail("nanosleep", EINVAL);
-    SleepAtLeast(5);
-    EXPECT_THAT(Faults::TakeCalls(), ElementsAre("nanosleep 5.000000000"));
-    EXPECT_LOG(Error("nanosleep error: Invalid argument"));
+    for (const Sleep& sleep : Sleeps) {
+        ExpectSleeps(sleep, 1);
+        EXPECT_LOG(Error("nanosleep error: Invalid argument"));
+    }
 }
 
 }  // namespace

@@ -2,11 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 // Reading whole files: Futils::ReadBytes, ReadBinFile and ReadTextFile.
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
-#include <cstring>
 #include <new>
 #include <vector>
 
@@ -49,8 +45,53 @@ Bytes AsBytes(const std::string& text) {
 
 class ReadingTest : public FutilsTest {
 protected:
+    // Expects each function that takes a name to read `content`.
+    static void ExpectRead(const std::string& content, const std::string& pfn) {
+        Bytes data = Old;
+        EXPECT_SUCCESS(Futils::ReadBinFile(data, pfn));
+        EXPECT_TRUE(data == AsBytes(content));
+        std::string text = "old";
+        EXPECT_SUCCESS(Futils::ReadTextFile(text, pfn));
+        EXPECT_TRUE(text == content);
+    }
+
+    // Expects each function that takes a name to fail with these lines, ReadBinFile with `left`.
+    void ExpectFailure(const std::string& pfn, const Bytes& left, const LogLines& lines) {
+        SCOPED_TRACE(pfn);
+        Bytes data = Old;
+        EXPECT_FAILURE(Futils::ReadBinFile(data, pfn));
+        EXPECT_EQ(data, left);
+        EXPECT_EQ(log.Take(), lines);
+        std::string text = "old";
+        EXPECT_FAILURE(Futils::ReadTextFile(text, pfn));
+        EXPECT_EQ(text, "");
+        EXPECT_EQ(log.Take(), lines);
+    }
+
+    // The same before the file is read: what the caller of ReadBinFile had stays.
+    void ExpectRefusal(const std::string& pfn, const std::string& line) {
+        ExpectFailure(pfn, Old, {{LOG_ERR, line}});
+    }
+
+    // The name of a file in the folder, of this length.
+    std::string NameOfLength(std::size_t length) const {
+        return folder / std::string(length - folder.native().size() - 1, 'n');
+    }
+
     const std::string file = folder / "file";
 };
+
+TEST_F(ReadingTest, GivesEveryByteAsItIs) {
+    for (const std::string& content : Contents()) {
+        SCOPED_TRACE(content.size());
+        WriteFile(file, content);
+        ExpectRead(content, file);
+        const Stream stream(std::fopen(file.c_str(), "rb"));
+        Bytes data = Old;
+        EXPECT_SUCCESS(Futils::ReadBytes(data, stream.get()));
+        EXPECT_TRUE(data == AsBytes(content));
+    }
+}
 
 class ReadBytesTest : public ReadingTest {
 protected:
@@ -62,17 +103,6 @@ protected:
     }
 };
 
-TEST_F(ReadBytesTest, ReadsAllThereIs) {
-    for (const std::string& content : Contents()) {
-        SCOPED_TRACE(content.size());
-        WriteFile(file, content);
-        Stream stream(std::fopen(file.c_str(), "rb"));
-        Bytes data = Old;
-        EXPECT_SUCCESS(Futils::ReadBytes(data, stream.get()));
-        EXPECT_TRUE(data == AsBytes(content));
-    }
-}
-
 TEST_F(ReadBytesTest, ReadsByOneCall) {
     WriteFile(file, Noise(1 << 20));
     Stream stream(std::fopen(file.c_str(), "rb"));
@@ -83,34 +113,25 @@ TEST_F(ReadBytesTest, ReadsByOneCall) {
     EXPECT_EQ(calls, 1);
 }
 
-TEST_F(ReadBytesTest, OfANullStreamIsAFailure) {
+TEST_F(ReadBytesTest, AStreamThatCannotBeReadIsAFailure) {
     ExpectFailure(nullptr, "File not open in ReadBytes.");
-}
 
-TEST_F(ReadBytesTest, OfAStreamWithoutAFileIsAFailure) {
     char memory[16] = {};
     Stream stream(fmemopen(memory, sizeof memory, "r"));
     ExpectFailure(stream.get(), "Stream is invalid in GetFileSize: Bad file descriptor");
-}
 
-TEST_F(ReadBytesTest, OfAFileWhoseStatusCannotBeReadIsAFailure) {
-    WriteFile(file, "1");
-    Stream stream(std::fopen(file.c_str(), "rb"));
-    Faults::Fail("fstat", EIO, 1);
-    ExpectFailure(stream.get(), "Could not get a file size: Input/output error");
-}
-
-TEST_F(ReadBytesTest, OfAStreamThatCannotBeReadIsAFailure) {
     WriteFile(file, "123");
-    Stream stream(std::fopen(file.c_str(), "ab"));
+    stream.reset(std::fopen(file.c_str(), "ab"));
     ExpectFailure(stream.get(), "Could not read a file: Bad file descriptor");
-
-    stream.reset(std::fopen(file.c_str(), "rb"));
-    Faults::Fail("fread", EIO, 1);
-    ExpectFailure(stream.get(), "Could not read a file: Input/output error");
 
     stream.reset(std::fopen(folder.c_str(), "rb"));
     ExpectFailure(stream.get(), "Could not read a file: Is a directory");
+
+    stream.reset(std::fopen(file.c_str(), "rb"));
+    Faults::Fail("fstat", EIO, 1);
+    ExpectFailure(stream.get(), "Could not get a file size: Input/output error");
+    Faults::Fail("fread", EIO, 1);
+    ExpectFailure(stream.get(), "Could not read a file: Input/output error");
 }
 
 TEST_F(ReadBytesTest, OfAStreamThatIsNotAtItsStartIsAFailure) {
@@ -140,190 +161,106 @@ TEST_F(ReadBytesTest, AFileThatShrinksMeanwhileIsAFailure) {
     ExpectFailure(stream.get(), "Could not read a file: Numerical argument out of domain");
 }
 
-class ReadBinFileTest : public ReadingTest {
-protected:
-    static void ExpectRead(const std::string& content, const fs::path& pfn) {
-        Bytes data = Old;
-        EXPECT_SUCCESS(Futils::ReadBinFile(data, pfn));
-        EXPECT_TRUE(data == AsBytes(content));
-    }
-
-    // Expects a failure before the file is read: what the caller had stays.
-    void ExpectRefusal(const std::string& pfn, int severity, const std::string& line) {
-        SCOPED_TRACE(pfn);
-        Bytes data = Old;
-        EXPECT_FAILURE(Futils::ReadBinFile(data, pfn));
-        EXPECT_EQ(data, Old);
-        ExpectLine(severity, line);
-    }
-
-    void ExpectMissing(const std::string& pfn) {
-        ExpectRefusal(pfn, LOG_WARNING, "Attempt to read file " + pfn + ", which does not exist.");
-    }
-};
-
-TEST_F(ReadBinFileTest, ReadsAllThereIsAndClosesTheFile) {
-    for (const std::string& content : Contents()) {
-        SCOPED_TRACE(content.size());
-        WriteFile(file, content);
-        ExpectRead(content, file);
-    }
-}
-
-TEST_F(ReadBinFileTest, OpensInBinaryModeAndFollowsLinks) {
-    WriteFile(file, "1");
-    fs::create_symlink("file", folder / "link");
+TEST_F(ReadingTest, ANameMayHave255CharactersAndLeadOverALink) {
+    WriteFile(NameOfLength(255), "1");
+    ExpectRead("1", NameOfLength(255));
+    fs::create_symlink(NameOfLength(255), folder / "link");
     ExpectRead("1", folder / "link");
 }
 
-TEST_F(ReadBinFileTest, WhatIsNoRegularFileDoesNotExistToIt) {
+// A name of 256 characters would be logged at Debug if the file system were asked.
+TEST_F(ReadingTest, AnEmptyNameAndOneOf256CharactersAreRefusedUnseen) {
+    ExpectRefusal("", "Path/File cannot be empty in ReadBinFile");
+    ExpectRefusal(std::string(256, 'n'), "Path + File Name is too long in ReadBinFile");
+    WriteFile(NameOfLength(256), "1");
+    ExpectRefusal(NameOfLength(256), "Path + File Name is too long in ReadBinFile");
+}
+
+TEST_F(ReadingTest, WhatIsNoRegularFileDoesNotExist) {
     MakeDir(folder,
             {{"dir/", ""}, {"link to dir@", "dir"}, {"dangling@", "nowhere"}, {"fifo?", ""}});
     for (const char* name : {"missing", "%s%n", "dir", "link to dir", "dangling", "fifo"}) {
-        ExpectMissing(folder / name);
+        const std::string pfn = folder / name;
+        ExpectFailure(pfn, Old,
+                      {{LOG_WARNING, "Attempt to read file " + pfn + ", which does not exist."}});
     }
 }
 
-TEST_F(ReadBinFileTest, WhatCannotBeTestedDoesNotExistToIt) {
+TEST_F(ReadingTest, WhatCannotBeTestedDoesNotExist) {
     fs::create_symlink("loop", folder / "loop");
     const std::string loop = folder / "loop";
     const std::string reason = Reason([&] { (void)fs::status(loop); });
-    Bytes data = Old;
-    EXPECT_FAILURE(Futils::ReadBinFile(data, loop));
-    EXPECT_EQ(data, Old);
-    EXPECT_EQ(
-        log.Take(),
-        (LogLines{{LOG_DEBUG, "FileExists(" + loop + ") exception: " + reason},
-                  {LOG_WARNING, "Attempt to read file " + loop + ", which does not exist."}}));
+    ExpectFailure(loop, Old,
+                  {{LOG_DEBUG, "FileExists(" + loop + ") exception: " + reason},
+                   {LOG_WARNING, "Attempt to read file " + loop + ", which does not exist."}});
 }
 
-TEST_F(ReadBinFileTest, AnEmptyNameIsRefused) {
-    ExpectRefusal("", LOG_ERR, "Path/File cannot be empty in ReadBinFile");
-}
-
-// A name of 256 characters would be logged at Debug if the file system were asked.
-TEST_F(ReadBinFileTest, ANameOf256CharactersIsRefusedUnseen) {
-    ExpectRefusal(std::string(256, 'n'), LOG_ERR, "Path + File Name is too long in ReadBinFile");
-
-    const std::string existing = folder / std::string(256 - file.size() + 4, 'n');
-    ASSERT_EQ(existing.size(), 256U);
-    WriteFile(existing, "1");
-    ExpectRefusal(existing, LOG_ERR, "Path + File Name is too long in ReadBinFile");
-}
-
-TEST_F(ReadBinFileTest, ANameOf255CharactersIsRead) {
-    const std::string longest = folder / std::string(255 - file.size() + 4, 'n');
-    ASSERT_EQ(longest.size(), 255U);
-    WriteFile(longest, "1");
-    ExpectRead("1", longest);
-}
-
-TEST_F(ReadBinFileTest, AFileThatCannotBeOpenedIsAFailure) {
+TEST_F(ReadingTest, AFileThatCannotBeOpenedIsAFailure) {
     WriteFile(file, "1");
+    Faults::Fail("fopen", EMFILE);
+    ExpectRefusal(file, "Unable to open " + file + " (mode rb): Too many open files");
+    Faults::Clear();
+
     fs::permissions(file, fs::perms::none);
     const OrdinaryRights ordinary;
-    ExpectRefusal(file, LOG_ERR, "Unable to open " + file + " (mode rb): Permission denied");
+    ExpectRefusal(file, "Unable to open " + file + " (mode rb): Permission denied");
 }
 
-TEST_F(ReadBinFileTest, AFileThatVanishesBeforeItIsOpenedIsAFailure) {
+TEST_F(ReadingTest, AFileThatVanishesBeforeItIsOpenedIsAFailure) {
     WriteFile(file, "1");
     Faults::OnCall("fopen", [this] { fs::remove(file); });
-    ExpectRefusal(file, LOG_ERR,
-                  "Unable to open " + file + " (mode rb): No such file or directory");
+    Bytes data = Old;
+    EXPECT_FAILURE(Futils::ReadBinFile(data, file));
+    EXPECT_EQ(data, Old);
+    ExpectError("Unable to open " + file + " (mode rb): No such file or directory");
 }
 
-TEST_F(ReadBinFileTest, AFailedReadClosesTheFileAndLeavesNothing) {
+TEST_F(ReadingTest, AFailedReadClosesTheFileAndLeavesNothing) {
     WriteFile(file, "1");
     Faults::Fail("fread", EIO);
-    Bytes data = Old;
-    EXPECT_FAILURE(Futils::ReadBinFile(data, file));
-    EXPECT_EQ(data, Bytes());
+    ExpectFailure(file, {}, {{LOG_ERR, "Could not read a file: Input/output error"}});
     ExpectNothingOpen();
-    ExpectError("Could not read a file: Input/output error");
+    Faults::Fail("fclose", ENOSPC);
+    ExpectFailure(file, {},
+                  {{LOG_ERR, "Could not read a file: Input/output error"},
+                   {LOG_ERR, "Could not close a file: No space left on device"}});
 }
 
-TEST_F(ReadBinFileTest, AFailedCloseIsAFailureThoughAllWasRead) {
+TEST_F(ReadingTest, AFailedCloseIsAFailureThoughAllWasRead) {
     WriteFile(file, "1");
-    Faults::Fail("fclose", EIO, 1);
+    Faults::Fail("fclose", EIO);
     Bytes data;
     EXPECT_FAILURE(Futils::ReadBinFile(data, file));
-    ExpectError("Could not close a file: Input/output error");
+    std::string text = "old";
+    EXPECT_FAILURE(Futils::ReadTextFile(text, file));
+    EXPECT_EQ(text, "");
+    EXPECT_LOG(Error("Could not close a file: Input/output error"),
+               Error("Could not close a file: Input/output error"));
 }
 
-TEST_F(ReadBinFileTest, AFailedReadAndAFailedCloseAreTwoLines) {
-    WriteFile(file, "1");
-    Faults::Fail("fread", EIO, 1);
-    Faults::Fail("fclose", ENOSPC, 1);
-    Bytes data = Old;
-    EXPECT_FAILURE(Futils::ReadBinFile(data, file));
-    EXPECT_EQ(data, Bytes());
-    EXPECT_EQ(log.Take(), (LogLines{{LOG_ERR, "Could not read a file: Input/output error"},
-                                    {LOG_ERR, "Could not close a file: No space left on device"}}));
+// As with /proc: the size is the file status's word.
+TEST_F(ReadingTest, AFileThatSaysItIsEmptyIsEmpty) {
+    ExpectRead("", "/proc/self/status");
 }
 
-TEST_F(ReadBinFileTest, LackOfMemoryClosesTheFile) {
+TEST_F(ReadingTest, LackOfMemoryClosesTheFile) {
     WriteSparseFile(file, 1 << 20);
     Bytes data;
     {
         const ScarceMemory memory(1 << 16);
         EXPECT_THROW((void)Futils::ReadBinFile(data, file), std::bad_alloc);
     }
-}
-
-class ReadTextFileTest : public ReadingTest {
-protected:
-    void ExpectFailure(const std::string& pfn, int severity, const std::string& line) {
-        SCOPED_TRACE(pfn);
-        std::string text = "old";
-        EXPECT_FAILURE(Futils::ReadTextFile(text, pfn));
-        EXPECT_EQ(text, "");
-        ExpectLine(severity, line);
-    }
-};
-
-TEST_F(ReadTextFileTest, GivesEveryByteAsItIs) {
-    for (const std::string& content : Contents()) {
-        SCOPED_TRACE(content.size());
-        WriteFile(file, content);
-        std::string text = "old";
-        EXPECT_SUCCESS(Futils::ReadTextFile(text, file));
-        EXPECT_TRUE(text == content);
-    }
-}
-
-// As with /proc: the size is the file status's word.
-TEST_F(ReadTextFileTest, AFileThatSaysItIsEmptyIsEmpty) {
-    std::string text = "old";
-    EXPECT_SUCCESS(Futils::ReadTextFile(text, "/proc/self/status"));
-    EXPECT_EQ(text, "");
-}
-
-TEST_F(ReadTextFileTest, EveryFailureLeavesTheTextEmpty) {
-    ExpectFailure(folder / "missing", LOG_WARNING,
-                  "Attempt to read file /perm/futils/missing, which does not exist.");
-    ExpectFailure(folder, LOG_WARNING, "Attempt to read file /perm/futils, which does not exist.");
-    ExpectFailure("", LOG_ERR, "Path/File cannot be empty in ReadBinFile");
-    ExpectFailure(std::string(256, 'n'), LOG_ERR, "Path + File Name is too long in ReadBinFile");
-
-    WriteFile(file, "1");
-    Faults::Fail("fopen", EMFILE, 1);
-    ExpectFailure(file, LOG_ERR, "Unable to open /perm/futils/file (mode rb): Too many open files");
-    Faults::Fail("fread", EIO, 1);
-    ExpectFailure(file, LOG_ERR, "Could not read a file: Input/output error");
-    Faults::Fail("fclose", EIO, 1);
-    ExpectFailure(file, LOG_ERR, "Could not close a file: Input/output error");
-}
-
-TEST_F(ReadTextFileTest, LackOfMemoryIsAFailureWhereverItShows) {
-    WriteSparseFile(file, 1 << 20);
     for (const int granted : {0, 1}) {
         SCOPED_TRACE(granted == 0 ? "for the bytes" : "for the text");
         const ScarceMemory memory(1 << 16, granted);
-        ExpectFailure(file, LOG_ERR, "Assigning string in ReadTextFile: std::bad_alloc");
+        std::string text = "old";
+        EXPECT_FAILURE(Futils::ReadTextFile(text, file));
+        EXPECT_EQ(text, "");
+        ExpectError("Assigning string in ReadTextFile: std::bad_alloc");
     }
 }
 
-TEST_F(ReadTextFileTest, WhatIsNoStandardExceptionPassesAndTheFileIsClosed) {
+TEST_F(ReadingTest, WhatIsNoStandardExceptionPassesAndTheFileIsClosed) {
     WriteFile(file, "1");
     Faults::OnCall("fread", [] { throw 42; });
     std::string text;

@@ -54,6 +54,12 @@ TEST_F(SystemTest, WithoutAChildProcessFails) {
     ExpectError("Unable to 'true'.  Result: 32512, Error: 'Resource temporarily unavailable'");
 }
 
+TEST_F(SystemTest, TheLineOfALongCommandIsCut) {
+    const std::string command = "exit 1; " + std::string(300, 'x');
+    EXPECT_FAILURE(Futils::System(command));
+    ExpectError("Unable to '" + command + "'.");
+}
+
 volatile std::sig_atomic_t arrivedSignals = 0;
 
 class SignalDuringCommandTest : public SystemTest {
@@ -121,9 +127,7 @@ protected:
 TEST_F(FreshSignalStateTest, IsThatOfACommand) {
     EXPECT_SUCCESS(Futils::System(ReadState + (" > " + (folder / "state").string())));
     EXPECT_EQ(ReadFile(folder / "state"), FreshState);
-}
 
-TEST_F(FreshSignalStateTest, IsThatOfACommandWhoseOutputIsRead) {
     Futils::CommandOutput output(ReadState);
     std::string state(1000, '\0');
     state.resize(output.Read(state.data(), state.size()));
@@ -151,12 +155,6 @@ TEST_F(CommandOutputTest, OfACommandThatCannotBeStartedIsEmpty) {
     Faults::Fail("system", EAGAIN);
     char text[1];
     EXPECT_EQ(Futils::CommandOutput("echo").Read(text, 1), 0U);
-}
-
-TEST_F(SystemTest, TheLineOfALongCommandIsCut) {
-    const std::string command = "exit 1; " + std::string(300, 'x');
-    EXPECT_FAILURE(Futils::System(command));
-    ExpectError("Unable to '" + command + "'.");
 }
 
 }  // namespace

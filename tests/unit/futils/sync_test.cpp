@@ -3,7 +3,6 @@
 
 // Futils::Sync, which keeps an archived log from being lost with the power.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 

@@ -18,81 +18,46 @@ namespace {
 
 using Fields = std::vector<std::string>;
 
-template <typename Delimiter>
-using Cases = std::vector<std::tuple<std::string, Delimiter, Fields>>;
-
-template <typename Delimiter>
-void ExpectSlices(const Cases<Delimiter>& cases) {
-    for (const auto& [text, delimiter, expected] : cases) {
-        SCOPED_TRACE(testing::PrintToString(text));
-        Fields fields{"of", "before"};
-        EXPECT_SUCCESS(Util::Slice(fields, text, delimiter));
-        EXPECT_EQ(fields, expected);
-    }
-}
-
-TEST(SplitTest, DropsEveryEmptyField) {
-    const Cases<char> cases = {
-        {",a,,b,", ',', {"a", "b"}},
-        {"a,b", ',', {"a", "b"}},
-        {"a", ',', {"a"}},
-        {"abc", ',', {"abc"}},
-        {",a", ',', {"a"}},
-        {"a,", ',', {"a"}},
-        {",,,abc,,,de,,,", ',', {"abc", "de"}},
-        {" a , b ", ',', {" a ", " b "}},
-        {"a;b,c", ';', {"a", "b,c"}},
-        {"a\0b\0"s, '\0', {"a", "b"}},
-        {"a\0b,c"s, ',', {"a\0b"s, "c"}},
-        {"a\xff\xfe"
-         "b",
-         '\xff',
-         {"a",
-          "\xfe"
-          "b"}},
-        {"", ',', {}},
-        {",", ',', {}},
-        {",,,", ',', {}},
-        {"\0"s, '\0', {}},
-    };
-    for (const auto& [text, delimiter, expected] : cases) {
-        SCOPED_TRACE(testing::PrintToString(text));
-        Fields fields{"of", "before"};
-        EXPECT_EQ(Util::Split(fields, text, delimiter), static_cast<int>(expected.size()));
-        EXPECT_EQ(fields, expected);
-    }
-}
-
-TEST(SliceByCharacterTest, KeepsEmptyFieldsButTheTrailingOne) {
-    ExpectSlices<char>({
-        {"a,b", ',', {"a", "b"}},
-        {"a,,b", ',', {"a", "", "b"}},
-        {"a,,b,", ',', {"a", "", "b"}},
-        {",a", ',', {"", "a"}},
-        {",a,,b,,", ',', {"", "a", "", "b", ""}},
-        {"a,", ',', {"a"}},
-        {"a", ',', {"a"}},
-        {"abc", ',', {"abc"}},
-        {",", ',', {""}},
-        {",,", ',', {"", ""}},
+TEST(CutByCharacterTest, SplitDropsEveryEmptyFieldAndSliceOnlyTheTrailingOne) {
+    const std::tuple<std::string, char, Fields, Fields> cases[] = {
+        {"a,b", ',', {"a", "b"}, {"a", "b"}},
+        {"a,,b", ',', {"a", "b"}, {"a", "", "b"}},
+        {"a,,b,", ',', {"a", "b"}, {"a", "", "b"}},
+        {",a", ',', {"a"}, {"", "a"}},
+        {",a,,b,", ',', {"a", "b"}, {"", "a", "", "b"}},
+        {",a,,b,,", ',', {"a", "b"}, {"", "a", "", "b", ""}},
+        {"a,", ',', {"a"}, {"a"}},
+        {"a", ',', {"a"}, {"a"}},
+        {"abc", ',', {"abc"}, {"abc"}},
+        {",,,abc,,,de,,,", ',', {"abc", "de"}, {"", "", "", "abc", "", "", "de", "", ""}},
+        {" a , b ", ',', {" a ", " b "}, {" a ", " b "}},
+        {"a;b,c", ';', {"a", "b,c"}, {"a", "b,c"}},
         {"messages.007.1970-01-01.00:14:07.txt.xz",
          '.',
+         {"messages", "007", "1970-01-01", "00:14:07", "txt", "xz"},
          {"messages", "007", "1970-01-01", "00:14:07", "txt", "xz"}},
-        {"a\nb.c", '.', {"a\nb", "c"}},
-        {"a\0b"s, '\0', {"a", "b"}},
-        {"a\0b,c"s, ',', {"a\0b"s, "c"}},
-        {"a\xff\xfe"
-         "b",
-         '\xff',
-         {"a",
-          "\xfe"
-          "b"}},
-        {"", ',', {}},
-    });
+        {"a\nb.c", '.', {"a\nb", "c"}, {"a\nb", "c"}},
+        {"a\0b\0"s, '\0', {"a", "b"}, {"a", "b"}},
+        {"a\0b,c"s, ',', {"a\0b"s, "c"}, {"a\0b"s, "c"}},
+        {"a\xff\xfez", '\xff', {"a", "\xfez"}, {"a", "\xfez"}},
+        {"", ',', {}, {}},
+        {",", ',', {}, {""}},
+        {",,", ',', {}, {"", ""}},
+        {",,,", ',', {}, {"", "", ""}},
+        {"\0"s, '\0', {}, {""}},
+    };
+    for (const auto& [text, delimiter, split, sliced] : cases) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        Fields fields{"of", "before"};
+        EXPECT_EQ(Util::Split(fields, text, delimiter), static_cast<int>(split.size()));
+        EXPECT_EQ(fields, split);
+        EXPECT_SUCCESS(Util::Slice(fields, text, delimiter));
+        EXPECT_EQ(fields, sliced);
+    }
 }
 
 TEST(SliceByStringTest, KeepsEmptyFieldsButTheTrailingOne) {
-    ExpectSlices<std::string>({
+    const std::tuple<std::string, std::string, Fields> cases[] = {
         {"a--b", "--", {"a", "b"}},
         {"--a", "--", {"", "a"}},
         {"a----b", "--", {"a", "", "b"}},
@@ -105,15 +70,12 @@ TEST(SliceByStringTest, KeepsEmptyFieldsButTheTrailingOne) {
         {"a-b--c-", "--", {"a-b", "c-"}},
         {"a,,b,", ",", {"a", "", "b"}},
         {"a\0-b"s, "\0-"s, {"a", "b"}},
-    });
-}
-
-TEST(SliceByStringTest, WithoutTheDelimiterATextIsItselfUnlessItIsShorterThanTheDelimiter) {
-    ExpectSlices<std::string>({
+        // Without the delimiter a text is itself.
         {"ab", ".", {"ab"}},
         {"ab", "--", {"ab"}},
         {"-a", "--", {"-a"}},
         {"abc", "--", {"abc"}},
+        // One that is shorter than the delimiter has no field.
         {"a", "--", {}},
         {"a", "..", {}},
         {"-", "--", {}},
@@ -121,7 +83,13 @@ TEST(SliceByStringTest, WithoutTheDelimiterATextIsItselfUnlessItIsShorterThanThe
         {"", "-", {}},
         {"", "--", {}},
         {"", "", {}},
-    });
+    };
+    for (const auto& [text, delimiter, expected] : cases) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        Fields fields{"of", "before"};
+        EXPECT_SUCCESS(Util::Slice(fields, text, delimiter));
+        EXPECT_EQ(fields, expected);
+    }
 }
 
 TEST(SliceByStringTest, AnEmptyDelimiterFailsAtOnce) {

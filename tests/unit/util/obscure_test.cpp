@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <climits>
 #include <filesystem>
-#include <set>
 #include <string>
 
 #include "tests/support/faults.h"
@@ -34,10 +33,9 @@ std::string HexOf(const std::string& bytes) {
 
 class ObscureTest : public testing::Test {
 protected:
-    ObscureTest() { fs::create_directories(folder); }
-    ~ObscureTest() override {
-        Faults::Clear();
+    ObscureTest() {
         fs::remove_all(folder);
+        fs::create_directories(folder);
     }
 
     std::string Obscured(const std::string& bytes) const {
@@ -55,36 +53,27 @@ protected:
 using Function = int (*)(const std::string&, const std::string&);
 constexpr Function Functions[] = {Util::EncryptFile, Util::DecryptFile};
 
-TEST_F(ObscureTest, DecryptFileRestoresWhatEncryptFileWrote) {
+TEST_F(ObscureTest, EachFunctionRestoresWhatTheOtherWrote) {
     const std::string contents[] = {"", "a", AllBytes(), AllBytes() + AllBytes() + "end",
                                     Noise(300000)};
     for (const std::string& bytes : contents) {
+        SCOPED_TRACE(bytes.size());
         WriteFile(plain, bytes);
-        EXPECT_EQ(Util::EncryptFile(plain, obscured), 0);
-        EXPECT_EQ(Util::DecryptFile(obscured, restored), 0);
-        EXPECT_TRUE(ReadFile(restored) == bytes) << bytes.size() << " bytes";
-        EXPECT_TRUE(ReadFile(plain) == bytes) << bytes.size() << " bytes";
+        for (const Function function : Functions) {
+            const bool encrypts = function == Util::EncryptFile;
+            const Function inverse = encrypts ? Util::DecryptFile : Util::EncryptFile;
+            EXPECT_EQ(function(plain, obscured), 0);
+            EXPECT_EQ(inverse(obscured, restored), 0);
+            EXPECT_TRUE(ReadFile(restored) == bytes);
+            EXPECT_TRUE(ReadFile(plain) == bytes);
+        }
     }
-}
-
-TEST_F(ObscureTest, EncryptFileRestoresWhatDecryptFileWrote) {
-    WriteFile(plain, AllBytes());
-    EXPECT_EQ(Util::DecryptFile(plain, obscured), 0);
-    EXPECT_EQ(Util::EncryptFile(obscured, restored), 0);
-    EXPECT_EQ(ReadFile(restored), AllBytes());
-}
-
-TEST_F(ObscureTest, EachByteValueBecomesAnotherWhereverItStands) {
-    const std::string once = Obscured(AllBytes());
-    ASSERT_EQ(once.size(), AllBytes().size());
-    EXPECT_EQ(std::set<char>(once.begin(), once.end()).size(), once.size());
-    EXPECT_EQ(Obscured(AllBytes() + AllBytes()), once + once);
-    EXPECT_EQ(Obscured("az"), std::string() + once['a'] + once['z']);
 }
 
 // A file that a device wrote years ago must be restored by the program of today.
 TEST_F(ObscureTest, TheTableNeverChanges) {
-    EXPECT_EQ(HexOf(Obscured(AllBytes())),
+    const std::string once = Obscured(AllBytes());
+    EXPECT_EQ(HexOf(once),
               "9273314d2ac209e0802d5f15a28fea78fef74b6751dcb18c4558043b3c27eb4e"
               "d028a7ee2f8a8d4f071bcab2e6821f0330ba136a52a542c9aeef4100de5d06f2"
               "0e467a0c53fc84f1e4dd70fd44a9d222e9f8751c1ab47f8bbeac72355accbfcd"
@@ -93,18 +82,17 @@ TEST_F(ObscureTest, TheTableNeverChanges) {
               "aff3bbffe76dcbe33236f0637e7cd80f794905daceb6558edb65b0d94789a338"
               "5e3fc3619e906218dff42925adaba85b50f66cb31099d5971ea4542c86c611f9"
               "b71493fb9457e2a6241d126bc57d0259760b87aa8101c098c7d76fd6269cc469");
+    EXPECT_EQ(Obscured(AllBytes() + AllBytes()), once + once);
+    EXPECT_EQ(Obscured("az"), std::string() + once['a'] + once['z']);
 }
 
-TEST_F(ObscureTest, AnEmptyFileBecomesAnEmptyFile) {
+TEST_F(ObscureTest, TheOutputIsEmptiedFirst) {
     WriteFile(plain);
     for (const Function function : Functions) {
         WriteFile(obscured, "of before");
         EXPECT_EQ(function(plain, obscured), 0);
         EXPECT_DIR(folder, {{"plain", ""}, {"obscured", ""}});
     }
-}
-
-TEST_F(ObscureTest, TheOutputIsEmptiedFirst) {
     WriteFile(obscured, std::string(1000, 'x'));
     EXPECT_EQ(Obscured("ab").size(), 2U);
 }
@@ -117,17 +105,12 @@ TEST_F(ObscureTest, AFileMayBeItsOwnOutput) {
     EXPECT_EQ(ReadFile(plain), AllBytes());
 }
 
-TEST_F(ObscureTest, AMissingInputFailsWithoutAnOutput) {
+TEST_F(ObscureTest, AnInputThatCannotBeReadFailsWithoutAnOutput) {
     for (const Function function : Functions) {
-        EXPECT_EQ(function(plain, obscured), -1);
-        EXPECT_DIR(folder, {});
-    }
-}
-
-TEST_F(ObscureTest, AFolderIsNoInput) {
-    for (const Function function : Functions) {
-        EXPECT_EQ(function(folder, obscured), -1);
-        EXPECT_DIR(folder, {});
+        for (const fs::path& unreadable : {folder / "missing", folder}) {
+            EXPECT_EQ(function(unreadable, obscured), -1) << unreadable;
+            EXPECT_DIR(folder, {});
+        }
     }
 }
 
@@ -157,26 +140,19 @@ TEST_F(ObscureTest, AFileThatDoesNotFitIntoMemoryFailsWithoutAnOutput) {
 }
 
 // The file is cut short between its being measured and read.
-class ShrinkingFileTest : public ObscureTest {
-protected:
-    ShrinkingFileTest() {
-        WriteFile(plain, content);
-        Faults::OnCall("fread", [this] { fs::resize_file(plain, content.size() / 2); });
-    }
-
+TEST_F(ObscureTest, AFileThatShrinksIsAFailureOfEncryptFileAndDecryptedAsItIs) {
     const std::string content = Noise(2 << 20);
-};
-
-TEST_F(ShrinkingFileTest, IsAFailureOfEncryptFile) {
+    const std::string half = content.substr(0, content.size() / 2);
+    Faults::OnCall("fread", [&] { fs::resize_file(plain, half.size()); });
+    WriteFile(plain, content);
     EXPECT_EQ(Util::EncryptFile(plain, obscured), -1);
     EXPECT_FALSE(fs::exists(obscured));
-}
 
-TEST_F(ShrinkingFileTest, IsTakenAsItIsByDecryptFile) {
+    WriteFile(plain, content);
     EXPECT_EQ(Util::DecryptFile(plain, obscured), 0);
     Faults::Clear();
     EXPECT_EQ(Util::EncryptFile(obscured, restored), 0);
-    EXPECT_TRUE(ReadFile(restored) == content.substr(0, content.size() / 2));
+    EXPECT_TRUE(ReadFile(restored) == half);
 }
 
 TEST_F(ObscureTest, WhetherTheOutputCouldBeWrittenIsNotTold) {

@@ -6,49 +6,39 @@
 #include <limits>
 #include <string>
 #include <tuple>
-#include <utility>
 
 #include "util/util.h"
 
 namespace {
 
-TEST(TruncateTest, AShortEnoughTextStays) {
-    const std::pair<const char*, unsigned long> cases[] = {
-        {"", 0},
-        {"", 4},
-        {"a", 1},
-        {"abc", 3},
-        {"abcd", 4},
-        {"0123456789", 10},
-        {"0123456789", 11},
-        {"0123456789", std::numeric_limits<unsigned long>::max()},
-    };
-    for (const auto& [text, maxLength] : cases) {
-        SCOPED_TRACE(testing::Message() << '"' << text << "\" to " << maxLength);
-        std::string truncated = text;
-        EXPECT_FALSE(Util::Truncate(truncated, maxLength));
-        EXPECT_EQ(truncated, text);
-    }
-}
-
 TEST(TruncateTest, ALongerTextEndsInDotsOrIsEmptied) {
-    const std::tuple<const char*, unsigned long, const char*> cases[] = {
+    constexpr unsigned long Max = std::numeric_limits<unsigned long>::max();
+    const std::tuple<std::string, unsigned long, std::string> cases[] = {
+        {"0123456789", Max, "0123456789"},
+        {"0123456789", 11, "0123456789"},
+        {"0123456789", 10, "0123456789"},
         {"0123456789", 9, "012345..."},
         {"0123456789", 5, "01..."},
         {"0123456789", 4, "0..."},
-        {"abcde", 4, "a..."},
         {"0123456789", 3, ""},
         {"0123456789", 2, ""},
         {"0123456789", 1, ""},
         {"0123456789", 0, ""},
+        {"abcde", 4, "a..."},
+        {"abcd", 4, "abcd"},
         {"abcd", 3, ""},
+        {"abc", 3, "abc"},
+        {"a", 1, "a"},
         {"a", 0, ""},
+        {"", 4, ""},
+        {"", 0, ""},
     };
-    for (const auto& [text, maxLength, truncated] : cases) {
+    for (const auto& [text, maxLength, expected] : cases) {
         SCOPED_TRACE(testing::Message() << '"' << text << "\" to " << maxLength);
-        std::string actual = text;
-        EXPECT_TRUE(Util::Truncate(actual, maxLength));
-        EXPECT_EQ(actual, truncated);
+        std::string truncated = text;
+        const bool wasShortened = Util::Truncate(truncated, maxLength);
+        EXPECT_EQ(truncated, expected);
+        EXPECT_EQ(wasShortened, expected != text);
     }
 }
 
