@@ -12,66 +12,40 @@
 
 namespace {
 
-struct PathConstant {
-    const char* name;
-    const std::filesystem::path& value;
-    const char* text;
-};
-
-struct StringConstant {
-    const char* name;
-    const std::string& value;
-    const char* text;
-};
+static_assert(std::is_same_v<decltype(Moraine::SyslogPfe), const std::filesystem::path>);
+static_assert(std::is_same_v<decltype(Moraine::Name), const std::string>);
 
 TEST(Constants, PathsAreWhereTheDeviceHasThem) {
-    const PathConstant constants[] = {
-        {"XzExt", Moraine::XzExt, ".xz"},
-        {"TmpExt", Moraine::TmpExt, ".tmp"},
-        {"TxtExt", Moraine::TxtExt, ".txt"},
-        {"MaxSyslogExt", Moraine::MaxSyslogExt, ".9"},
-        {"SyslogPathAbs", Moraine::SyslogPathAbs, "/perm/logs/syslog"},
-        {"SyslogFn", Moraine::SyslogFn, "messages"},
-        {"SyslogPfe", Moraine::SyslogPfe, "/perm/logs/syslog/messages.txt"},
-        {"SyslogFirstRot", Moraine::SyslogFirstRot, "/perm/logs/syslog/messages.txt.0"},
-        {"ArchPathRel", Moraine::ArchPathRel, "archive"},
-        {"ArchPathAbs", Moraine::ArchPathAbs, "/perm/logs/syslog/archive"},
-        {"SyslogInit", Moraine::SyslogInit, "/etc/init.d/S01syslogd-moraine"},
-        {"SyslogPidPfe", Moraine::SyslogPidPfe, "/var/run/syslogd.pid"},
-        {"ArchInit", Moraine::ArchInit, "/etc/init.d/S90vandis-moraine"},
-        {"TmpPath", Moraine::TmpPath, "/tmp"},
-        {"SyslogTarFn", Moraine::SyslogTarFn, "syslog.tar"},
-        {"SyslogTarPfe", Moraine::SyslogTarPfe, "/tmp/syslog.tar"},
-        {"SyslogTmpPfe", Moraine::SyslogTmpPfe, "/tmp/messages.txt"},
-    };
-    for (const PathConstant& constant : constants) {
-        EXPECT_EQ(constant.value.native(), constant.text) << constant.name;
-    }
+    EXPECT_EQ(Moraine::XzExt.native(), ".xz");
+    EXPECT_EQ(Moraine::TmpExt.native(), ".tmp");
+    EXPECT_EQ(Moraine::TxtExt.native(), ".txt");
+    EXPECT_EQ(Moraine::MaxSyslogExt.native(), ".9");
+    EXPECT_EQ(Moraine::SyslogPathAbs.native(), "/perm/logs/syslog");
+    EXPECT_EQ(Moraine::SyslogFn.native(), "messages");
+    EXPECT_EQ(Moraine::SyslogPfe.native(), "/perm/logs/syslog/messages.txt");
+    EXPECT_EQ(Moraine::SyslogFirstRot.native(), "/perm/logs/syslog/messages.txt.0");
+    EXPECT_EQ(Moraine::ArchPathRel.native(), "archive");
+    EXPECT_EQ(Moraine::ArchPathAbs.native(), "/perm/logs/syslog/archive");
+    EXPECT_EQ(Moraine::SyslogInit.native(), "/etc/init.d/S01syslogd-moraine");
+    EXPECT_EQ(Moraine::SyslogPidPfe.native(), "/var/run/syslogd.pid");
+    EXPECT_EQ(Moraine::ArchInit.native(), "/etc/init.d/S90vandis-moraine");
+    EXPECT_EQ(Moraine::TmpPath.native(), "/tmp");
+    EXPECT_EQ(Moraine::SyslogTarFn.native(), "syslog.tar");
+    EXPECT_EQ(Moraine::SyslogTarPfe.native(), "/tmp/syslog.tar");
+    EXPECT_EQ(Moraine::SyslogTmpPfe.native(), "/tmp/messages.txt");
 }
 
 // Command texts count to the blank: callers append a file name without adding one.
 TEST(Constants, CommandsAreExactToTheBlank) {
-    const StringConstant constants[] = {
-        {"Name", Moraine::Name, "vandis-moraine"},
-        {"SyslogStopCmd", Moraine::SyslogStopCmd, "/etc/init.d/S01syslogd-moraine stop"},
-        {"SyslogStartCmd", Moraine::SyslogStartCmd, "/etc/init.d/S01syslogd-moraine start"},
-        {"ArchStopCmd", Moraine::ArchStopCmd, "/etc/init.d/S90vandis-moraine stop"},
-        {"ArchStartCmd", Moraine::ArchStartCmd, "/etc/init.d/S90vandis-moraine start"},
-        {"CdTmpCmd", Moraine::CdTmpCmd, "cd /tmp;"},
-        {"XzCmd", Moraine::XzCmd, "cd /tmp; xz -zf "},
-        {"CdTmpTarCreateCmd", Moraine::CdTmpTarCreateCmd,
-         "cd /tmp; tar --create --file syslog.tar "},
-        {"CdTmpTarAppendCmd", Moraine::CdTmpTarAppendCmd,
-         "cd /tmp; tar --append --file syslog.tar "},
-    };
-    for (const StringConstant& constant : constants) {
-        EXPECT_EQ(constant.value, constant.text) << constant.name;
-    }
-}
-
-TEST(Constants, CannotBeChanged) {
-    static_assert(std::is_same_v<decltype(Moraine::SyslogPfe), const std::filesystem::path>);
-    static_assert(std::is_same_v<decltype(Moraine::Name), const std::string>);
+    EXPECT_EQ(Moraine::Name, "vandis-moraine");
+    EXPECT_EQ(Moraine::SyslogStopCmd, "/etc/init.d/S01syslogd-moraine stop");
+    EXPECT_EQ(Moraine::SyslogStartCmd, "/etc/init.d/S01syslogd-moraine start");
+    EXPECT_EQ(Moraine::ArchStopCmd, "/etc/init.d/S90vandis-moraine stop");
+    EXPECT_EQ(Moraine::ArchStartCmd, "/etc/init.d/S90vandis-moraine start");
+    EXPECT_EQ(Moraine::CdTmpCmd, "cd /tmp;");
+    EXPECT_EQ(Moraine::XzCmd, "cd /tmp; xz -zf ");
+    EXPECT_EQ(Moraine::CdTmpTarCreateCmd, "cd /tmp; tar --create --file syslog.tar ");
+    EXPECT_EQ(Moraine::CdTmpTarAppendCmd, "cd /tmp; tar --append --file syslog.tar ");
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <array>
 #include <cstdio>
 #include <sstream>
-#include <utility>
 
 #include "tests/support/mounts.h"
 #include "tests/unit/logfileutils/fixture.h"
@@ -78,6 +77,9 @@ protected:
         return "cd /tmp; tar --append --file syslog.tar " + name;
     }
 
+    const std::string a = ArchName(1);
+    const std::string b = ArchName(2);
+    const std::string c = ArchName(3);
     const std::filesystem::path tmp = "/tmp";
     const std::filesystem::path tarFile = "/tmp/syslog.tar";
 

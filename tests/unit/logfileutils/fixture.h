@@ -21,7 +21,7 @@
 #include "tests/support/reason.h"
 #include "util/format.h"
 
-struct Catalogue : LogFileUtils {
+struct OpenCatalogue : LogFileUtils {
     using LogFileUtils::AddFileToTarball;
     using LogFileUtils::AddFileToTarballAfterCheckingLimits;
     using LogFileUtils::dlDone;
@@ -53,7 +53,7 @@ protected:
         (void)Faults::TakeCalls();
     }
 
-    void TearDown() override { ExpectNoLines(); }
+    void TearDown() override { EXPECT_LOG(); }
 
     // Puts files into the archive; the content of each is its name.
     void Archive(const Names& names) {
@@ -78,12 +78,9 @@ protected:
                              CannotOpen(archive, error)};
     }
 
-    void ExpectLines(const LogLines& lines) { EXPECT_EQ(log.Take(), lines); }
-    void ExpectNoLines() { ExpectLines({}); }
-
     const std::filesystem::path syslogDir = "/perm/logs/syslog";
     const std::filesystem::path archive = "/perm/logs/syslog/archive";
     const std::filesystem::path liveLog = "/perm/logs/syslog/messages.txt";
     LogSink log;
-    Catalogue catalogue;
+    OpenCatalogue catalogue;
 };

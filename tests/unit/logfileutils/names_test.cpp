@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "logfileutils/names.h"
 #include "tests/support/memory.h"
 #include "tests/unit/logfileutils/fixture.h"
 
@@ -54,29 +55,21 @@ TEST_F(NamesTest, EverythingElseIsNoArchiveFile) {
 }
 
 TEST_F(NamesTest, TheBootNumberIsTheSecondFieldOfAnyName) {
-    const std::pair<const char*, unsigned short> cases[] = {
-        {"messages.007.1970-01-01.00:14:07.txt.xz", 7},
-        {"messages.1000.1970-01-01.00:14:07.txt.xz", 1000},
-        {"messages.000.1970-01-01.00:14:07.txt.xz", 0},
-        {"messages.0.xz", 0},
-        {"messages.-0.xz", 0},
-        {"messages.1.xz", 1},
-        {"messages.999.xz", 999},
-        {"messages.65534.xz", 65534},
-        {"messages.65535.xz", 65535},
-        {"messages.0000000000000000000000065535.xz", 65535},
-        {"messages.+7.xz", 7},
-        {"messages.  7  .xz", 7},
-        {"messages.\t7.xz", 7},
-        {"messages.12abc.xz", 12},
-        {"messages.0x10.xz", 0},
-        {"messages.010.xz", 10},
-        {"messages.7", 7},
-        {"messages.7.", 7},
-        {"anything.7", 7},
-        {".7", 7},
-    };
-    for (const auto& [name, bootNum] : cases) ExpectBootNum(name, bootNum);
+    const std::pair<std::string, unsigned short> fields[] = {
+        {"007", 7},       {"1000", 1000},
+        {"000", 0},       {"0", 0},
+        {"-0", 0},        {"1", 1},
+        {"999", 999},     {"65534", 65534},
+        {"65535", 65535}, {"0000000000000000000000065535", 65535},
+        {"+7", 7},        {"  7  ", 7},
+        {"\t7", 7},       {"12abc", 12},
+        {"0x10", 0},      {"010", 10}};
+    for (const auto& [field, bootNum] : fields) {
+        ExpectBootNum("messages." + field + ".1970-01-01.00:14:07.txt.xz", bootNum);
+    }
+    for (const char* name : {"messages.7.xz", "messages.7", "messages.7.", "anything.7", ".7"}) {
+        ExpectBootNum(name, 7);
+    }
 }
 
 TEST_F(NamesTest, AFieldThatIsNoBootNumberIsAFailure) {
@@ -87,14 +80,14 @@ TEST_F(NamesTest, AFieldThatIsNoBootNumberIsAFailure) {
         unsigned short bootNum = Untouched;
         EXPECT_FAILURE(LogFileUtils::GetFnBootNum("messages." + field + ".xz", bootNum));
         EXPECT_EQ(bootNum, 0);
-        ExpectLines({{LOG_ERR, "StringToInt() failure on " + field + "."}});
+        EXPECT_LOG(Error("StringToInt() failure on " + field + "."));
     }
 }
 
 TEST_F(NamesTest, ANameWithoutFieldsCountsAsBootZeroAndIsLogged) {
     for (const std::string name : {"notes", "messages", "messages.", "", ".", "7", "%s%n"}) {
         ExpectBootNum(name, 0);
-        ExpectLines({{LOG_ERR, name + " is not a logging archive file."}});
+        EXPECT_LOG(Error(name + " is not a logging archive file."));
     }
 }
 
@@ -109,44 +102,26 @@ TEST_F(NamesTest, RotationsHaveTxtLastButOne) {
 }
 
 TEST_F(NamesTest, EverythingElseIsNoRotation) {
-    for (const char* name : {"",
-                             ".",
-                             "..",
-                             "messages",
-                             "messages.",
-                             "messages.0",
-                             "messages..0",
-                             "messages.txt",
-                             "messages.txt.",
-                             "messages.txt.txt",
-                             "messages.0.txt",
-                             "messages.txt.0.1",
-                             "messages.txt.0.tmp",
-                             "messages.txt.0.xz",
-                             "messages.txt0",
-                             "messages.TXT.0",
-                             "messages.tx.0",
-                             "messages.txtt.0",
-                             "messages. txt.0",
-                             "txt.0",
-                             ".txt.0",
-                             "txt.txt.0",
-                             "Messages.txt.0",
-                             "message.txt.0",
-                             "messages2.txt.0",
-                             " messages.txt.0",
-                             "messages/.txt.0",
-                             "messages.log.0",
-                             "/perm/logs/syslog/messages.txt.0",
-                             "archive"}) {
+    for (const std::string name :
+         {"", ".", "..", "archive", "messages", "messages.", "messages.0", "messages..0",
+          "messages.txt", "messages.txt.", "messages.txt.txt", "messages.0.txt", "messages.txt.0.1",
+          "messages.txt.0.tmp", "messages.txt.0.xz", "messages.txt0", "txt.0"}) {
         EXPECT_FALSE(LogFileUtils::IsSyslogRotFn(name)) << name;
     }
-    EXPECT_FALSE(LogFileUtils::IsSyslogRotFn("messages.txt\0.0"s));
+    for (const std::string& field : {"TXT"s, "tx"s, "txtt"s, " txt"s, "txt\0"s, "log"s}) {
+        const std::string name = "messages." + field + ".0";
+        EXPECT_FALSE(LogFileUtils::IsSyslogRotFn(name)) << name;
+    }
+    for (const std::string stem : {"", "txt", "Messages", "message", "messages2", " messages",
+                                   "messages/", "/perm/logs/syslog/messages"}) {
+        const std::string name = stem + ".txt.0";
+        EXPECT_FALSE(LogFileUtils::IsSyslogRotFn(name)) << name;
+    }
 }
 
 TEST_F(NamesTest, WhatIsBuiltIsReadBack) {
     for (const unsigned bootNum : {1U, 9U, 10U, 99U, 100U, 999U, 1000U, 9999U, 65535U}) {
-        const std::string name = ArchName(bootNum, 59);
+        const std::string name = Catalogue::ArchiveName(bootNum, "1970-01-01.00:00:59");
         EXPECT_TRUE(LogFileUtils::IsArchiveFileName(name)) << name;
         ExpectBootNum(name, static_cast<unsigned short>(bootNum));
     }
@@ -155,10 +130,12 @@ TEST_F(NamesTest, WhatIsBuiltIsReadBack) {
 TEST_F(NamesTest, ByteOrderIsOldestFirstUpToBoot999) {
     Names names;
     for (unsigned bootNum = 1; bootNum <= 999; ++bootNum) {
-        for (const unsigned second : {0U, 9U, 10U, 59U}) names.push_back(ArchName(bootNum, second));
+        for (const char* time : {"1970-01-01.23:59:59", "1970-01-02.00:00:00"}) {
+            names.push_back(Catalogue::ArchiveName(bootNum, time));
+        }
     }
     EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
-    EXPECT_LT(ArchName(1000), names.back());
+    EXPECT_LT(Catalogue::ArchiveName(1000, "1970-01-01.00:00:00"), names.back());
 }
 
 TEST_F(NamesTest, ANameThatCannotBeCutForLackOfMemoryIsLoggedAndIsNothing) {
@@ -172,7 +149,7 @@ TEST_F(NamesTest, ANameThatCannotBeCutForLackOfMemoryIsLoggedAndIsNothing) {
     }
     EXPECT_EQ(bootNum, 0);
     const LogLine line{LOG_ERR, "Slice() failure on messages.txt.xz."};
-    ExpectLines({line, line, line});
+    EXPECT_LOG(line, line, line);
 }
 
 }  // namespace

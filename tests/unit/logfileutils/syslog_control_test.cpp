@@ -23,28 +23,31 @@ protected:
     }
 
     const fs::path pidFile = "/var/run/syslogd.pid";
+    const LogLine noPidFile{LOG_WARNING,
+                            "Attempt to read file /var/run/syslogd.pid, which does not exist."};
+    const LogLine deleted{LOG_INFO, "The syslog file was deleted."};
 };
 
 TEST_F(SyslogControlTest, WhateverNumberThePidFileHoldsGetsTheSignal) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"123\n", "kill 123 1"},
-        {"123", "kill 123 1"},
-        {"  123  ", "kill 123 1"},
-        {"\n123\r\n", "kill 123 1"},
-        {"123 456\n", "kill 123 1"},
-        {"12abc", "kill 12 1"},
-        {"010", "kill 10 1"},
-        {"1", "kill 1 1"},
-        {"0\n", "kill 0 1"},
-        {"-1\n", "kill -1 1"},
-        {"-5\n", "kill -5 1"},
-        {"2147483647\n", "kill 2147483647 1"},
-        {"-2147483648\n", "kill -2147483648 1"},
+    const std::pair<std::string, std::string> cases[] = {
+        {"123\n", "123"},
+        {"123", "123"},
+        {"  123  ", "123"},
+        {"\n123\r\n", "123"},
+        {"123 456\n", "123"},
+        {"12abc", "12"},
+        {"010", "10"},
+        {"1", "1"},
+        {"0\n", "0"},
+        {"-1\n", "-1"},
+        {"-5\n", "-5"},
+        {"2147483647\n", "2147483647"},
+        {"-2147483648\n", "-2147483648"},
     };
-    for (const auto& [text, call] : cases) {
+    for (const auto& [text, pid] : cases) {
         SCOPED_TRACE(text);
         WriteFile(pidFile, text);
-        ExpectCalls({call});
+        ExpectCalls({"kill " + pid + " 1"});
     }
     static_assert(SIGHUP == 1);
 }
@@ -59,26 +62,24 @@ TEST_F(SyslogControlTest, APidFileWithoutANumberIsSilentlyIgnored) {
 }
 
 TEST_F(SyslogControlTest, AMissingPidFileMeansNoSignal) {
-    const LogLines missing = {
-        {LOG_WARNING, "Attempt to read file /var/run/syslogd.pid, which does not exist."}};
     ExpectCalls({});
-    ExpectLines(missing);
+    EXPECT_LOG(noPidFile);
 
     fs::create_directory(pidFile);
     ExpectCalls({});
-    fs::remove(pidFile);
-    ExpectLines(missing);
+    EXPECT_LOG(noPidFile);
 
+    fs::remove(pidFile);
     fs::create_symlink("nowhere", pidFile);
     ExpectCalls({});
-    ExpectLines(missing);
+    EXPECT_LOG(noPidFile);
 }
 
 TEST_F(SyslogControlTest, AnUnreadablePidFileMeansNoSignal) {
     WriteFile(pidFile, "123\n");
     Faults::Fail("fread", EIO);
     ExpectCalls({});
-    ExpectLines({{LOG_ERR, "Could not read a file: Input/output error"}});
+    EXPECT_LOG(Error("Could not read a file: Input/output error"));
 }
 
 TEST_F(SyslogControlTest, ASyslogdThatHasGoneIsNotLogged) {
@@ -89,27 +90,22 @@ TEST_F(SyslogControlTest, ASyslogdThatHasGoneIsNotLogged) {
 
 TEST_F(SyslogControlTest, DeletingTheLiveLogSignalsSyslogdAfterwards) {
     WriteFile(pidFile, "123\n");
-    WriteFile(liveLog, "1");
-    WriteFile(syslogDir / "messages.txt.0", "2");
+    MakeDir(syslogDir, {{"messages.txt", "1"}, {"messages.txt.0", "2"}});
     EXPECT_SUCCESS(catalogue.DeleteSyslogFile());
     EXPECT_DIR(syslogDir, {{"archive/", ""}, {"messages.txt.0", "2"}});
     EXPECT_EQ(Faults::TakeCalls(), (Names{"remove /perm/logs/syslog/messages.txt", "kill 123 1"}));
-    ExpectLines({{LOG_INFO, "The syslog file was deleted."}});
-}
+    EXPECT_LOG(deleted);
 
-TEST_F(SyslogControlTest, DeletingALiveLogThatIsNotThereSignalsAllTheSame) {
-    WriteFile(pidFile, "123\n");
-    EXPECT_SUCCESS(catalogue.DeleteSyslogFile());
+    EXPECT_SUCCESS(catalogue.DeleteSyslogFile()) << "a live log that is not there";
     EXPECT_EQ(Faults::TakeCalls().back(), "kill 123 1");
-    ExpectLines({{LOG_INFO, "The syslog file was deleted."}});
+    EXPECT_LOG(deleted);
 }
 
 TEST_F(SyslogControlTest, DeletingTheLiveLogNeedsNoSyslogd) {
     WriteFile(liveLog, "1");
     EXPECT_SUCCESS(catalogue.DeleteSyslogFile());
     EXPECT_DIR(syslogDir, {{"archive/", ""}});
-    ExpectLines({{LOG_WARNING, "Attempt to read file /var/run/syslogd.pid, which does not exist."},
-                 {LOG_INFO, "The syslog file was deleted."}});
+    EXPECT_LOG(noPidFile, deleted);
 }
 
 class UndeletableLiveLogTest : public SyslogControlTest {
@@ -118,7 +114,7 @@ protected:
         WriteFile(pidFile, "123\n");
         EXPECT_FAILURE(catalogue.DeleteSyslogFile());
         EXPECT_EQ(Faults::TakeCalls(), Names{"remove /perm/logs/syslog/messages.txt"});
-        ExpectLines({{LOG_ERR, RemovalFailure(liveLog)}});
+        EXPECT_LOG(Error(RemovalFailure(liveLog)));
         EXPECT_TRUE(fs::exists(liveLog));
     }
 };

@@ -17,9 +17,39 @@ using testing::StartsWith;
 const std::string Compress = "/usr/bin/xz \"$@\"; ";
 const std::string OnlyOnce = "mkdir /stand-in/once 2>/dev/null || exit 0; ";
 
+// The nth call of a function.
+using Moment = std::pair<const char*, int>;
+
+// Right after the compression, and after a later step.
+const std::vector<Moment> OnceCompressed{{"lease", 3}, {"fsync", 2}};
+
 class ArchiveSafetyTest : public RotateTest {
 protected:
     ArchiveSafetyTest() { WriteFile(rotation, "old\n"); }
+
+    // For each moment: an empty archive, the rotation, and `expect`, which archives the rotation
+    // while `action` happens at that moment.
+    void AtEach(const std::vector<Moment>& moments, const std::function<void()>& action,
+                const std::function<void()>& expect) {
+        for (const auto& [function, nth] : moments) {
+            SCOPED_TRACE(testing::Message() << function << ' ' << nth);
+            MakeArchive();
+            WriteFile(rotation, "old\n");
+            bool happened = false;
+            OnNthCall(function, nth, [&] {
+                happened = true;
+                action();
+            });
+            expect();
+            EXPECT_TRUE(happened);
+        }
+    }
+
+    // Somebody deletes the rotation, and makes another one of its name.
+    void Replace() const {
+        fs::remove(rotation);
+        WriteFile(rotation, "new\n");
+    }
 
     // What syslogd does when its log has grown.
     void MoveRotation() const { fs::rename(rotation, nextRotation); }
@@ -73,9 +103,10 @@ TEST_F(ArchiveSafetyTest, ARotationDuringTheCompressionLosesNothing) {
     ExpectBothArchivedLater();
 }
 
-TEST_F(ArchiveSafetyTest, ARotationBeforeTheCompressionLosesNothing) {
-    OnNthCall("system", 1, [this] { RotateSyslog(); });
-    ExpectLeft(bothRotations);
+TEST_F(ArchiveSafetyTest, ARotationBetweenOpeningAndRemovalLosesNothing) {
+    AtEach(
+        {{"system", 1}, {"fsync", 1}, {"fsync", 2}, {"fsync", 3}}, [this] { RotateSyslog(); },
+        [this] { ExpectLeft(bothRotations); });
 }
 
 // syslogd moves one file up after the other: for a moment there is none of that name.
@@ -86,17 +117,11 @@ TEST_F(ArchiveSafetyTest, ARotationUnderWayLosesNothing) {
 }
 
 TEST_F(ArchiveSafetyTest, ARotationWithNothingToFollowLosesNothing) {
-    StandIn("xz", Compress + "mv \"$2\" \"${2%0}1\"");
-    ExpectLeft({{"messages.txt.1", "old\n"}});
-}
-
-TEST_F(ArchiveSafetyTest, ARotationBetweenCompressionAndRemovalLosesNothing) {
-    for (const int sync : {1, 2, 3}) {
-        SCOPED_TRACE(sync);
-        WriteFile(rotation, "old\n");
-        OnNthCall("fsync", sync, [this] { RotateSyslog(); });
-        ExpectLeft(bothRotations);
-    }
+    AtEach(
+        {{"lease", 3}, {"rename", 2}}, [this] { MoveRotation(); },
+        [this] {
+            ExpectLeft({{"messages.txt.1", "old\n"}});
+        });
 }
 
 TEST_F(ArchiveSafetyTest, ARotationAfterTheListingLosesNothing) {
@@ -138,11 +163,6 @@ TEST_F(ArchiveSafetyTest, ARotationAtTheMomentOfTheRemovalLosesAndDoublesNothing
               fs::file_size(archive / ArchFn(7, 42)) + fs::file_size(archive / ArchFn(7, 43)));
 }
 
-TEST_F(ArchiveSafetyTest, ARotationUnderWayAtTheMomentOfTheRemovalLosesNothing) {
-    OnNthCall("rename", 2, [this] { MoveRotation(); });
-    ExpectLeft({{"messages.txt.1", "old\n"}});
-}
-
 TEST_F(ArchiveSafetyTest, ATakenLogThatWaitsIsNotReplacedByTheRemoval) {
     WriteFile(tmpLog, "taken\n");
     EXPECT_SUCCESS(rotate.Archive(rotation));
@@ -180,8 +200,7 @@ TEST_F(ArchiveSafetyTest, AFileWithAWriterIsLeftToALaterCycle) {
         ASSERT_NE(writer, nullptr);
         (void)std::fclose(writer);
     }
-    EXPECT_SUCCESS(rotate.Archive(rotation));
-    ExpectOnlyArchived("old\n");
+    ExpectGone("old\n");
 }
 
 TEST_F(ArchiveSafetyTest, AWriterThatComesLaterWaits) {
@@ -201,21 +220,11 @@ TEST_F(ArchiveSafetyTest, AWriterThatComesLaterWaits) {
     AppendToFile(nextRotation, "not waiting\n");
 }
 
-TEST_F(ArchiveSafetyTest, AFileSystemWithoutLeasesIsNoObstacle) {
-    Faults::Fail("lease", EINVAL);
-    ExpectGone("old\n");
-}
-
 // -- The source is deleted for good: the archive has the only copy.
 
-TEST_F(ArchiveSafetyTest, AFileThatIsDeletedDuringTheCompressionIsArchived) {
-    StandIn("xz", Compress + "rm \"$2\"");
-    ExpectGone("old\n");
-}
-
-TEST_F(ArchiveSafetyTest, AFileThatIsDeletedBetweenCompressionAndRemovalIsArchived) {
-    OnNthCall("fsync", 2, [this] { fs::remove(rotation); });
-    ExpectGone("old\n");
+TEST_F(ArchiveSafetyTest, AFileThatIsDeletedOnceItIsCompressedIsArchived) {
+    AtEach(
+        OnceCompressed, [this] { fs::remove(rotation); }, [this] { ExpectGone("old\n"); });
 }
 
 TEST_F(ArchiveSafetyTest, AFileThatIsDeletedBeforeTheCompressionIsNoFailure) {
@@ -227,10 +236,7 @@ TEST_F(ArchiveSafetyTest, AFileThatIsDeletedBeforeTheCompressionIsNoFailure) {
 }
 
 TEST_F(ArchiveSafetyTest, AFileThatTakesTheNameOfADeletedOneIsArchivedOnce) {
-    OnNthCall("system", 1, [this] {
-        fs::remove(rotation);
-        WriteFile(rotation, "new\n");
-    });
+    OnNthCall("system", 1, [this] { Replace(); });
     EXPECT_SUCCESS(rotate.Archive(rotation));
     ExpectNoTrace({{"messages.txt.0", "new\n"}});
     EXPECT_SUCCESS(rotate.CheckLogs());
@@ -238,20 +244,13 @@ TEST_F(ArchiveSafetyTest, AFileThatTakesTheNameOfADeletedOneIsArchivedOnce) {
 }
 
 TEST_F(ArchiveSafetyTest, AFileThatTakesTheNameOfADeletedOneStays) {
-    StandIn("xz", Compress + "rm \"$2\"; echo new > \"$2\"");
-    EXPECT_SUCCESS(rotate.Archive(rotation));
-    ExpectArchived("old\n");
-    ExpectLogs({{"messages.txt.0", "new\n"}});
-}
-
-TEST_F(ArchiveSafetyTest, AFileThatTakesTheNameOfALateDeletedOneStays) {
-    OnNthCall("fsync", 2, [this] {
-        fs::remove(rotation);
-        WriteFile(rotation, "new\n");
-    });
-    EXPECT_SUCCESS(rotate.Archive(rotation));
-    ExpectArchived("old\n");
-    ExpectLogs({{"messages.txt.0", "new\n"}});
+    AtEach(
+        OnceCompressed, [this] { Replace(); },
+        [this] {
+            EXPECT_SUCCESS(rotate.Archive(rotation));
+            ExpectArchived("old\n");
+            ExpectLogs({{"messages.txt.0", "new\n"}});
+        });
 }
 
 TEST_F(ArchiveSafetyTest, OfALinkTheLinkGoesAndItsTargetStays) {
@@ -273,14 +272,9 @@ TEST_F(ArchiveSafetyTest, LinesWrittenDuringTheCompressionAreArchived) {
 
 TEST_F(ArchiveSafetyTest, LinesWrittenBetweenCompressionAndRemovalAreArchived) {
     Faults::Fail("lease", EINVAL);  // With a lease, a process that opens the file to write waits.
-    for (const int sync : {1, 2, 3}) {
-        SCOPED_TRACE(sync);
-        MakeArchive();
-        rotate.archDirSize = 0;
-        WriteFile(rotation, "old\n");
-        OnNthCall("fsync", sync, [this] { AppendToFile(rotation, "late\n"); });
-        ExpectGone("old\nlate\n");
-    }
+    AtEach(
+        {{"fsync", 1}, {"fsync", 2}, {"fsync", 3}}, [this] { AppendToFile(rotation, "late\n"); },
+        [this] { ExpectGone("old\nlate\n"); });
 }
 
 // A file that got other lines of the same length is recognised by its time.
@@ -291,7 +285,6 @@ TEST_F(ArchiveSafetyTest, LinesThatReplaceOthersAreArchived) {
          {timespec{Before.tv_sec, 200'000'000}, timespec{Before.tv_sec + 1, Before.tv_nsec}}) {
         SCOPED_TRACE(after.tv_sec);
         MakeArchive();
-        rotate.archDirSize = 0;
         WriteFileAt(rotation, "old\n", Before);
         OnNthCall("fsync", 1, [&] { WriteFileAt(rotation, "new\n", after); });
         EXPECT_SUCCESS(rotate.Archive(rotation));

@@ -83,11 +83,12 @@ protected:
         for (const std::string& name : names) WriteFile(folder / name, name);
     }
 
-    // An archive of these files, and no others.
-    void MakeArchive(const Texts& names = {}) const {
+    // An archive of these files, and no others, of which nothing is counted.
+    void MakeArchive(const Texts& names = {}) {
         fs::remove_all(archive);
         fs::create_directory(archive);
         WriteFiles(archive, names);
+        rotate.archDirSize = 0;
     }
 
     // The archive as it was before compression; and the texts alone, oldest first.

@@ -8,6 +8,12 @@
 
 namespace {
 
+static_assert(std::is_same_v<decltype(Engine::numReboots), unsigned short>);
+static_assert(std::is_same_v<decltype(Engine::bootNum), unsigned int>);
+static_assert(std::is_same_v<decltype(Engine::archDirSize), unsigned long>);
+static_assert(std::is_base_of_v<LogFileUtils, Rotate>);
+static_assert(!std::is_polymorphic_v<Rotate>);
+
 TEST(EngineObject, StartsFresh) {
     const Engine rotate;
     EXPECT_EQ(rotate.numReboots, 0xFFFF);
@@ -15,22 +21,10 @@ TEST(EngineObject, StartsFresh) {
     EXPECT_EQ(rotate.archDirSize, 0U);
 }
 
-TEST(EngineObject, HasFieldsOfTheseTypes) {
-    EXPECT_TRUE((std::is_same_v<decltype(Engine::numReboots), unsigned short>));
-    EXPECT_TRUE((std::is_same_v<decltype(Engine::bootNum), unsigned int>));
-    EXPECT_TRUE((std::is_same_v<decltype(Engine::archDirSize), unsigned long>));
-}
-
-TEST(EngineObject, IsTheCatalogueWithNothingVirtual) {
-    EXPECT_TRUE((std::is_base_of_v<LogFileUtils, Rotate>));
-    EXPECT_FALSE(std::is_polymorphic_v<Rotate>);
-}
-
 using FreshEngineTest = RotateTest;
 
 TEST_F(FreshEngineTest, CountsTheBootsInsteadOfTrustingItsCache) {
-    WriteFile(archive / ArchFn(3));
-    WriteFile(archive / ArchFn(5));
+    WriteFiles(archive, {ArchFn(3), ArchFn(5)});
     ArchiveStats_s stats{};
     EXPECT_SUCCESS(rotate.GetArchiveStats(stats, false));
     EXPECT_EQ(stats.numReboots, 3);

@@ -9,14 +9,10 @@ namespace {
 using testing::IsEmpty;
 using testing::StartsWith;
 
-class StartupTest : public RotateTest {
-protected:
-    void RemoveArchive() const { fs::remove(archive); }
+using StartupTest = RotateTest;
 
+TEST_F(StartupTest, MakesTheDirectories) {
     const LogLine emptyLine{LOG_INFO, "Archive directory size is 0.000 bytes."};
-};
-
-TEST_F(StartupTest, OnAFreshDeviceMakesTheDirectories) {
     fs::remove_all(syslogDir);
     EXPECT_SUCCESS(rotate.Init());
     ExpectLogs({});
@@ -24,10 +20,8 @@ TEST_F(StartupTest, OnAFreshDeviceMakesTheDirectories) {
     EXPECT_LOG(Warning("Path '/perm/logs/syslog' does not exist.  There is a problem with syslog, "
                        "or a mismatch in configurations."),
                emptyLine);
-}
 
-TEST_F(StartupTest, MakesTheArchiveSilently) {
-    RemoveArchive();
+    fs::remove(archive);
     EXPECT_SUCCESS(rotate.Init());
     ExpectLogs({});
     EXPECT_LOG(emptyLine);
@@ -35,21 +29,19 @@ TEST_F(StartupTest, MakesTheArchiveSilently) {
 
 TEST_F(StartupTest, LeavesTheLiveLogAndItsRotationsAlone) {
     const Dir logs{{"messages.txt", "live"}, {"messages.txt.0", "0"}, {"messages.txt.9", "9"}};
-    for (const auto& [name, text] : logs) WriteFile(syslogDir / name, text);
+    MakeDir(syslogDir, logs);
     EXPECT_SUCCESS(rotate.Init());
     ExpectLogs(logs);
 }
 
 TEST_F(StartupTest, MeasuresTheArchive) {
-    WriteFile(archive / ArchFn(41), "0123456789");
-    WriteFile(archive / "messages.040.foreign", "01234");
+    MakeDir(archive, {{ArchFn(41), "0123456789"}, {"messages.040.foreign", "01234"}});
     EXPECT_SUCCESS(rotate.Init());
     EXPECT_EQ(rotate.archDirSize, 15U);
 }
 
 TEST_F(StartupTest, TakesAllStepsInTheirOrder) {
     Logging::SetLogLevel(Logging::SeverityDebug);
-    RemoveArchive();
     WriteSparseFile(archive / ArchFn(41), 600'000'000);
     WriteSparseFile(archive / ArchFn(42), 600'000'000);
     WriteFile(tmpLog, "old\n");
@@ -89,8 +81,10 @@ TEST_F(FailingStartupTest, SyslogDirectory) {
 }
 
 TEST_F(FailingStartupTest, Capacity) {
+    fs::remove(archive);
     Faults::SetCapacity(1288490187);
     ExpectFailure({Error(StartsWith("Required archive capacity is "))});
+    EXPECT_FALSE(fs::exists(archive));
 }
 
 TEST_F(FailingStartupTest, ArchiveDirectory) {
@@ -109,6 +103,7 @@ TEST_F(FailingStartupTest, BootNumbers) {
 TEST_F(FailingStartupTest, Leftovers) {
     StandIn("xz", "exit 1");
     ExpectFailure({Error(StartsWith("Unable to 'xz -fk "))}, 1);
+    ExpectLogs({{"messages.txt.tmp", "old\n"}});
 }
 
 TEST_F(FailingStartupTest, Measurement) {
@@ -126,13 +121,6 @@ TEST_F(FailingStartupTest, SizeLimit) {
                    Info(StartsWith("Log archive size ")), Error(StartsWith("Remove failure for ")),
                    Error(StartsWith("The archive directory "))},
                   2, true);
-}
-
-TEST_F(StartupTest, WithTooSmallAFileSystemMakesNoArchive) {
-    RemoveArchive();
-    Faults::SetCapacity(1288490187);
-    EXPECT_FAILURE(rotate.Init());
-    EXPECT_DIR(syslogDir, {});
 }
 
 TEST_F(StartupTest, AnArchiveThatCannotBeReadIsAnException) {
@@ -211,50 +199,34 @@ TEST_F(LeftoverTest, ATakenLogIsArchivedUnderTheNewBootNumber) {
     EXPECT_LOG(ArchivedLine(tmpLog));
 }
 
-TEST_F(LeftoverTest, AnyFileWithATemporaryNameIsArchived) {
-    WriteFile(syslogDir / "messages.txt.3.tmp", "old\n");
-    EXPECT_SUCCESS(rotate.CleanUpTempFiles());
-    ExpectOnlyArchived("old\n");
-}
-
 TEST_F(LeftoverTest, ATakenLogGoesWithWhatWasCompressedOfIt) {
-    for (const bool isSourceOlder : {true, false}) {
-        WriteFile(tmpLog.string() + (isSourceOlder ? "" : ".xz"), "old\n");
-        WriteFile(tmpLog.string() + (isSourceOlder ? ".xz" : ""), "old\n");
-        WriteFile(tmpLog, "old\n");
-        rotate.archDirSize = 0;
+    const Path compressed = tmpLog.string() + ".xz";
+    for (const Texts& inOrderOfAge : {Texts{tmpLog, compressed}, Texts{compressed, tmpLog}}) {
+        MakeArchive();
+        for (const std::string& pfn : inOrderOfAge) WriteFile(pfn, "old\n");
         EXPECT_SUCCESS(rotate.CleanUpTempFiles());
         ExpectOnlyArchived("old\n");
-        fs::remove(archive / ArchFn(7));
     }
 }
 
-TEST_F(LeftoverTest, TwoTakenLogsMakeTwoArchiveFiles) {
-    WriteFile(syslogDir / "a.tmp", "one\n");
-    WriteFile(syslogDir / "b.tmp", "other\n");
+TEST_F(LeftoverTest, EachFileWithATemporaryNameMakesAnArchiveFile) {
+    MakeDir(syslogDir, {{"a.tmp", "one\n"}, {"messages.txt.3.tmp", "other\n"}});
     EXPECT_SUCCESS(rotate.CleanUpTempFiles());
     ExpectLogs({});
     EXPECT_THAT(ArchivedTexts(), testing::UnorderedElementsAre("one\n", "other\n"));
 }
 
 TEST_F(LeftoverTest, LeavesTheArchiveAlone) {
-    WriteFile(archive / ArchFn(1), "archived");
-    WriteFile(archive / "messages.txt.tmp", "foreign");
+    const Dir archived{{ArchFn(1), "archived"}, {"messages.txt.tmp", "foreign"}};
+    MakeDir(archive, archived);
     EXPECT_SUCCESS(rotate.CleanUpTempFiles());
-    EXPECT_DIR(archive, {{ArchFn(1), "archived"}, {"messages.txt.tmp", "foreign"}});
+    EXPECT_EQ(ReadDir(archive), archived);
 }
 
 TEST_F(LeftoverTest, ACompressedOneThatCannotBeDeletedIsAFailure) {
     WriteFile(syslogDir / "full.xz" / "file");
     EXPECT_FAILURE(rotate.CleanUpTempFiles());
     EXPECT_LOG(Error(StartsWith("Remove failure for /perm/logs/syslog/full.xz: ")));
-}
-
-TEST_F(LeftoverTest, ATakenLogThatCannotBeArchivedIsAFailure) {
-    StandIn("xz", "exit 1");
-    WriteFile(tmpLog, "old\n");
-    EXPECT_FAILURE(rotate.CleanUpTempFiles());
-    ExpectLogs({{"messages.txt.tmp", "old\n"}});
 }
 
 TEST_F(LeftoverTest, APipeWithATemporaryNameIsAFailureAndHoldsNothingUp) {

@@ -19,14 +19,14 @@ protected:
     }
 
     // An archive of one file, with the time of what it was made of.
-    void Archived(const std::string& name, const std::string& text) const {
+    void Archived(const std::string& name, const std::string& text) {
         MakeArchive();
         WriteAt("/perm/source", text);
         ASSERT_EQ(std::system("xz /perm/source"), 0);
         fs::rename("/perm/source.xz", archive / name);
     }
 
-    void MakeTwins() const {
+    void MakeTwins() {
         Archived(ArchFn(1), "old\n");
         WriteAt(rotation, "old\n");
     }
