@@ -17,6 +17,7 @@ const std::string Name = "vandis-moraine";
 const path SyslogPathAbs = "/perm/logs/syslog";
 const path SyslogFn = "messages";
 const path SyslogPfe = SyslogPathAbs / (SyslogFn.native() + TxtExt.native());
+const path SyslogTakenPfe = SyslogPfe.native() + TmpExt.native();
 const path ArchPathRel = "archive";
 const path ArchPathAbs = SyslogPathAbs / ArchPathRel;
 

@@ -23,7 +23,7 @@ inline constexpr unsigned long MaxArchiveSize = 1UL << 30;            // bytes
 inline constexpr unsigned long MaxDownloadSize = 15UL * 1024 * 1024;  // bytes
 
 extern const std::filesystem::path XzExt;
-extern const std::filesystem::path TmpExt;  // a live log that is being archived
+extern const std::filesystem::path TmpExt;  // a log that was taken from syslogd
 extern const std::filesystem::path TxtExt;
 extern const std::filesystem::path MaxSyslogExt;  // the highest rotation that syslogd makes
 
@@ -31,6 +31,7 @@ extern const std::filesystem::path MaxSyslogExt;  // the highest rotation that s
 extern const std::filesystem::path SyslogPathAbs;
 extern const std::filesystem::path SyslogFn;  // the stem only: "messages"
 extern const std::filesystem::path SyslogPfe;
+extern const std::filesystem::path SyslogTakenPfe;  // out of syslogd's reach, to be archived
 extern const std::filesystem::path SyslogFirstRot;
 extern const std::filesystem::path ArchPathRel;
 extern const std::filesystem::path ArchPathAbs;

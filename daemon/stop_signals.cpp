@@ -64,7 +64,7 @@ void InstallStopSignals() {
 }
 
 void LogCaughtSignals() {
-    static bool isLogging = false;  // Each of the lines comes back here as the hook.
+    static bool isLogging = false;  // `Log::Info` re-enters this function through the hook.
     if (isLogging) return;
     isLogging = true;
     while (numNoted != 0) {  // guard: caught-signals

@@ -5,7 +5,8 @@
 //
 //   messages.txt                                  the live log
 //   messages.txt.0 ... messages.txt.9             rotations by syslogd, .0 the newest
-//   messages.txt.tmp                              a live log that is being archived
+//   messages.txt.tmp                              a log that was taken from syslogd
+//   messages.txt.7.xz, messages.txt.tmp.xz        their copies by xz; a start deletes them
 //   messages.007.1970-01-01.00:14:07.txt.xz       an archive file:
 //   |        |   |                   |
 //   |        |   |                   `- compressed text

@@ -57,7 +57,7 @@ bool LogFileUtils::GetBootNumRange(unsigned short& min, unsigned short& max) con
 
 bool LogFileUtils::GetNumReboots(unsigned short& count) const {
     count = 0;
-    unsigned short min = 999;
+    unsigned short min = Moraine::MaxBootNum;
     unsigned short max = 0;
     if (GetBootNumRange(min, max)) return true;
     if (min != 0 || max != 0) count = static_cast<unsigned short>(max + 1 - min);
@@ -66,15 +66,14 @@ bool LogFileUtils::GetNumReboots(unsigned short& count) const {
 
 bool LogFileUtils::GetArchiveStats(ArchiveStats_s& stats, bool refresh) {
     stats = {};
-    const bool isKnown = numReboots <= 999;
+    const bool isKnown = numReboots <= Moraine::MaxBootNum;
     if (refresh || !isKnown) {
         unsigned short count = 0;
         if (GetNumReboots(count)) return true;
         numReboots = count;
     }
     stats.numReboots = numReboots;
-    return GetNumArchFiles(stats.numFiles) ||
-           Futils::GetDirSize(Moraine::ArchPathAbs, stats.dirSize);
+    return GetNumArchFiles(stats.numFiles) || GetArchDirSize(stats.dirSize);
 }
 
 std::set<std::string> LogFileUtils::GetArchiveFileList() const {

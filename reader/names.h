@@ -6,7 +6,7 @@
 // is strict where the daemon is deliberately wide:
 //
 //   messages.txt                               the live log
-//   messages.txt.tmp                           a live log whose archiving was interrupted
+//   messages.txt.tmp                           a log whose archiving was interrupted
 //   messages.txt.3, messages.txt.old           rotations: a suffix without dots
 //   messages.txt.xz, messages.txt.tmp.xz, messages.txt.3.xz
 //                                              the same in a download, compressed

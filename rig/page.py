@@ -54,8 +54,8 @@ def files(build: Path, busybox: Path) -> dict[str, Path]:
 
 def settings(port: int) -> None:
     """Of syslogd and of the page. Where only one user exists, the page's user is that one."""
-    has_users = len(Path("/proc/self/uid_map").read_text().split()) == 3 and \
-        int(Path("/proc/self/uid_map").read_text().split()[2]) > 1
+    uid_map = Path("/proc/self/uid_map").read_text().split()
+    has_users = len(uid_map) == 3 and int(uid_map[2]) > 1
     group = ""
     with open("/etc/group", "a", encoding="utf-8") as groups:
         groups.write("log:x:813:\n")

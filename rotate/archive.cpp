@@ -106,16 +106,17 @@ private:
 
 bool Rotate::Archiving::Run() {
     if (const std::optional<bool> failed = RemoveIfArchived()) return *failed;
-    const std::string tmpPfe = pfn + Moraine::TmpExt.native();
     // Taking the live log would replace one whose archiving was interrupted. That one goes first.
-    if (IsLiveLog() && Futils::FileExists(tmpPfe)) return rotate.Archive(tmpPfe);
+    if (IsLiveLog() && Futils::FileExists(Moraine::SyslogTakenPfe)) {
+        return rotate.Archive(Moraine::SyslogTakenPfe);
+    }
 
     ElapsedTime stopwatch(100.0);
     dest = rotate.GetFreeArchPfe();
     if (dest.empty()) return true;
     if (IsLiveLog()) {
-        if (Futils::Rename(pfn, tmpPfe)) return true;
-        source.SetPfn(tmpPfe);
+        if (Futils::Rename(pfn, Moraine::SyslogTakenPfe)) return true;
+        source.SetPfn(Moraine::SyslogTakenPfe);
         rotate.SendSigHupToSyslog();
     }
     Log::Debug("Archiving '%s'.", source.Pfn().filename().c_str());
@@ -256,11 +257,11 @@ Rotate::Archiving::Ending Rotate::Archiving::RemoveSource() {
 // cannot be given back, since syslogd may be about to rename another one to the same name. It is
 // archived next, and then the source is found to have a twin.
 Rotate::Archiving::Ending Rotate::Archiving::Unlink() {
-    const fs::path taken = Moraine::SyslogPfe.native() + Moraine::TmpExt.native();
-    const int error = IsTemporary() ? EEXIST : Futils::TryRenameNoReplace(source.Pfn(), taken);
+    const int error =
+        IsTemporary() ? EEXIST : Futils::TryRenameNoReplace(source.Pfn(), Moraine::SyslogTakenPfe);
     if (error == ENOENT) return TakeBack(Outcome::Moved);
     if (error == 0) {
-        source.SetPfn(taken);
+        source.SetPfn(Moraine::SyslogTakenPfe);
         const SourceFile::State state = source.Look();
         if (state == SourceFile::State::Moved) {  // guard: removal
             rotate.possibleTwins->insert(dest.filename());
@@ -368,7 +369,7 @@ std::string GetMonotonicClockString() {
     }
     char text[64] = {};
     if (std::strftime(text, sizeof text - 1, "%Y-%m-%d.%H:%M:%S", &date) == 0) {
-        Log::Warn("gmtime_r() failure.");  // strftime it was; the text is the known one.
+        Log::Warn("gmtime_r() failure.");  // The text is fixed, although strftime failed.
         return {};
     }
     return text;

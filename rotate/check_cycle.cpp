@@ -54,8 +54,7 @@ bool Rotate::ArchiveMaxSyslogdPfn(const std::filesystem::path& pfn) {
     (void)Futils::System(Moraine::SyslogStopCmd);  // Archived even if syslogd would not stop.
     if (ArchiveIfThere(pfn)) return true;
     // Left to a later cycle, it needs a name that syslogd does not overwrite.
-    const std::string taken = Moraine::SyslogPfe.native() + Moraine::TmpExt.native();
-    if (Futils::FileExists(pfn)) (void)Futils::TryRenameNoReplace(pfn, taken);
+    if (Futils::FileExists(pfn)) (void)Futils::TryRenameNoReplace(pfn, Moraine::SyslogTakenPfe);
     if (Futils::System(Moraine::SyslogStartCmd)) return true;  // guard: start-syslogd
     Log::Error(
         "Syslog had to be stopped to deal with its last possible rotation.  Messages were lost.");

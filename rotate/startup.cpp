@@ -43,7 +43,8 @@ bool Rotate::Init() {
     if (SetBootNum()) return true;
     possibleTwins.reset();
     if (CleanUpTempFiles()) return true;
-    if (RemoveArchivedFiles()) return true;  // Behind it: a removal needs the ".tmp" name free.
+    // After the clean-up: removing a file needs the ".tmp" name.
+    if (RemoveArchivedFiles()) return true;
     if (ResetArchDirSize()) return true;
     return CheckArchSize();
 }

@@ -15,9 +15,9 @@ namespace {
 
 constexpr std::size_t FormatBufferSize = 4096;
 
-constexpr long SecsPerMinute = 60;
-constexpr long SecsPerHour = 3600;
-constexpr long SecsPerDay = 86400;
+constexpr unsigned SecsPerMinute = 60;
+constexpr unsigned SecsPerHour = 3600;
+constexpr unsigned SecsPerDay = 86400;
 
 struct SiPrefix {
     double divisor;
@@ -81,8 +81,8 @@ std::string FormatSecs(double seconds, bool withMs) {
 }
 
 std::string FormatTimeDurAsDdHhMmSs(const unsigned int& seconds) {
-    return Format("%02u:%02u:%02u:%02u", seconds / 86400U, seconds % 86400U / 3600U,
-                  seconds % 3600U / 60U, seconds % 60U);
+    return Format("%02u:%02u:%02u:%02u", seconds / SecsPerDay, seconds % SecsPerDay / SecsPerHour,
+                  seconds % SecsPerHour / SecsPerMinute, seconds % SecsPerMinute);
 }
 
 std::string FormatSi(double value, const std::string& unit) {

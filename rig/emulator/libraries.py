@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: MIT
 
 """What the command `moraine` needs to be built for 64-bit Arm, and the cross compiler's packages do
-not have: liblzma, static and shared, below build/aarch64-libraries, where cmake/aarch64-linux-gnu.cmake looks for it.
+not have: liblzma, static and shared, below build/aarch64-libraries, where
+cmake/aarch64-linux-gnu.cmake looks for it.
 
 Usage: python3 -m rig.emulator.libraries
 """

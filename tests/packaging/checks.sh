@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: 2026 The vandis-moraine authors
 # SPDX-License-Identifier: MIT
 
-# Sourced by the steps of ./run. A step is a list of checks; each says what holds, and what was found
-# where it does not. The first that fails ends the step.
+# Sourced by the steps of ./run, and by other scripts here. A step is a list of checks; each says what
+# holds, and what was found where it does not. The first that fails ends the step.
 
 if [ "${1-}" = --help ]; then
     echo "A step of tests/packaging/run (see its --help). ${usage:-Takes no arguments.}"
@@ -15,7 +15,7 @@ cd "$(dirname "$0")/../.." || exit 1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 # shellcheck disable=SC2034 # for the steps
-native=$(dpkg --print-architecture)
+version=$(sed -n 's/^project(.* VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
 
 fail() {
     echo "FAILED: $1" >&2
@@ -32,6 +32,20 @@ check() {
         cat "$work/found" >&2
         fail "$claim"
     fi
+}
+
+# has_no PATTERN FILE
+has_no() {
+    ! grep "$1" "$2"
+}
+
+# Builds the packages of this machine's processor, and sets `native` to what Debian calls that.
+build_native() {
+    native=$(dpkg --print-architecture)
+    packaging/debian/build-packages "$native" >"$work/build" 2>&1 || {
+        cat "$work/build" >&2
+        fail "the package is built"
+    }
 }
 
 # check_equal CLAIM FOUND EXPECTED

@@ -29,7 +29,7 @@ std::string ReadFile(const std::filesystem::path& pfn);
 // The content of an xz file; fails the test if it is not a whole one.
 std::string ReadXzFile(const std::filesystem::path& pfn);
 
-// A text that does not shrink: `bytes` bytes of numbered lines of hexadecimal noise.
+// A text that does not shrink: `bytes` bytes of numbered lines of random digits.
 std::string Noise(unsigned long bytes, unsigned seed = 1);
 
 // Bare name to content of every regular file; a folder is "NAME/" with an empty content, a link

@@ -24,7 +24,8 @@ free_name() {
 	return 1
 }
 
-# name of a new rotation in $2: what it is to be called, if not just a rotation
+# add FILE NAME: puts FILE into the log folder, as NAME if that ends in .tmp, else as the next free
+# rotation. Prints "@synced NAME" once it is on the disk.
 add() {
 	name=$2
 	case "$name" in *.tmp) ;; *) name=$(free_name) || return 0;; esac
