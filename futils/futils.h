@@ -85,7 +85,8 @@ namespace Futils {
 [[nodiscard]] bool ReadBytes(std::vector<unsigned char>& data, std::FILE* stream);
 
 // Reads a whole file. Returns true on failure: `data` is as it was if the file could not be opened,
-// else empty. Logs an Error line then, or a Warning if there is no such file.
+// empty if it could not be read, and whole if only closing failed. Logs an Error line then, or a
+// Warning if there is no such file.
 [[nodiscard]] bool ReadBinFile(std::vector<unsigned char>& data, const std::string& pfn);
 
 // Reads a whole file, byte for byte. Returns true on failure, with `text` empty. Logs as
