@@ -102,10 +102,10 @@ class Inputs:
         self._machine = hashlib.sha256(packages + " ".join(os.uname()).encode()).hexdigest()
 
     def fingerprint(self, part: Part) -> str:
-        """Of every file but texts, benchmarks and other parts' tests."""
+        """Of every file but texts and other parts' tests."""
         tests = (f"tests/{part.own}/", "tests/harness/", "tests/CMakeLists.txt")
         lines = [f"{name} {digest}" for name, digest in self._files.items()
-                 if not name.startswith("benchmarks/") and not name.endswith(".md")
+                 if not name.endswith(".md")
                  and (not name.startswith("tests/") or name.startswith(tests))]
         return hashlib.sha256("\n".join([part.command, self._machine, *lines]).encode()).hexdigest()
 
