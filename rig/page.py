@@ -54,8 +54,8 @@ def files(build: Path, busybox: Path) -> dict[str, Path]:
 
 def settings(port: int) -> None:
     """Of syslogd and of the page. Where only one user exists, the page's user is that one."""
-    has_users = len(Path("/proc/self/uid_map").read_text().split()) == 3 and \
-        int(Path("/proc/self/uid_map").read_text().split()[2]) > 1
+    ids = Path("/proc/self/uid_map").read_text().split()
+    has_users = len(ids) == 3 and int(ids[2]) > 1
     group = ""
     with open("/etc/group", "a", encoding="utf-8") as groups:
         groups.write("log:x:813:\n")
@@ -64,8 +64,8 @@ def settings(port: int) -> None:
     else:
         with open("/etc/passwd", "a", encoding="utf-8") as users:
             users.write("moraine-page:x:0:0::/:/bin/false\n")
-    Path("/etc/default/syslogd-moraine").write_text(f"ROTATION_KB=64\n{group}", encoding="utf-8")
-    Path("/etc/default/moraine-page").write_text(f"ADDRESS=127.0.0.1:{port}\n", encoding="utf-8")
+    services.syslogd.settings.write_text(f"ROTATION_KB=64\n{group}", encoding="utf-8")
+    page.settings.write_text(f"ADDRESS=127.0.0.1:{port}\n", encoding="utf-8")
 
 
 class Lighttpd:
@@ -73,7 +73,7 @@ class Lighttpd:
 
     def __init__(self, port: int) -> None:
         text = (ROOT / "examples/log-page/lighttpd.conf").read_text(encoding="utf-8")
-        group = re.search("LOG_GROUP=(.*)", Path("/etc/default/syslogd-moraine").read_text(encoding="utf-8"))
+        group = re.search("LOG_GROUP=(.*)", services.syslogd.settings.read_text(encoding="utf-8"))
         text = text.replace("port = 8514", f"port = {port}")
         text = text.replace('groupname = "moraine-page"', f'groupname = "{group.group(1) if group else "root"}"')
         self._settings = Path("/tmp/lighttpd.conf")

@@ -6,7 +6,6 @@ from __future__ import annotations
 
 import os
 import signal
-import socket
 import subprocess
 from pathlib import Path
 from typing import Sequence
@@ -19,12 +18,6 @@ FLEET = ROOT / "examples/fleet"
 SCHEMA = FLEET / "clickhouse"
 SERVER = "/usr/sbin/clickhouse-server"
 PROGRAMS = {SERVER: Path(SERVER)}  # that a sandbox needs
-
-
-def free_port() -> int:
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 def import_environment(**variables: str) -> dict[str, str]:

@@ -14,7 +14,7 @@ from pathlib import Path
 from typing import Callable, Iterator
 
 from tests.harness import case
-from tests.harness.case import Gate, log_lines
+from tests.harness.case import log_lines
 from tests.harness.init_case import InitCase, kill, processes, programs_of, supervisors_of
 from tests.harness.paths import SYSLOG
 from tests.harness.services import daemon, syslogd
@@ -190,8 +190,7 @@ class SyslogdRunsWithTheDaemon(InitCase):
     def test_daemon_killed_while_syslogd_is_stopped(self) -> None:
         """Between the stop and the start around messages.txt.9. The last rotation is not overwritten
         by the lines that come then."""
-        gate = Gate("xz")
-        self.stand_in("xz", f"{gate.script}\nexec /usr/bin/xz \"$@\"")
+        gate = self.slow_xz()
         self.set(daemon, "RESTART_SECONDS=1000", "RESTART_MAX_SECONDS=1000")
         syslogd.start()
         for number in range(10):

@@ -12,10 +12,9 @@ from pathlib import Path
 from tests.harness import case
 from tests.harness.case import log_lines, write
 from tests.harness.init_case import InitCase, kill, processes, programs_of, supervisors_of
-from tests.harness.paths import SYSLOG
+from tests.harness.paths import FOREIGN, SYSLOG
 from tests.harness.services import daemon, syslogd
 
-FOREIGN = SYSLOG / "foreign"
 HANG = "echo $$ >>/scratch/hung\nexec sleep 1000"
 HANG_ONCE = f"[ -e /scratch/hung ] && exec /usr/bin/xz \"$@\"\n{HANG}"
 
@@ -208,10 +207,10 @@ class Unarchivable(InitCase):
         self.wait_until(lambda: gate.is_reached, "xz runs")
         gate.open()
         self.wait_until(lambda: self.tries() == 2, "the second try")
-        if (SYSLOG / "messages.txt.3").exists():
-            os.rename(SYSLOG / "messages.txt.3", SYSLOG / "messages.txt.4")
+        os.rename(SYSLOG / "messages.txt.3", SYSLOG / "messages.txt.4")
         self.wait_until(lambda: list(FOREIGN.glob("messages.txt.*")), "it is moved")
-        self.assertEqual(next(FOREIGN.iterdir()).read_text(), "bad\n")
+        self.assertEqual([(path.name, path.read_text()) for path in FOREIGN.iterdir()],
+                         [("messages.txt.4", "bad\n")])
 
     def test_full_disk(self) -> None:
         """Not the file's fault, nor that of any other."""
