@@ -4,6 +4,7 @@
 """The init scripts refuse settings that would leave the device without its log, and name them."""
 from __future__ import annotations
 
+import os
 import subprocess
 
 from tests.harness import case, services
@@ -39,6 +40,16 @@ class SettingsCase(SandboxCase):
             done = subprocess.run([service.script, "start"], stdout=subprocess.PIPE, text=True)
             self.assertEqual((done.returncode, done.stdout), (1, f"{service.settings}: {text}\n"))
             self.assertIsNone(service.pid)
+
+
+def may_lower_niceness() -> bool:
+    niceness = os.getpriority(os.PRIO_PROCESS, 0)
+    try:
+        os.setpriority(os.PRIO_PROCESS, 0, niceness - 1)
+    except PermissionError:
+        return False
+    os.setpriority(os.PRIO_PROCESS, 0, niceness)
+    return True
 
 
 class Syslogd(SettingsCase):
@@ -106,13 +117,16 @@ class Daemon(SettingsCase):
                 f"NICE_LEVEL={value}, but it must be -20 to 19")
 
     def test_negative_niceness(self) -> None:
-        # An ordinary user's device may not have it: start-stop-daemon says so then, not the script.
+        """An ordinary user may not have it: then nice says so, not the script."""
         for value in ("-1", "-9", "-10", "-20"):
+            if may_lower_niceness():
+                self.assert_accepted(services.daemon, f"NICE_LEVEL={value}")
+                continue
             with self.subTest(value):
                 self.set(services.daemon, f"NICE_LEVEL={value}")
                 done = subprocess.run([services.daemon.script, "start"], stdout=subprocess.PIPE,
                                       text=True)
-                self.assertTrue(done.stdout.startswith("Starting vandis-moraine: "), done.stdout)
+                self.assertNotIn("but it must be", done.stdout)
                 services.daemon.stop()
 
 
