@@ -6,13 +6,13 @@ that the file is archived; bare `xz -fk`, with the same syncs on a disk; and log
 from __future__ import annotations
 
 import os
-import resource
 import shutil
 import signal
 import time
 from pathlib import Path
 
-from benchmarks.measure import Cost, Row, Titled, in_turns, run_tool
+from benchmarks.measure import (Cost, Row, Titled, in_turns, processor_seconds, run_process,
+                                run_tool)
 from benchmarks.scenery import use_disk, write_log_text
 from tests.harness.log_socket import LogSocket
 from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SYSLOG
@@ -31,19 +31,6 @@ LOGROTATE_SETTINGS = f"""{LIVE_LOG} {{
     nocreate
 }}
 """
-
-
-def run_process(*command: str) -> Cost:
-    start = time.perf_counter()
-    pid = os.posix_spawn(command[0], command, os.environ)
-    _, status, usage = os.wait4(pid, 0)
-    if status != 0:
-        raise RuntimeError(f"{' '.join(command)} failed")
-    return Cost(time.perf_counter() - start, processor_seconds(usage))
-
-
-def processor_seconds(usage: resource.struct_rusage) -> float:
-    return usage.ru_utime + usage.ru_stime
 
 
 def arrival(log: LogSocket, text: str) -> float:

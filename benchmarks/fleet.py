@@ -18,11 +18,11 @@ import tarfile
 import tempfile
 from pathlib import Path
 
-from benchmarks.archiving import run_process
-from benchmarks.measure import Cost, Titled, in_turns
+from benchmarks.measure import Cost, Titled, in_turns, run_process
 from benchmarks.scenery import write_log_text
-from tests.fleet.clickhouse import FLEET, SCHEMA, Server, free_port, import_environment
-from tests.harness.paths import ROOT
+from tests.fleet.clickhouse import FLEET, SCHEMA, Server, import_environment
+from tests.harness.paths import ROOT, archive_name
+from tests.harness.services import free_port
 
 MIB = 1 << 20
 REMOTE = "/lib/systemd/systemd-journal-remote"
@@ -39,7 +39,7 @@ def make_download(folder: Path, size: int) -> int:
             if not piece:
                 break
             count += len(piece)
-            file = folder / f"messages.001.1970-01-01.{minute // 60:02}:{minute % 60:02}:00.txt.xz"
+            file = folder / archive_name(1, 60 * minute)
             with file.open("wb") as target:
                 subprocess.run(["xz"], input=b"".join(piece), stdout=target, check=True)
             archive.add(file, file.name)

@@ -11,11 +11,11 @@ import sys
 import time
 from pathlib import Path
 
+from benchmarks.load import SIZES_KIB
 from tests.harness import sandbox
 from tests.harness.paths import LOG_SOCKET, ROOT, SYSLOG
 from tests.harness.services import set_rotation_size, syslogd
 
-SIZES_KB = (128, 256, 600, 1024, 2048, 4096, 8192)
 ROUNDS = 3
 LINE = b"<14>flood: " + b"x" * 189  # with time, host and level, 230 bytes in the log
 LAST = SYSLOG / "messages.txt.9"
@@ -40,7 +40,7 @@ def seconds_until_last(size_kb: int) -> float:
 
 def measure() -> None:
     print(f"{'ROTATION_KB':>11}  {'flood':>12}  {'all ten full after':>18}")
-    for size_kb in SIZES_KB:
+    for size_kb in SIZES_KIB:
         seconds = sorted(seconds_until_last(size_kb) for _ in range(ROUNDS))[ROUNDS // 2]
         print(f"{size_kb:>11}  {10 * size_kb / 1024 / seconds:>6.1f} MiB/s  {seconds:>16.1f} s", flush=True)
 

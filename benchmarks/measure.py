@@ -6,9 +6,12 @@ from __future__ import annotations
 
 import dataclasses
 import json
+import os
+import resource
 import statistics
 import subprocess
 import sys
+import time
 from typing import Callable, Mapping, Sequence
 
 from tests.harness.progress import Progress
@@ -19,7 +22,6 @@ class Cost:
     seconds: float
     processor_seconds: float  # of the processes that it ran, too
     allocations: int = 0
-    peak_kib: int = 0
 
 
 def run_tool(*command: str) -> Cost:
@@ -28,6 +30,19 @@ def run_tool(*command: str) -> Cost:
     if done.returncode != 0:
         raise RuntimeError(f"{' '.join(command)} failed")
     return Cost(**json.loads(done.stdout.splitlines()[-1]))
+
+
+def run_process(*command: str) -> Cost:
+    start = time.perf_counter()
+    pid = os.posix_spawn(command[0], command, os.environ)
+    _, status, usage = os.wait4(pid, 0)
+    if status != 0:
+        raise RuntimeError(f"{' '.join(command)} failed")
+    return Cost(time.perf_counter() - start, processor_seconds(usage))
+
+
+def processor_seconds(usage: resource.struct_rusage) -> float:
+    return usage.ru_utime + usage.ru_stime
 
 
 class Titled(Progress):

@@ -22,7 +22,7 @@ from typing import Callable, Mapping
 
 from rig import page
 from tests.harness import sandbox, services
-from tests.harness.paths import ARCHIVE, BUSYBOX, ROOT
+from tests.harness.paths import ARCHIVE, BUSYBOX, ROOT, archive_name
 
 BYTES_GOAL = 40 * 1024
 MEMORY_GOAL_KB = 8 * 1024
@@ -39,8 +39,7 @@ def fill_archive(files: int) -> None:
         stamp = time.strftime("%b %e %H:%M:%S", time.localtime(now + number))
         text = "".join(f"{stamp} device user.info pump[530]: line {number * LINES_PER_FILE + i} pressure {i * 7 % 400} kPa\n"
                        for i in range(LINES_PER_FILE))
-        name = time.strftime(f"messages.{boot + 1:03}.1970-01-01.%H:%M:%S.txt.xz", time.gmtime(part * 60 + boot % 60))
-        path = ARCHIVE / name
+        path = ARCHIVE / archive_name(boot + 1, part * 60 + boot % 60)
         path.write_bytes(lzma.compress(text.encode(), preset=0))
         os.utime(path, (now + number,) * 2)
 

@@ -11,8 +11,8 @@ from pathlib import Path
 from typing import Callable, Mapping
 
 from benchmarks.measure import Cost, Row, Titled, in_turns, run_tool
-from benchmarks.scenery import LIMIT, Archive, use_disk
-from tests.harness.paths import ARCHIVE
+from benchmarks.scenery import Archive, use_disk
+from tests.harness.paths import ARCHIVE, SIZE_LIMIT
 
 FIND = ("floor", "run", "find", str(ARCHIVE), "-type", "f", "-fprintf", "/dev/null",
         "%f %s\n")
@@ -71,7 +71,7 @@ class Scene:
 
     def limit(self) -> Cost:
         name = "messages.999.last.txt.xz"
-        self._archive.make(name, LIMIT - self._archive.size * len(self._archive.names))
+        self._archive.make(name, SIZE_LIMIT - self._archive.size * len(self._archive.names))
         cost = run_tool("engine", "limit")
         (ARCHIVE / name).unlink()
         self._archive.refill()

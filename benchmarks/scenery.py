@@ -12,10 +12,8 @@ import time
 from pathlib import Path
 from typing import Iterable, Iterator
 
-from tests.harness.paths import ARCHIVE
+from tests.harness.paths import ARCHIVE, SIZE_LIMIT, archive_name
 
-
-LIMIT = 1 << 30  # of the archive, in bytes
 BOOTS = 990  # leaves room below 999 for a renumbering upwards
 
 _random = random.Random(7)  # the same text in each run
@@ -74,7 +72,7 @@ class Archive:
     content: nothing here reads any."""
 
     def __init__(self, count: int) -> None:
-        self.size = LIMIT // count
+        self.size = SIZE_LIMIT // count
         self.names = list(self._make_names(count))
         shutil.rmtree(ARCHIVE, ignore_errors=True)
         ARCHIVE.mkdir(parents=True)
@@ -83,9 +81,7 @@ class Archive:
     @staticmethod
     def _make_names(count: int) -> Iterator[str]:
         for number in range(count):
-            boot = number * BOOTS // count + 1
-            stamp = time.strftime("%Y-%m-%d.%H:%M:%S", time.gmtime(number * 600))
-            yield f"messages.{boot:03d}.{stamp}.txt.xz"
+            yield archive_name(number * BOOTS // count + 1, number * 600)
 
     def refill(self, names: Iterable[str] | None = None) -> None:
         """Makes again what of `names` (all of them) is not there."""

@@ -13,16 +13,12 @@
 
 class Stopwatch {
 public:
-    // Prints what has been spent since the stopwatch was made, and the process's peak of memory.
+    // Prints what has been spent since the stopwatch was made.
     void Print(unsigned long allocations = 0) const {
         const double seconds = Now() - start;
         const double processor = ProcessorTime() - processorAtStart;
-        rusage usage{};
-        (void)getrusage(RUSAGE_SELF, &usage);
-        std::printf(
-            "{\"seconds\": %.9f, \"processor_seconds\": %.6f, \"peak_kib\": %ld, "
-            "\"allocations\": %lu}\n",
-            seconds, processor, usage.ru_maxrss, allocations);
+        std::printf("{\"seconds\": %.9f, \"processor_seconds\": %.6f, \"allocations\": %lu}\n",
+                    seconds, processor, allocations);
     }
 
 private:

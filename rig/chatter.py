@@ -16,6 +16,8 @@ import time
 from pathlib import Path
 from typing import Iterator, NamedTuple
 
+from tests.harness.paths import archive_name
+
 SEVERITIES = ("emerg", "alert", "crit", "err", "warning", "notice", "info", "debug")
 FACILITIES = {"kern": 0, "user": 1, "daemon": 3, "auth": 4, "cron": 9, "local0": 16}
 HOST = "pump-17"
@@ -124,8 +126,7 @@ def write_boot(archive: Path, boot: int, begin: float, span: float, messages: li
         part = messages[first:first + size]
         text = "".join(line(begin + (first + i) * step, message) for i, message in enumerate(part))
         up_time = (first + len(part)) * step
-        name = time.strftime(f"messages.{boot:03}.%Y-%m-%d.%H:%M:%S.txt.xz", time.gmtime(up_time))
-        path = archive / name
+        path = archive / archive_name(boot, up_time)
         path.write_bytes(lzma.compress(text.encode(), preset=1))
         os.utime(path, (begin + up_time,) * 2)
 

@@ -16,13 +16,14 @@ import os
 import random
 import re
 import shlex
-import socket
 import subprocess
 import sys
 from pathlib import Path
 
+from rig.chatter import send
 from tests.harness import sandbox, services
 from tests.harness.paths import BUSYBOX, LOG_SOCKET, ROOT, SYSLOG
+from tests.harness.terminal import Terminal
 from tests.harness.waiting import wait_until
 
 COMMANDS = (
@@ -44,9 +45,7 @@ SGR = re.compile(r"\x1b\[([0-9;]*)m")
 
 
 def log(severity: str, tag: str, text: str) -> None:
-    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-        sender.connect(str(LOG_SOCKET))
-        sender.send(f"<{SEVERITY[severity]}>{tag}: {text}".encode())
+    send(f"<{SEVERITY[severity]}>{tag}: {text}")
 
 
 def work(choose: random.Random) -> None:
@@ -76,28 +75,18 @@ def run_boots() -> None:
 
 
 def on_terminal(argv: tuple[str, ...]) -> str:
-    master, slave = os.openpty()
-    process = subprocess.Popen(argv, stdout=slave, stderr=slave,
+    terminal = Terminal()
+    process = subprocess.Popen(argv, stdout=terminal.slave, stderr=terminal.slave,
                                env={**os.environ, "PAGER": "cat", "TERM": "xterm"})
-    os.close(slave)
-    shown = b""
-    try:
-        while chunk := os.read(master, 65536):
-            shown += chunk
-    except OSError:  # It has ended.
-        pass
+    os.close(terminal.slave)
+    shown = terminal.read_all()
     process.wait()
-    os.close(master)
-    return shown.decode().replace("\r\n", "\n")
+    terminal.close()
+    return shown.replace("\r\n", "\n")
 
 
 def session() -> list[str]:
     """The lines of the session, with their colours."""
-    Path("/dev/pts").mkdir(exist_ok=True)
-    subprocess.run(["mount", "-t", "devpts", "-o", "newinstance,ptmxmode=0666", "devpts", "/dev/pts"],
-                   check=True)
-    if not Path("/dev/ptmx").exists():
-        Path("/dev/ptmx").symlink_to("pts/ptmx")
     lines = []
     for argv in COMMANDS:
         lines += [f"\x1b[32m$\x1b[0m {shlex.join(argv)}", *on_terminal(argv).splitlines(), ""]

@@ -202,7 +202,7 @@ Rotate::Archiving::Ending Rotate::Archiving::Compress() {
 // has the modification time of the file that has its name now: then xz took that one.
 Rotate::Archiving::Ending Rotate::Archiving::CheckCompressed() const {
     if (IsTemporary()) WaitForSyslogd();
-    const bool isInUse = !source.LockOutWriters();  // guard: lease
+    const bool isInUse = !source.LockOutWriters();
     const SourceFile::State state = source.Look();
     if (state == SourceFile::State::Deleted) {
         return Rotation::HaveSameTime(Compressed(), source.Pfn()) ? EndingOf(state) : std::nullopt;
@@ -263,7 +263,7 @@ Rotate::Archiving::Ending Rotate::Archiving::Unlink() {
     if (error == 0) {
         source.SetPfn(Moraine::SyslogTakenPfe);
         const SourceFile::State state = source.Look();
-        if (state == SourceFile::State::Moved) {  // guard: removal
+        if (state == SourceFile::State::Moved) {
             rotate.possibleTwins->insert(dest.filename());
             return Outcome::Moved;
         }
@@ -330,7 +330,7 @@ bool Rotate::ArchiveIfThere(const std::string& pfn) {
 
 bool Rotate::ArchiveHighest(const std::string& pfn) {
     Archiving archiving(*this, pfn);
-    if (archiving.IsGone() || HasHigherRotation(pfn)) return false;  // guard: order
+    if (archiving.IsGone() || HasHigherRotation(pfn)) return false;
     return archiving.Run();
 }
 

@@ -17,8 +17,8 @@ from typing import Callable, Iterator, Sequence
 
 from rig.emulator import cpio, product
 from rig.emulator.packages import Packages
+from tests.harness.paths import ROOT
 
-ROOT = Path(__file__).resolve().parents[2]
 FOLDER = ROOT / "build/device"
 SKELETON = Path(__file__).parent / "root"
 BUSYBOX = ROOT / "build/busybox-aarch64-linux-gnu/busybox"

@@ -5,12 +5,9 @@
 from __future__ import annotations
 
 import dataclasses
-import fcntl
 import json
 import os
-import struct
 import subprocess
-import termios
 from pathlib import Path
 from typing import Any, Mapping
 
@@ -18,7 +15,7 @@ from tests.command.random_log import compress
 from tests.harness import waiting
 from tests.harness.case import SandboxCase
 from tests.harness.daemon import SANITIZER_REPORT, SCRATCH
-from tests.harness.paths import ARCHIVE, SYSLOG
+from tests.harness.paths import ARCHIVE, SYSLOG, archive_name
 
 MTIME = 1795283288  # 2026-11-21 17:48:08 UTC, of every file that a test does not care about
 
@@ -93,32 +90,6 @@ class CommandCase(SandboxCase):
         self.assertIn(naming, result.error)
 
 
-class Terminal:
-    """A terminal of its own, until the end of the test: `slave` is for a program, and `read_all` returns
-    what came out until the program had closed it."""
-
-    def __init__(self, test: SandboxCase) -> None:
-        # The sandbox's /dev has none.
-        Path("/dev/pts").mkdir(exist_ok=True)
-        test.mount("-t", "devpts", "-o", "newinstance,ptmxmode=0666,mode=0620", "devpts", "/dev/pts")
-        Path("/dev/ptmx").unlink(missing_ok=True)
-        Path("/dev/ptmx").symlink_to("pts/ptmx")
-        self.master, self.slave = os.openpty()
-        test.addCleanup(os.close, self.master)
-
-    def resize(self, columns: int, rows: int) -> None:
-        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
-
-    def read_all(self) -> str:
-        printed = b""
-        try:
-            while chunk := os.read(self.master, 65536):
-                printed += chunk
-        except OSError:  # the last program has closed it
-            pass
-        return printed.decode(errors="surrogateescape")
-
-
 def line(text: str, *, time: str = "Nov 21 17:48:08", level: str = "user.info") -> str:
     return f"{time} device {level} {text}\n"
 
@@ -134,8 +105,7 @@ def write_log(path: Path, content: str | bytes, mtime: float = MTIME) -> Path:
 
 
 def write_archive(boot: int, content: str | bytes, *, minute: int = 0, mtime: float = MTIME) -> Path:
-    name = f"messages.{boot:03}.1970-01-01.00:{minute:02}:00.txt.xz"
-    return write_log(ARCHIVE / name, content, mtime)
+    return write_log(ARCHIVE / archive_name(boot, 60 * minute), content, mtime)
 
 
 def snapshot(folder: Path) -> dict[str, tuple]:

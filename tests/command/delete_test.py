@@ -9,12 +9,13 @@ import signal
 import subprocess
 from pathlib import Path
 
-from tests.command.command import (CommandCase, Terminal, environment, line, program, snapshot, write_archive,
+from tests.command.command import (CommandCase, environment, line, program, snapshot, write_archive,
                                    write_log)
 from tests.harness import case, services, waiting
 from tests.harness.case import write_script
 from tests.harness.daemon import SCRATCH, start_settings
 from tests.harness.paths import ARCHIVE, SYSLOG
+from tests.harness.terminal import Terminal
 
 SCRIPT = Path("/etc/init.d/S90vandis-moraine")
 
@@ -79,7 +80,7 @@ class Choice(DeleteCase):
     def test_a_range(self) -> None:
         self.check_left(["4-1", "4-2"], "--boot=1..3")
 
-    def test_boots_from_one_end(self) -> None:
+    def test_the_last_one_of_an_option_counts(self) -> None:
         self.check_left(["1-1", "2-1", "2-2", "4-1", "4-2"],
                         "-b", "1..2", "--newest", "--files", "3", "--boots", "1", "-b", "1..1",
                         "--files", "1")
@@ -118,7 +119,8 @@ class Asking(DeleteCase):
 
     def answer(self, text: str) -> tuple[int, str]:
         """On a terminal. Returns the status and what it printed."""
-        terminal = Terminal(self)
+        terminal = Terminal()
+        self.addCleanup(terminal.close)
         process = subprocess.Popen([program(), "delete", "--oldest", "--files", "1"],
                                    stdin=terminal.slave, stdout=terminal.slave,
                                    stderr=terminal.slave, env=environment())
@@ -197,7 +199,7 @@ class TheDaemon(DeleteCase):
 
 class TheRealDaemon(CommandCase):
     def test_its_size_is_measured_anew(self) -> None:
-        Path("/etc/default/vandis-moraine").write_text(start_settings(0))
+        services.daemon.settings.write_text(start_settings(0))
         write_archive(1, line("app: text"))
         write_archive(1, line("app: text"), minute=1)
         services.syslogd.start()
@@ -211,7 +213,7 @@ class TheRealDaemon(CommandCase):
         self.assertNotEqual(services.daemon.pid, before)
 
     def test_it_is_started_if_it_did_not_run(self) -> None:
-        Path("/etc/default/vandis-moraine").write_text(start_settings(0))
+        services.daemon.settings.write_text(start_settings(0))
         write_archive(1, line("app: text"))
         self.check("delete", "--yes", "--oldest", "--files", "1")
         self.addCleanup(services.daemon.stop)

@@ -10,12 +10,11 @@ import os
 import re
 import signal
 import subprocess
-from pathlib import Path
 
 from tests.command.command import (MTIME, CommandCase, environment, line, program, snapshot,
                                    write_archive, write_log)
-from tests.harness import case, waiting
-from tests.harness.paths import LIVE_LOG, SYSLOG
+from tests.harness import case, services, waiting
+from tests.harness.paths import BOOT_NUMBER, LIVE_LOG, SYSLOG
 
 
 class LogCase(CommandCase):
@@ -108,16 +107,14 @@ class Boots(LogCase):
             self.refuse(f"-b{value}")
 
     def test_the_running_daemons_number(self) -> None:
-        number = Path("/var/run/vandis-moraine.boot")
-        number.write_text("9\n")
-        self.addCleanup(number.unlink)
+        BOOT_NUMBER.write_text("9\n")
+        self.addCleanup(BOOT_NUMBER.unlink)
         self.assertEqual(self.words("-b", "9"), ["6a", "6b"])
         self.assertEqual(self.words("-b", "-1"), ["5a", "5b"])
 
     def test_the_daemons_number_is_not_that_of_a_copy(self) -> None:
-        number = Path("/var/run/vandis-moraine.boot")
-        number.write_text("9\n")
-        self.addCleanup(number.unlink)
+        BOOT_NUMBER.write_text("9\n")
+        self.addCleanup(BOOT_NUMBER.unlink)
         self.assertEqual(self.words("-D", str(SYSLOG), "-b", "6"), ["6a", "6b"])
 
 
@@ -480,11 +477,7 @@ class Follow(LogCase):
             file.write(text)
 
     def rotate(self) -> None:
-        for number in range(8, -1, -1):
-            path = SYSLOG / f"messages.txt.{number}"
-            if path.exists():
-                path.rename(SYSLOG / f"messages.txt.{number + 1}")
-        LIVE_LOG.rename(SYSLOG / "messages.txt.0")
+        services.rotate()
         LIVE_LOG.touch()
 
     def test_the_last_ten_then_each_once(self) -> None:
@@ -548,13 +541,12 @@ class Follow(LogCase):
             self.assertEqual([output.readline() for _ in range(4)], ["5\n", "6\n", "7\n", "match 8\n"])
 
     def test_the_current_boot_across_a_renumbering(self) -> None:
-        boot = Path("/var/run/vandis-moraine.boot")
-        boot.write_text("999\n")
-        self.addCleanup(boot.unlink)
+        BOOT_NUMBER.write_text("999\n")
+        self.addCleanup(BOOT_NUMBER.unlink)
         write_log("messages.txt", "0\n")
         lines = self.follow("-b", "0").stdout
         self.assertEqual(lines.readline(), "0\n")
-        boot.write_text("2\n")
+        BOOT_NUMBER.write_text("2\n")
         self.rotate()
         self.append("1\n")
         self.assertEqual(lines.readline(), "1\n")

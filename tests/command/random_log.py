@@ -11,6 +11,7 @@ import random
 from pathlib import Path
 
 from tests.command.reference import MONTHS, FACILITIES, SEVERITIES
+from tests.harness.paths import archive_name
 
 TAGS = ("pump", "app", "sshd", "kernel", "a-b_c.d", "x" * 40)
 WORDS = ("pressure", "valve", "Error", "error", "x.y", "timeout", "a+b", "überdruck", "100%", "\\",
@@ -88,7 +89,7 @@ def make(folder: Path, seed: int) -> None:
     boot = choose.choice((1, 1, 7, 998))
     for _ in range(choose.randrange(5)):
         for minute in range(choose.randrange(1, 5)):
-            name = f"messages.{boot:03}.1970-01-01.00:{minute:02}:{choose.randrange(60):02}.txt.xz"
+            name = archive_name(boot, 60 * minute + choose.randrange(60))
             log.write(archive / name, compress(log.text()))
         boot += choose.choice((1, 1, 1, 3))
     if choose.random() < 0.2:

@@ -7,10 +7,8 @@ from __future__ import annotations
 
 import io
 import lzma
-import re
 import subprocess
 import tarfile
-from pathlib import Path
 
 from tests.command.command import environment, program
 from tests.harness import case, numbered, services
@@ -18,21 +16,19 @@ from tests.harness.case import SandboxCase
 from tests.harness.daemon import start_settings
 from tests.harness.paths import ARCHIVE
 
-NUMBER = re.compile(rb" flood: line (\d+) .* end \1\n")
-
 
 def lines_of(download: bytes) -> list[int]:
     """The numbers in the order of the text."""
     with tarfile.open(fileobj=io.BytesIO(download)) as archive:
         texts = [lzma.decompress(archive.extractfile(member).read())
                  for member in archive if member.name.endswith(".xz")]
-    return [int(number) for text in reversed(texts) for number in NUMBER.findall(text)]
+    return [number for text in reversed(texts) for number in numbered.numbers_in(text)]
 
 
 class Running(SandboxCase):
     def test_every_download_is_consecutive(self) -> None:
         services.set_rotation_size(128)
-        Path("/etc/default/vandis-moraine").write_text(start_settings(fast_sleep=100))
+        services.daemon.settings.write_text(start_settings(fast_sleep=100))
         services.syslogd.start()
         self.addCleanup(services.syslogd.stop)
         services.daemon.start()

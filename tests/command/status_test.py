@@ -16,8 +16,7 @@ from tests.harness import case, services
 from tests.harness.daemon import SCRATCH, start_settings
 from tests.harness.paths import ARCHIVE, BUSYBOX, SYSLOG
 
-SYSLOGD_PID = Path("/var/run/syslogd.pid")
-DAEMON_PID = Path("/var/run/vandis-moraine.pid")
+SYSLOGD_PID, DAEMON_PID = services.syslogd.pid_file, services.daemon.pid_file
 
 
 class HealthyCase(CommandCase):
@@ -25,7 +24,7 @@ class HealthyCase(CommandCase):
 
     def setUp(self) -> None:
         super().setUp()
-        Path("/etc/default/vandis-moraine").write_text(start_settings(0))
+        services.daemon.settings.write_text(start_settings(0))
         services.syslogd.start()
         self.addCleanup(services.syslogd.stop)
         services.daemon.start()

@@ -8,18 +8,20 @@ import os
 import re
 import subprocess
 
-from tests.command.command import (CommandCase, Terminal, environment, line, program, write_archive,
+from tests.command.command import (CommandCase, environment, line, program, write_archive,
                                    write_log)
 from tests.harness import case, waiting
 from tests.harness.case import write_script
 from tests.harness.daemon import SCRATCH
+from tests.harness.terminal import Terminal
 
 
 class TerminalCase(CommandCase):
     def show(self, *arguments: str, keys: bytes = b"", **variables: str) -> tuple[int, str]:
         """Runs it on a terminal, without a pager unless PAGER is given. Returns the status and what
         the terminal got, with its line ends as they were written."""
-        terminal = Terminal(self)
+        terminal = Terminal()
+        self.addCleanup(terminal.close)
         terminal.resize(80, 25)
         process = subprocess.Popen(
             [program(), *arguments], stdin=terminal.slave, stdout=terminal.slave,

@@ -13,8 +13,8 @@ from tests.device.fixture import BOOT_TIMEOUT, CYCLE_TIMEOUT, Fixture
 from tests.device.found import Found
 from tests.device.tally import Tally
 from tests.harness.numbered import logged
+from tests.harness.paths import SIZE_LIMIT
 
-SIZE_LIMIT = 1 << 30
 LOWER_MARK = 966367641
 MAX_BOOT = 999
 BOOTS_DELETED_AT_ONCE = 100

@@ -8,6 +8,7 @@ import lzma
 
 from tests.device.found import Found
 from tests.harness.numbered import logged
+from tests.harness.paths import archive_name
 
 # Numbers that no other lines of a test have: boot N holds the line FIRST_LINE + N.
 FIRST_LINE = 1_000_000
@@ -31,7 +32,7 @@ def big_files(count: int, size: int) -> Files:
 
 
 def path(boot: int) -> str:
-    return f"archive/messages.{boot:03}.1970-01-01.00:00:30.txt.xz"
+    return f"archive/{archive_name(boot, 30)}"
 
 
 def kept_lines(found: Found) -> list[int]:

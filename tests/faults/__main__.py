@@ -66,7 +66,7 @@ class Worker:
             sys.exit(f"python3 -m tests.faults: a worker has ended at {request}; see above for why")
 
     def end(self) -> None:
-        self._process.kill()  # the device ends with it
+        self._process.kill()  # the sandbox ends with it
         self._process.wait()
 
 
@@ -120,7 +120,7 @@ class Tally:
 
 
 def make_all(workers: Workers, faults: list[Fault], to_first_failure: bool) -> int:
-    """Returns how many failed."""
+    """Returns how many failed or were not reached."""
     tallies = {fault.scene: Tally() for fault in faults}
     progress = Progress()
     failed = 0
@@ -130,6 +130,8 @@ def make_all(workers: Workers, faults: list[Fault], to_first_failure: bool) -> i
         tallies[fault.scene].count(fault, answer)
         for note in answer["notes"]:
             progress.line(f"{fault.scene}: {note}")
+        if not answer["reached"]:
+            progress.line(f"NOT REACHED: {fault}")
         if answer["problems"]:
             failed += 1
             progress.clear()
@@ -141,7 +143,7 @@ def make_all(workers: Workers, faults: list[Fault], to_first_failure: bool) -> i
     print_table(tallies)
     print(f"{len(faults)} faults in {len(tallies)} scenes, {failed} failures of the judge, "
           f"{progress.seconds:.0f} s")
-    return failed
+    return failed + sum(tally.not_reached for tally in tallies.values())
 
 
 def print_failure(fault: Fault, answer: dict[str, Any]) -> None:
@@ -223,8 +225,11 @@ def parse_arguments() -> argparse.Namespace:
     arguments = parser.parse_args()
     if bool(arguments.call) != bool(arguments.fault):
         parser.error("--call and --fault go together")
-    if arguments.call and len(arguments.scene or []) != 1:
-        parser.error("--call needs one --scene")
+    scenes = arguments.scene or []
+    if arguments.call and len(scenes) != 1 or arguments.list and len(scenes) > 1:
+        parser.error("--call and --list take one --scene")
+    if arguments.list and scenes and scenes[0] in ENDURANCE:
+        parser.error(f"--list takes a scene with calls, not {scenes[0]}")
     return arguments
 
 

@@ -4,7 +4,6 @@
 """What takes many runs, or a long one: storms of signals, ten thousand cycles, a chain of boots."""
 from __future__ import annotations
 
-import contextlib
 import dataclasses
 import os
 import random
@@ -17,8 +16,8 @@ from typing import Callable
 from tests.faults import judge, program, scenes
 from tests.faults.inject import Fault, Laboratory, Result
 from tests.faults.program import STOP_SIGNALS, End
-from tests.harness import log_socket, numbered
-from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SYSLOG
+from tests.harness import log_socket, numbered, services
+from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SIZE_LIMIT, SYSLOG
 from tests.harness.waiting import wait_until
 
 STORMS = 150
@@ -84,7 +83,7 @@ WARM_UP = 100
 
 # What stand-ins/xz makes of a file, and how many of them are just below the size limit.
 FILE_SIZE = 48 * scenes.MIB
-SIZE_LIMIT_FILES = scenes.SIZE_LIMIT // FILE_SIZE
+SIZE_LIMIT_FILES = SIZE_LIMIT // FILE_SIZE
 
 
 class RotatingLog:
@@ -99,10 +98,7 @@ class RotatingLog:
             if self._is_over():  # the daemon has ended
                 return
             self._write()
-            for number in range(8, -1, -1):
-                with contextlib.suppress(FileNotFoundError):
-                    os.rename(f"{LIVE_LOG}.{number}", f"{LIVE_LOG}.{number + 1}")
-            LIVE_LOG.rename(f"{LIVE_LOG}.0")
+            services.rotate()
         self._wait_until_taken()
 
     def grow(self) -> None:
@@ -196,8 +192,7 @@ class Pauses:
     def is_over(self) -> bool:
         if self._process.poll() is not None:
             return True
-        state = Path(f"/proc/{self._process.pid}/stat").read_text().rsplit(")", 1)[1].split()[0]
-        if state == "T":
+        if self._is_stopped():
             self.holdings.append(Holdings.of(self._process.pid))
             os.kill(self._process.pid, signal.SIGCONT)
             wait_until(lambda: not self._is_stopped(), program.HANG_SECONDS)

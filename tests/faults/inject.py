@@ -11,6 +11,7 @@ from __future__ import annotations
 
 import dataclasses
 import re
+import signal
 from typing import Iterable
 
 from tests.faults import judge, program
@@ -103,7 +104,7 @@ def kinds(call: Call) -> list[str]:
 
 
 def representatives(calls: list[Call]) -> Iterable[Call]:
-    """All calls, but of many alike only the first and the last."""
+    """All calls, but of more than twelve alike only the first three and the last three."""
     alike: dict[str, list[Call]] = {}
     for call in calls:
         alike.setdefault(re.sub(r"\d+", "#", call.text), []).append(call)
@@ -112,8 +113,16 @@ def representatives(calls: list[Call]) -> Iterable[Call]:
         yield from group if len(group) <= 4 * ends else group[:ends] + group[-ends:]
 
 
+def is_reached(fault: Fault, end: End) -> bool:
+    """Of a traced program. A stop signal may come when none is delivered any more."""
+    if fault.kind == "SIGKILL":
+        return end.status == -signal.SIGKILL
+    calls = [call.text for call in end.calls if call.key == fault.place]
+    return any(fault.kind in STOP_SIGNALS or text.endswith("(INJECTED)") for text in calls)
+
+
 class Laboratory:
-    """The device in which the scenes play."""
+    """The sandbox in which the scenes play."""
 
     def __init__(self) -> None:
         self.runner = Runner()
@@ -163,7 +172,7 @@ class Laboratory:
             reached = any(event == "failed" for event, _ in end.report)
         else:
             end = self._run_traced(scene, fault)
-            reached = any(call.key == fault.place for call in end.calls)
+            reached = is_reached(fault, end)
         problems = self._judge_faulty_run(scene, fault, end) + judge.judge_lines(self.sources)
         for start in ("next", "second"):
             problems += [f"{start} start: {problem}" for problem in self._clean_run(scene)]

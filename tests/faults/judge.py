@@ -20,7 +20,7 @@ from tests.faults.program import End
 from tests.faults.scenes import Sources
 from tests.harness import log_socket, numbered
 from tests.harness.daemon import NAME
-from tests.harness.paths import ARCHIVE, LIVE_LOG
+from tests.harness.paths import ARCHIVE, LIVE_LOG, SIZE_LIMIT
 
 # Exit status, and the last line. Why a run failed stands in the lines before.
 ENDS = {
@@ -123,6 +123,8 @@ def judge_by_xz(archive: list[Path]) -> list[str]:
     if not archive:
         return []
     done = subprocess.run(["xz", "-t", "--", *map(str, archive)], stderr=subprocess.PIPE, text=True)
+    if done.returncode != 0 and not done.stderr:
+        return [f"xz -t ended with status {done.returncode}"]
     return [f"xz -t: {line}" for line in done.stderr.splitlines()]
 
 
@@ -131,7 +133,7 @@ def judge_healed() -> list[str]:
     problems = [f"{file.path} is still there" for file in numbered.log_files()
                 if file.place == "leftovers"]
     size = sum(path.stat().st_size for path in ARCHIVE.iterdir())
-    if size >= scenes.SIZE_LIMIT:
+    if size >= SIZE_LIMIT:
         problems.append(f"the archive has {size} bytes")
     boots = [int(path.name.split(".")[1]) for path in ARCHIVE.iterdir()]
     if max(boots, default=0) > 999:

@@ -59,16 +59,11 @@ class End:
     hung: bool = False
     calls: list[Call] = dataclasses.field(default_factory=list)
     delivered: list[str] = dataclasses.field(default_factory=list)  # signals, by name
-    injected: bool = False
     report: list[tuple[str, int]] = dataclasses.field(default_factory=list)
 
     @property
     def last_line(self) -> str:
         return self.lines[-1].text if self.lines else "no line"
-
-    def has_logged(self, pattern: str, level: int | None = None) -> bool:
-        return any(re.search(pattern, line.text) and level in (None, line.severity)
-                   for line in self.lines)
 
 
 def spawn(program: str, *, cycles: int = 1, strace: Sequence[str] | None = None,
@@ -171,6 +166,5 @@ def read_trace(end: End) -> None:
             name = call.group(1)
             counts[name] = counts.get(name, 0) + 1
             end.calls.append(Call(name, counts[name], text))
-            end.injected |= text.endswith("(INJECTED)")
         elif delivery and delivery.group(1) in STOP_SIGNALS:
             end.delivered.append(delivery.group(1))

@@ -18,13 +18,12 @@ from pathlib import Path
 from typing import Callable
 
 from tests.faults import program
+from tests.harness import services
 from tests.harness.numbered import logged
-from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SYSLOG
+from tests.harness.paths import ARCHIVE, DAEMON, LIVE_LOG, SIZE_LIMIT, SYSLOG, archive_name
 
-SYSLOG_PID = Path("/var/run/syslogd.pid")
 SYSLOG_CALLS = Path("/tmp/syslogd-calls")  # written by the stand-in for syslogd's init script
 
-SIZE_LIMIT = 1 << 30
 MIB = 1 << 20
 LINES_PER_FILE = 20
 
@@ -74,7 +73,7 @@ def compressed(first: int, last: int) -> bytes:
 
 
 def archive_path(boot: int, minute: int) -> Path:
-    return ARCHIVE / f"messages.{boot:03}.1970-01-01.00:{minute:02}:00.txt.xz"
+    return ARCHIVE / archive_name(boot, 60 * minute)
 
 
 def broken_copy(name: str) -> None:
@@ -114,7 +113,7 @@ def clean_device(syslogd: StandInSyslogd) -> None:
     for name in os.listdir("/tmp"):
         if name.startswith(("messages", "syslog")):
             os.unlink(f"/tmp/{name}")
-    SYSLOG_PID.write_text(f"{syslogd.pid}\n")
+    services.syslogd.pid_file.write_text(f"{syslogd.pid}\n")
     Path("/perm/logs").mkdir()
 
 
@@ -233,7 +232,7 @@ class Scene:
     name: str
     about: str
     prepare: Callable[[], Sources]
-    part: str
+    part: int
     program: str = DAEMON
     memory: bool = True  # each of its allocations fails once
     signals: bool = False  # stop signals arrive at each of its calls

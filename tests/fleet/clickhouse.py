@@ -6,7 +6,6 @@ from __future__ import annotations
 
 import os
 import signal
-import socket
 import subprocess
 from pathlib import Path
 from typing import Sequence
@@ -21,30 +20,16 @@ SERVER = "/usr/sbin/clickhouse-server"
 PROGRAMS = {SERVER: Path(SERVER)}  # that a sandbox needs
 
 
-def free_port() -> int:
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
 def import_environment(**variables: str) -> dict[str, str]:
     """For the examples, which call `moraine`."""
     return {**environment(), "PATH": f"{Path(program()).parent}:{os.environ['PATH']}", **variables}
 
 
-class Server:
-    """`ports` are those of all shards; the first is this server's own."""
-
-    def __init__(self, folder: Path, ports: Sequence[int], shards: Sequence[int] = ()) -> None:
-        self.port = ports[0]
-        self.client = ["clickhouse-client", "--host=127.0.0.1", f"--port={self.port}", "--multiquery"]
-        folder.mkdir()
-        (folder / "config.d").mkdir()
-        (folder / "config.xml").write_text(f"""<?xml version="1.0"?>
+CONFIG = """<?xml version="1.0"?>
 <yandex>
     <logger><level>warning</level><console>1</console></logger>
     <listen_host>127.0.0.1</listen_host>
-    <tcp_port>{self.port}</tcp_port>
+    <tcp_port>{port}</tcp_port>
     <path>{folder}/data/</path>
     <tmp_path>{folder}/tmp/</tmp_path>
     <users_config>{folder}/users.xml</users_config>
@@ -53,8 +38,8 @@ class Server:
     <mark_cache_size>268435456</mark_cache_size>
     <timezone>UTC</timezone>
 </yandex>
-""")
-        (folder / "users.xml").write_text("""<?xml version="1.0"?>
+"""
+USERS = """<?xml version="1.0"?>
 <yandex>
     <profiles><default></default></profiles>
     <users><default>
@@ -63,14 +48,28 @@ class Server:
     </default></users>
     <quotas><default></default></quotas>
 </yandex>
-""")
-        (folder / "config.d/compression.xml").write_text((SCHEMA / "compression.xml").read_text())
-        if shards:
-            text = (SCHEMA / "shards.xml").read_text()
-            for number, port in enumerate(shards, 1):
-                text = text.replace(f"<host>logs-{number}</host><port>9000</port>",
-                                    f"<host>127.0.0.1</host><port>{port}</port>")
-            (folder / "config.d/shards.xml").write_text(text)
+"""
+
+
+def write_settings(folder: Path, port: int, shards: Sequence[int]) -> None:
+    (folder / "config.d").mkdir(parents=True)
+    (folder / "config.xml").write_text(CONFIG.format(folder=folder, port=port))
+    (folder / "users.xml").write_text(USERS)
+    (folder / "config.d/compression.xml").write_text((SCHEMA / "compression.xml").read_text())
+    if shards:
+        text = (SCHEMA / "shards.xml").read_text()
+        for number, port in enumerate(shards, 1):
+            text = text.replace(f"<host>logs-{number}</host><port>9000</port>",
+                                f"<host>127.0.0.1</host><port>{port}</port>")
+        (folder / "config.d/shards.xml").write_text(text)
+
+
+class Server:
+    """`ports` are those of all shards; the first is this server's own."""
+
+    def __init__(self, folder: Path, ports: Sequence[int], shards: Sequence[int] = ()) -> None:
+        self.client = ["clickhouse-client", "--host=127.0.0.1", f"--port={ports[0]}", "--multiquery"]
+        write_settings(folder, ports[0], shards)
         self.log = folder / "server.log"
         with self.log.open("wb") as log:
             self._process = subprocess.Popen(

@@ -10,9 +10,10 @@ import time
 from pathlib import Path
 
 from tests.command.command import CommandCase
-from tests.fleet.clickhouse import PROGRAMS, SCHEMA, Server, free_port
+from tests.fleet.clickhouse import PROGRAMS, SCHEMA, Server
 from tests.fleet.devices import Device, Fleet
 from tests.harness import case
+from tests.harness.services import free_port
 
 TEXT = "is stuck"
 DEVICES = 100

@@ -18,7 +18,7 @@ from typing import Callable
 from tests.command.command import environment, program
 from tests.command.random_log import compress
 from tests.command.reference import MONTHS
-from tests.harness.paths import ARCHIVE, SYSLOG
+from tests.harness.paths import ARCHIVE, SYSLOG, archive_name
 
 START = datetime.datetime(2026, 10, 1)
 UNSET = datetime.datetime(2026, 1, 1)  # a stamp of a clock that is not set; its year is that of the file
@@ -55,7 +55,7 @@ class Device:
         self.unclean_boots = 0  # that were followed by another
         self.downloads = 0
         self.archivings = 0
-        self.archive: list[tuple[int, str, File, bytes]] = []  # boot, rest of the name, content
+        self.archive: list[tuple[int, int, File, bytes]] = []  # boot, seconds since, content
         self.waiting: list[File] = []  # the newest first
         self.live = File(b"", 0)
 
@@ -117,8 +117,7 @@ class Device:
             return
         file = self.waiting.pop()
         self.archivings += 1
-        since_boot = datetime.datetime(1970, 1, 1) + datetime.timedelta(seconds=self.archivings)
-        self.archive.append((self.boot, f"{since_boot:%Y-%m-%d.%H:%M:%S}", file, compress(file.text)))
+        self.archive.append((self.boot, self.archivings, file, compress(file.text)))
 
     def drop_oldest_boots(self, count: int) -> None:
         """Deletes them, and renumbers the others, as a start does when the numbers are used up."""
@@ -141,8 +140,8 @@ class Device:
         for path in SYSLOG.glob("messages.*"):
             path.unlink()
         ARCHIVE.mkdir(parents=True)
-        for boot, rest, file, compressed in self.archive:
-            put(ARCHIVE / f"messages.{boot:03}.{rest}.txt.xz", compressed, file.mtime)
+        for boot, seconds, file, compressed in self.archive:
+            put(ARCHIVE / archive_name(boot, seconds), compressed, file.mtime)
         for number, file in enumerate(self.waiting):
             put(SYSLOG / f"messages.txt.{number}", file.text, file.mtime)
         if self.live.text:

@@ -11,7 +11,6 @@ import os
 import random
 import signal
 import subprocess
-from pathlib import Path
 from typing import Any
 
 from tests.command.command import environment, program, write_archive
@@ -19,9 +18,7 @@ from tests.fleet.clickhouse import FLEET
 from tests.harness import case, numbered, services
 from tests.harness.case import SandboxCase
 from tests.harness.daemon import SCRATCH, start_settings
-from tests.harness.paths import ARCHIVE
-
-BOOT_FILE = Path("/var/run/vandis-moraine.boot")
+from tests.harness.paths import ARCHIVE, BOOT_NUMBER
 
 
 def identity(line: dict[str, Any]) -> str:
@@ -36,7 +33,7 @@ class Shipping(SandboxCase):
         for boot in (2, 3, 4):
             write_archive(boot, f"Nov 20 08:00:0{boot} device user.info app: boot {boot}\n")
         services.set_rotation_size(32)
-        Path("/etc/default/vandis-moraine").write_text(start_settings(fast_sleep=100))
+        services.daemon.settings.write_text(start_settings(fast_sleep=100))
         self.start_services()
         self.addCleanup(self.stop_services)
         self.flood = numbered.Flood(rate=300)
@@ -123,9 +120,9 @@ class Shipping(SandboxCase):
             archived = len(list(ARCHIVE.iterdir()))
             self.wait_until(lambda: len(list(ARCHIVE.iterdir())) > archived, "an archive file")
             if attempt == 3:
-                before = int(BOOT_FILE.read_text())
+                before = int(BOOT_NUMBER.read_text())
                 self.reboot()
-                self.assertLessEqual(int(BOOT_FILE.read_text()), before)  # they have been renumbered
+                self.assertLessEqual(int(BOOT_NUMBER.read_text()), before)  # they have been renumbered
             collector = self.collect()
             self.wait_for_more(200)
         # A reboot at which the receiver waits.

@@ -13,5 +13,6 @@ daemon     the daemon as a process that a test starts itself, and the lines of i
 progress   a status line on a terminal
 case       test cases that run in a sandbox
 init_case  test cases of the init scripts, with BusyBox as shell
+terminal   a terminal for a program in a sandbox
 tree       a copy of the project, to be broken
 """

@@ -18,14 +18,13 @@ import unittest
 from pathlib import Path
 from typing import Any, Callable, Mapping, Sequence
 
-from tests.harness import sandbox, waiting
+from tests.harness import sandbox, services, waiting
 from tests.harness.daemon import (RUNNING, SANITIZER_REPORT, SCRATCH, STAND_INS, Daemon, DaemonLog)
 from tests.harness.log_socket import Line
 from tests.harness.numbered import log_files
 from tests.harness.paths import ARCHIVE, BUSYBOX, LIVE_LOG, ROOT, SYSLOG
 
 SYSLOGD_SCRIPT = Path("/etc/init.d/S01syslogd-moraine")
-SYSLOGD_PID_FILE = Path("/var/run/syslogd.pid")
 
 
 class SandboxCase(unittest.TestCase):
@@ -49,11 +48,11 @@ class SandboxCase(unittest.TestCase):
         self.assertEqual(reports, [], "\n".join(reports))
 
     def _remove_run_files(self) -> None:
-        for path in (SYSLOGD_PID_FILE, Path("/var/run/vandis-moraine.pid"),
-                     Path("/etc/default/syslogd-moraine"), Path("/etc/default/vandis-moraine")):
-            if path.is_dir():
-                path.rmdir()
-            path.unlink(missing_ok=True)
+        for service in (services.syslogd, services.daemon):
+            for path in (service.pid_file, service.settings):
+                if path.is_dir():
+                    path.rmdir()
+                path.unlink(missing_ok=True)
 
     def mount(self, *arguments: str) -> None:
         """Until the end of the test. The last argument is where."""
@@ -77,7 +76,13 @@ class SandboxCase(unittest.TestCase):
     def slow_xz(self) -> Gate:
         """From here on `xz` waits at a gate before it compresses."""
         gate = Gate("xz")
-        self.stand_in("xz", f"{gate.script}\nexec /usr/bin/xz \"$@\"")
+        self.stand_in("xz", f'{gate.script}\nexec /usr/bin/xz "$@"')
+        return gate
+
+    def held_xz(self) -> Gate:
+        """From here on `xz` waits at a gate when it has compressed."""
+        gate = Gate("xz")
+        self.stand_in("xz", f'/usr/bin/xz "$@"\n{gate.script}')
         return gate
 
     def init_script(self, script: str) -> None:
@@ -178,10 +183,6 @@ def write_sparse(path: Path | str, size: int) -> Path:
     path = write(path)
     os.truncate(path, size)
     return path
-
-
-def archive_name(boot: int, time_stamp: str = "1970-01-01.00:00:01") -> str:
-    return f"messages.{boot:03}.{time_stamp}.txt.xz"
 
 
 def content_of(folder: Path) -> dict[str, str]:

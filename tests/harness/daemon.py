@@ -73,6 +73,10 @@ def archived(source: str, boot: int = 1) -> Line:
         r"\.1970-\d\d-\d\d\.\d\d:\d\d:\d\d\.txt\.xz' in \d+\.\d seconds\."))
 
 
+START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
+END = [caught(signal.SIGTERM), exiting(0)]
+
+
 def xz_failed(path: str, wait_status: int | str) -> Line:
     """`wait_status`: a number, or a pattern."""
     return error(Like(rf"Unable to 'xz -fk {re.escape(path)}'\.  Result: {wait_status}, "

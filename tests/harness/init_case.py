@@ -11,8 +11,8 @@ import subprocess
 from pathlib import Path
 from typing import Iterator, NoReturn
 
-from tests.harness.case import SandboxCase, log_lines
-from tests.harness.daemon import start_settings
+from tests.harness.case import SandboxCase, log_lines, write_script
+from tests.harness.daemon import STAND_INS, start_settings
 from tests.harness.paths import DAEMON, SYSLOG
 from tests.harness.services import Service, daemon, syslogd
 
@@ -81,7 +81,7 @@ class InitCase(SandboxCase):
             lines.insert(0, start_settings(self.fast_sleep))
         else:
             lines.insert(0, "ROTATION_KB=16")
-        Path("/etc/default", Path(service.script).name[3:]).write_text("\n".join(lines) + "\n")
+        service.settings.write_text("\n".join(lines) + "\n")
 
     def end_services(self) -> None:
         """At once, whatever they are at."""
@@ -123,7 +123,40 @@ class InitCase(SandboxCase):
             self.assertEqual(len(supervisors_of(service)), 1, list(processes()))
 
     def fail(self, msg: object = None) -> NoReturn:
-        """Adds what the device looks like."""
+        """Adds what the sandbox looks like."""
         running = [f"{pid} {line}" for pid, line in processes()]
         files = [f"{path.relative_to(SYSLOG)}" for path in sorted(SYSLOG.rglob("*"))][:50]
         super().fail("\n  ".join([str(msg), *running, *files, *log_lines()[-20:]]))
+
+
+CLOCK, NAPS = Path("/scratch/uptime"), Path("/scratch/naps")
+TICK = f"read -r now _ <{CLOCK}; echo $((now + $1)) 0 >{CLOCK}; echo $1 >>{NAPS}"
+
+
+class SupervisorCase(SandboxCase):
+    """The supervisor of a script of the test's own, by a clock that its sleeping moves, and that takes
+    no time."""
+
+    def setUp(self) -> None:
+        super().setUp()
+        CLOCK.write_text("1000 0\n")
+        NAPS.touch()
+        self.mount("--bind", str(CLOCK), "/proc/uptime")
+        self.stand_in("sleep", TICK)
+
+    def supervise(self, script: str, **settings: str) -> int:
+        """Returns the supervisor's ID, which is that of its group, too."""
+        write_script(Path("/scratch/script"), script)
+        environment = {
+            **os.environ, "PATH": f"{STAND_INS}:{os.environ['PATH']}", "FIRST_RESTART": "60",
+            "RESTART_SECONDS": "60", "RESTART_MAX_SECONDS": "3600", "PROGRESS_SECONDS": "", **settings}
+        supervisor = subprocess.Popen([str(LIBRARY / "supervise"), "/scratch/script"],
+                                      env=environment, start_new_session=True)
+        self.addCleanup(supervisor.wait)
+        self.addCleanup(supervisor.kill)
+        return supervisor.pid
+
+
+def numbers(path: Path) -> list[int]:
+    """Of whole lines."""
+    return [int(line) for line in path.read_text().split("\n")[:-1]]

@@ -87,14 +87,17 @@ def changes(line: str) -> list[tuple[str, str]]:
 
 
 def mutants() -> list[Mutant]:
-    known = EQUIVALENT.read_text().splitlines() if EQUIVALENT.exists() else []
-    equivalent = {line.split("  # ")[0] for line in known}
+    """Exits if a change that is known to make no difference is none of this product's."""
+    equivalent = {line.split("  # ")[0] for line in EQUIVALENT.read_text().splitlines()}
     found = []
     for folder in FOLDERS:
         for path in sorted((ROOT / folder).glob("*.cpp")):
             name = str(path.relative_to(ROOT))
             for number, line in enumerate(path.read_text().splitlines(), 1):
                 found += [Mutant(name, number, kind, line, after) for kind, after in changes(line)]
+    stale = equivalent - {mutant.key for mutant in found}
+    if stale:
+        sys.exit(f"mutation: {EQUIVALENT} names what is no change: {', '.join(sorted(stale))}")
     return [mutant for mutant in found if mutant.key not in equivalent]
 
 
@@ -121,7 +124,23 @@ def judge(tree: Tree, mutant: Mutant) -> str:
         return "not noticed" if passes(mutant.file.split("/")[0]) else "noticed"
 
 
-def main() -> int:
+def try_all(tree: Tree, chosen: list[Mutant]) -> int:
+    """Returns how many were not noticed."""
+    counts = {"noticed": 0, "not noticed": 0, "invalid": 0}
+    start = time.monotonic()
+    for done, mutant in enumerate(chosen, 1):
+        result = judge(tree, mutant)
+        counts[result] += 1
+        if result == "not noticed":
+            print(f"NOT NOTICED {mutant}", flush=True)
+        if done % 10 == 0:
+            print(f"{done} of {len(chosen)}, {time.monotonic() - start:.0f} s", flush=True)
+    print(f"{counts['noticed']} of {counts['noticed'] + counts['not noticed']} changes noticed "
+          f"({counts['invalid']} did not compile)")
+    return counts["not noticed"]
+
+
+def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="python3 -m tests.mutation", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--sample", type=int, default=100, metavar="N",
@@ -131,8 +150,11 @@ def main() -> int:
     parser.add_argument("--only", default="", metavar="TEXT",
                         help="changes whose FILE:LINE begins with TEXT, all of them")
     parser.add_argument("--list", action="store_true", help="print the changes and try none")
-    arguments = parser.parse_args()
+    return parser.parse_args()
 
+
+def main() -> int:
+    arguments = parse_arguments()
     chosen = [mutant for mutant in mutants()
               if f"{mutant.file}:{mutant.line}".startswith(arguments.only)]
     if not arguments.only and not arguments.all and not arguments.list:
@@ -148,19 +170,7 @@ def main() -> int:
     if not (configured and build() and passes(FOLDERS[0])):
         print("mutation: the unchanged copy does not pass; run ./test first", file=sys.stderr)
         return 2
-
-    counts = {"noticed": 0, "not noticed": 0, "invalid": 0}
-    start = time.monotonic()
-    for done, mutant in enumerate(chosen, 1):
-        result = judge(tree, mutant)
-        counts[result] += 1
-        if result == "not noticed":
-            print(f"NOT NOTICED {mutant}", flush=True)
-        if done % 10 == 0:
-            print(f"{done} of {len(chosen)}, {time.monotonic() - start:.0f} s", flush=True)
-    print(f"{counts['noticed']} of {counts['noticed'] + counts['not noticed']} changes noticed "
-          f"({counts['invalid']} did not compile)")
-    return 1 if counts["not noticed"] else 0
+    return 1 if try_all(tree, chosen) else 0
 
 
 if __name__ == "__main__":

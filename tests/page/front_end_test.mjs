@@ -69,12 +69,18 @@ test("a search shows results and progress while it reads, and can be cancelled",
     const progress = browser.get("progressbar", "Search progress");
     assert.ok(await progress.isVisible());
     await browser.page.getByText(/Searching, [1-9]/).waitFor();
+    const release = device.hold();
+    const before = device.requests.length;
+    const asked = () => device.requests.slice(before).filter((request) => request.includes("/log")).length;
+    await wait(asked);
     await browser.get("button", "Cancel").click();
     await browser.page.getByText(/Cancelled: [\d,]+ match/).waitFor();
     assert.ok(!await progress.isVisible());
-    const requests = device.requests.length;
-    await browser.page.waitForTimeout(300);
-    assert.equal(device.requests.slice(requests).filter((request) => request.includes("/log")).length, 0);
+    release();
+    await wait(() => device.aborted);
+    // What the search still asked for would come before this.
+    await browser.page.evaluate(() => fetch("/cgi-bin/moraine/status").then((answer) => answer.json()));
+    assert.equal(asked(), 1);
     // Nothing found is no proof that there is nothing.
     await browser.search("no such text");
     await browser.get("button", "Cancel").click();
@@ -168,7 +174,8 @@ test("filters and position survive a reload", async () => {
     await browser.lines.focus();
     for (let i = 0; i < 30; i += 1) await browser.page.keyboard.press("p");
     const current = await browser.lines.locator("[aria-current]").textContent();
-    await browser.page.waitForTimeout(400);
+    const cursor = await browser.lines.locator("[aria-current]").evaluate((node) => node.row.cursor);
+    await browser.page.waitForURL((address) => new URLSearchParams(address.hash.slice(1)).get("line") === cursor);
     await browser.page.reload();
     await browser.lines.locator("[aria-current]").waitFor();
     assert.equal(await browser.lines.locator("[aria-current]").textContent(), current);

@@ -14,16 +14,15 @@ import random
 import resource
 import string
 import subprocess
-import sys
 import tarfile
 import unittest
 
 from benchmarks import page as benchmark
 from rig import page
 from tests.harness import sandbox
-from tests.harness.paths import ARCHIVE, BUSYBOX
+from tests.harness.paths import ARCHIVE, archive_name
 from tests.harness.waiting import wait_until
-from tests.page.requests_test import BUILD
+from tests.page.requests_test import run_inside
 
 PROGRAM = f"{page.WWW}/cgi-bin/moraine"
 FILES = 400
@@ -39,14 +38,14 @@ def fill_archive() -> None:
     ARCHIVE.mkdir(parents=True)
     compressed = lzma.compress(LINE.encode() * 50_000, preset=1)
     for number in range(FILES):
-        (ARCHIVE / f"messages.{number + 2:03}.1970-01-01.00:14:07.txt.xz").write_bytes(compressed)
-    (ARCHIVE / f"messages.{FILES + 3:03}.1970-01-01.00:14:07.txt.xz").write_bytes(
+        (ARCHIVE / archive_name(number + 2)).write_bytes(compressed)
+    (ARCHIVE / archive_name(FILES + 3)).write_bytes(
         lzma.compress(LINE.replace("pressure", "xyza").encode()))
     varied = random.Random(17).choices(string.ascii_lowercase, k=1_000_000)
     lines = "".join("".join(varied[i:i + 200]) + "\n" for i in range(0, len(varied), 200))
-    (ARCHIVE / "messages.001.1970-01-01.00:14:07.txt.xz").write_bytes(lzma.compress(lines.encode(), preset=1))
+    (ARCHIVE / archive_name(1)).write_bytes(lzma.compress(lines.encode(), preset=1))
     long_lines = (b"x" * (2 << 20) + b"\n") * 20
-    (ARCHIVE / f"messages.{FILES + 2:03}.1970-01-01.00:14:07.txt.xz").write_bytes(lzma.compress(long_lines, preset=1))
+    (ARCHIVE / archive_name(FILES + 2)).write_bytes(lzma.compress(long_lines, preset=1))
 
 
 class ProgramTest(unittest.TestCase):
@@ -146,8 +145,4 @@ class ProgramTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if "--inside" not in sys.argv:
-        sandbox.enter(sandbox.command(BUILD, sandbox.python("tests.page.program_test", "--inside"),
-                                      placed=page.files(BUILD, BUSYBOX)))
-    sys.argv.remove("--inside")
-    unittest.main(verbosity=2)
+    run_inside()

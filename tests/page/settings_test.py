@@ -9,17 +9,16 @@ import contextlib
 import http.client
 import socket
 import subprocess
-import sys
 import unittest
 from pathlib import Path
 
 from rig import page
 from tests.harness import sandbox
 from tests.harness.paths import BUSYBOX
-from tests.page.requests_test import BUILD, free_port
+from tests.harness.services import free_port
+from tests.page.requests_test import run_inside
 
-SCRIPT = "/etc/init.d/S92moraine-page"
-SETTINGS = Path("/etc/default/moraine-page")
+SCRIPT, SETTINGS = page.page.script, page.page.settings
 USERS = Path("/etc/moraine-page.conf")
 
 
@@ -91,8 +90,4 @@ class SettingsTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if "--inside" not in sys.argv:
-        sandbox.enter(sandbox.command(BUILD, sandbox.python("tests.page.settings_test", "--inside"),
-                                      placed=page.files(BUILD, BUSYBOX)))
-    sys.argv.remove("--inside")
-    unittest.main(verbosity=2)
+    run_inside()

@@ -11,13 +11,12 @@ import subprocess
 from pathlib import Path
 
 from tests.harness import case
-from tests.harness.case import archive_name, write, write_script
+from tests.harness.case import write, write_script
 from tests.harness.init_case import InitCase, kill, programs_of
-from tests.harness.paths import ARCHIVE, LIVE_LOG, LOG_SOCKET, SYSLOG
+from tests.harness.paths import (ARCHIVE, FOREIGN, LIVE_LOG, LOG_SOCKET, NOBODY, SYSLOG,
+                                 archive_name)
 from tests.harness.services import daemon, syslogd
 
-FOREIGN = SYSLOG / "foreign"
-NOBODY = 65534
 GROUP = 4
 
 
@@ -220,34 +219,6 @@ class FixedFiles(InitCase):
 
     def test_append_only(self) -> None:
         self.check("messages.txt", "a")
-
-
-class Settings(InitCase):
-
-    def assert_refused(self, service, line: str, text: str) -> None:
-        with self.subTest(line):
-            self.set(service, line)
-            name = Path(service.script).name[3:]
-            self.assertEqual(self.call(service, "start"), (1, f"/etc/default/{name}: {text}\n"))
-
-    def test_numbers(self) -> None:
-        for service, names in ((syslogd, ("RESTART_SECONDS", "RESTART_MAX_SECONDS")),
-                               (daemon, ("RESTART_SECONDS", "RESTART_MAX_SECONDS", "XZ_TIMEOUT",
-                                         "PROGRESS_SECONDS"))):
-            for name in names:
-                for value in ("", "0", "-1", "1.5", "x", "1000000"):
-                    self.assert_refused(service, f"{name}={value}",
-                                        f"{name}={value}, but it must be 1 to 999999")
-
-    def test_limits_of_restarts(self) -> None:
-        self.assert_refused(daemon, "RESTART_SECONDS=3; RESTART_MAX_SECONDS=2",
-                            "RESTART_SECONDS=3, but RESTART_MAX_SECONDS=2")
-
-    def test_groups(self) -> None:
-        for name in ("LOG_GROUP", "SOCKET_GROUP"):
-            for group in ("nosuch", ".*"):
-                self.assert_refused(syslogd, f"{name}={group}",
-                                    f"{name}={group}, but there is no such group")
 
 
 if __name__ == "__main__":

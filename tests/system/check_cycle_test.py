@@ -9,17 +9,15 @@ import os
 import signal
 from signal import SIGHUP, SIGINT, SIGTERM
 
-from tests.harness import case
-from tests.harness.case import (SYSLOGD_PID_FILE, BlackBoxCase, Gate, archive, content_of, write,
-                                write_sparse)
-from tests.harness.daemon import (ARCHIVE_SIZE, EMPTY_ARCHIVE, INITIALIZING, RUNNING, SCRATCH,
-                                  STAND_INS, STATUS_AFTER, Like, archived, caught, error, exiting,
-                                  info, warning, xz_failed)
+from tests.harness import case, services
+from tests.harness.case import BlackBoxCase, Gate, archive, content_of, write, write_sparse
+from tests.harness.daemon import (ARCHIVE_SIZE, END, INITIALIZING, RUNNING, SCRATCH, STAND_INS, START,
+                                  STATUS_AFTER, Like, archived, caught, error, exiting, info,
+                                  warning, xz_failed)
 from tests.harness.log_socket import Line
 from tests.harness.paths import LIVE_LOG, SYSLOG
 
-START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
-END = [caught(SIGTERM), exiting(0)]
+SYSLOGD_PID_FILE = services.syslogd.pid_file
 TEN_MIB = 10 * 1024 * 1024
 ABOVE_THE_LIMIT = f"[{TEN_MIB + 1} zeros]"
 LAST = str(SYSLOG / "messages.txt.9")
@@ -240,8 +238,7 @@ touch {written}
         """What syslogd still writes to the renamed live log while xz runs is archived."""
         write_sparse(LIVE_LOG, TEN_MIB + 1)
         daemon = self.start_and_wait()
-        gate = Gate("xz")
-        self.stand_in("xz", f'/usr/bin/xz "$@"\n{gate.script}')
+        gate = self.held_xz()
         with LIVE_LOG.open("a") as live_log:  # open, as syslogd has it
             daemon.signal(SIGTERM)
             self.wait_until(lambda: gate.is_reached, "xz has compressed the log")
@@ -330,10 +327,9 @@ class WhileXzRuns(BlackBoxCase):
         LIVE_LOG.rename(SYSLOG / "messages.txt.0")
         write(LIVE_LOG, "third")
 
-    def check_rotation(self, script: str, gate: Gate) -> None:
+    def check_rotation(self, gate: Gate) -> None:
         write("messages.txt.0", "first")
         write(LIVE_LOG, "second")
-        self.stand_in("xz", script)
         daemon = self.start(fast_sleep=50)
         self.wait_until(lambda: gate.is_reached, "xz runs")
 
@@ -349,17 +345,14 @@ class WhileXzRuns(BlackBoxCase):
 
     def test_rotation_before_xz_reads(self) -> None:
         """syslogd rotates just before xz opens the file: xz compresses the wrong one."""
-        gate = Gate("xz")
-        self.check_rotation(f'{gate.script}\nexec /usr/bin/xz "$@"', gate)
+        self.check_rotation(self.slow_xz())
 
     def test_rotation_after_xz_has_read(self) -> None:
         """syslogd rotates while xz compresses: the name is another file's by now."""
-        gate = Gate("xz")
-        self.check_rotation(f'/usr/bin/xz "$@"\n{gate.script}', gate)
+        self.check_rotation(self.held_xz())
 
-    def check_moved_away(self, script: str, gate: Gate, *lines: Line) -> None:
+    def check_moved_away(self, gate: Gate, *lines: Line) -> None:
         write("messages.txt.0", "first")
-        self.stand_in("xz", script)
         daemon = self.start(fast_sleep=50)
         self.wait_until(lambda: gate.is_reached, "xz runs")
 
@@ -374,20 +367,17 @@ class WhileXzRuns(BlackBoxCase):
 
     def test_moved_away_before_xz_reads(self) -> None:
         """The file is renamed and no other has its name: xz fails, the daemon does not."""
-        gate = Gate("xz")
-        self.check_moved_away(f'{gate.script}\nexec /usr/bin/xz "$@"', gate,
+        self.check_moved_away(self.slow_xz(),
                               xz_failed("/perm/logs/syslog/messages.txt.0", 256))
 
     def test_moved_away_after_xz_has_read(self) -> None:
         """The same after xz has compressed it: archived under its new name."""
-        gate = Gate("xz")
-        self.check_moved_away(f'/usr/bin/xz "$@"\n{gate.script}', gate)
+        self.check_moved_away(self.held_xz())
 
     def test_written_to(self) -> None:
         """A rotation that grows after xz has read it is compressed again."""
         rotation = write("messages.txt.0", "early ")
-        gate = Gate("xz")
-        self.stand_in("xz", f'/usr/bin/xz "$@"\n{gate.script}')
+        gate = self.held_xz()
         daemon = self.start(fast_sleep=50)
         self.wait_until(lambda: gate.is_reached, "xz has compressed the rotation")
 
@@ -415,8 +405,7 @@ class WhileXzRuns(BlackBoxCase):
     def test_deleted(self) -> None:
         """A rotation that someone deletes meanwhile is in the archive all the same."""
         rotation = write("messages.txt.0", "deleted")
-        gate = Gate("xz")
-        self.stand_in("xz", f'/usr/bin/xz "$@"\n{gate.script}')
+        gate = self.held_xz()
         daemon = self.start(fast_sleep=50)
         self.wait_until(lambda: gate.is_reached, "xz has compressed the rotation")
 

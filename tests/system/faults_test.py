@@ -10,15 +10,12 @@ import re
 from signal import SIGTERM
 
 from tests.harness import case
-from tests.harness.case import BlackBoxCase, archive, archive_name, content_of, write, write_sparse
-from tests.harness.daemon import (EMPTY_ARCHIVE, INITIALIZING, RUNNING, SCRATCH, STAND_INS,
-                                  START_UP_FAILED, Like, archived, caught, error, exiting, info,
-                                  xz_failed)
+from tests.harness.case import BlackBoxCase, archive, content_of, write, write_sparse
+from tests.harness.daemon import (END, INITIALIZING, SCRATCH, STAND_INS, START, START_UP_FAILED,
+                                  Like, archived, caught, error, exiting, info, xz_failed)
 from tests.harness.log_socket import Line
-from tests.harness.paths import ARCHIVE, LIVE_LOG, SYSLOG
+from tests.harness.paths import ARCHIVE, LIVE_LOG, SYSLOG, archive_name
 
-START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
-END = [caught(SIGTERM), exiting(0)]
 ROTATION = SYSLOG / "messages.txt.0"
 COMPRESSED = SYSLOG / "messages.txt.0.xz"
 TAKEN = SYSLOG / "messages.txt.tmp"  # a rotation that is being removed
@@ -28,8 +25,8 @@ UNLINK = "?unlink,?unlinkat"
 MKDIR = "?mkdir,?mkdirat"
 FORK = "?clone3,?clone,?vfork"
 
-# The shell itself becomes xz, or returns how xz ended.
-KILLED = f"({9}|{128 + 9 << 8})"
+# Signal 9 if the shell itself has become xz, else the status with which the shell says so: 137.
+KILLED = "(9|35072)"
 
 RENAME_FAILED = error(Like("Rename failure, reason: .+"))
 

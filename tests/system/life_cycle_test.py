@@ -10,13 +10,11 @@ from signal import SIGHUP, SIGINT, SIGPIPE, SIGQUIT, SIGTERM
 
 from tests.harness import case
 from tests.harness.case import BlackBoxCase, Gate, archive, content_of, write
-from tests.harness.daemon import (ARCHIVE_SIZE, EMPTY_ARCHIVE, INITIALIZING, RUNNING,
-                                  START_UP_FAILED, STATUS_AFTER, archived, caught, error, exiting,
-                                  xz_failed)
+from tests.harness.daemon import (ARCHIVE_SIZE, INITIALIZING, RUNNING, START, START_UP_FAILED,
+                                  STATUS_AFTER, archived, caught, error, exiting, xz_failed)
 from tests.harness.paths import SYSLOG
 
 ROTATION = "/perm/logs/syslog/messages.txt.0"
-START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
 
 
 def for_each_stop_signal(case_class: type[BlackBoxCase]) -> type[BlackBoxCase]:

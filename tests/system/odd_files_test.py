@@ -9,13 +9,10 @@ from signal import SIGTERM
 
 from tests.harness import case
 from tests.harness.case import BlackBoxCase, archive, content_of, write
-from tests.harness.daemon import (EMPTY_ARCHIVE, INITIALIZING, RUNNING, SCRATCH, START_UP_FAILED,
-                                  Like, archived, caught, error, exiting, xz_failed)
+from tests.harness.daemon import (END, INITIALIZING, RUNNING, SCRATCH, START, START_UP_FAILED, Like,
+                                  archived, caught, error, exiting, xz_failed)
 from tests.harness.log_socket import ERROR, Line
 from tests.harness.paths import ARCHIVE, LIVE_LOG, SYSLOG
-
-START = [INITIALIZING, EMPTY_ARCHIVE, RUNNING]
-END = [caught(SIGTERM), exiting(0)]
 
 
 class RotationNames(BlackBoxCase):

@@ -10,12 +10,11 @@ import subprocess
 from pathlib import Path
 
 from tests.harness import case
-from tests.harness.paths import DAEMON
+from tests.harness.paths import DAEMON, NOBODY
 from tests.harness.init_case import (LIBRARY, InitCase, kill, processes, programs_of,
                                      supervisors_of)
 from tests.harness.services import Service, daemon, syslogd
 
-NOBODY = 65534
 SYSLOGD = ["/sbin/syslogd", "-n", "-O", "/perm/logs/syslog/messages.txt"]
 
 

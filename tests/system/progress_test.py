@@ -7,20 +7,19 @@ from __future__ import annotations
 
 import os
 import signal
-import subprocess
 from pathlib import Path
 
 from tests.harness import case
-from tests.harness.case import STAND_INS, SandboxCase, log_lines, write, write_script
-from tests.harness.init_case import LIBRARY, InitCase, kill, programs_of, supervisors_of
+from tests.harness.case import log_lines, write
+from tests.harness.init_case import (NAPS, InitCase, SupervisorCase, kill, numbers, programs_of,
+                                     supervisors_of)
 from tests.harness.paths import ARCHIVE
 from tests.harness.services import daemon
 
 STALLED = ("Rotations wait, and none was archived in 3 seconds.  vandis-moraine is killed and started "
            "again.")
 
-CLOCK = Path("/scratch/uptime")
-NAPS = Path("/scratch/naps")
+STALLED_NAPS = Path("/scratch/stalled")
 
 
 class Progress(InitCase):
@@ -93,41 +92,20 @@ class Progress(InitCase):
         return int(status.split("voluntary_ctxt_switches:\t")[1].split()[0])
 
 
-class Looks(SandboxCase):
-    """How often the supervisor looks, by a clock that its sleeping moves."""
-
-    def setUp(self) -> None:
-        super().setUp()
-        CLOCK.write_text("1000 0\n")
-        NAPS.touch()
-        self.mount("--bind", str(CLOCK), "/proc/uptime")
-        self.stand_in("sleep", f"read -r now _ <{CLOCK}; echo $((now + $1)) 0 >{CLOCK}; "
-                               f"echo $1 >>{NAPS}")
-        os.mkfifo("/scratch/endless")
-        write_script(Path("/scratch/script"), 'case "$1" in\n'
-                     '    run) exec cat /scratch/endless;;\n'
-                     f'    stalled) cp {NAPS} /scratch/stalled;;\nesac')
-
-    def supervise(self, progress_seconds: int) -> None:
-        environment = {
-            **os.environ, "PATH": f"{STAND_INS}:{os.environ['PATH']}", "FIRST_RESTART": "60",
-            "RESTART_SECONDS": "60", "RESTART_MAX_SECONDS": "3600",
-            "PROGRESS_SECONDS": str(progress_seconds)}
-        supervisor = subprocess.Popen([str(LIBRARY / "supervise"), "/scratch/script"],
-                                      env=environment, start_new_session=True)
-        self.addCleanup(supervisor.wait)
-        self.addCleanup(supervisor.kill)
-
-    def naps(self) -> list[int]:
-        return [int(nap) for nap in NAPS.read_text().split("\n")[:-1]]
+class Looks(SupervisorCase):
+    """How often the supervisor looks."""
 
     def check(self, progress_seconds: int, idle: int, waiting: int) -> None:
-        self.supervise(progress_seconds)
-        self.wait_until(lambda: len(self.naps()) >= 5, "it looks")
-        self.assertEqual(set(self.naps()), {idle})
+        os.mkfifo("/scratch/endless")
+        self.supervise('case "$1" in\n'
+                       '    run) exec cat /scratch/endless;;\n'
+                       f'    stalled) cp {NAPS} /scratch/naps.new; mv /scratch/naps.new {STALLED_NAPS};;\n'
+                       'esac', PROGRESS_SECONDS=str(progress_seconds))
+        self.wait_until(lambda: len(numbers(NAPS)) >= 5, "it looks")
+        self.assertEqual(set(numbers(NAPS)), {idle})
         write("messages.txt.0", "text\n")
-        self.wait_until(Path("/scratch/stalled").exists, "the program is to be killed")
-        naps = [int(nap) for nap in Path("/scratch/stalled").read_text().split()]
+        self.wait_until(STALLED_NAPS.exists, "the program is to be killed")
+        naps = numbers(STALLED_NAPS)
         self.assertEqual(set(naps), {idle, waiting})
         # The file was found within the first of these.
         self.assertIn(naps.count(waiting) * waiting,

@@ -10,17 +10,15 @@ import subprocess
 from pathlib import Path
 
 from tests.harness import case
-from tests.harness.case import archive_name, content_of, log_lines, write
+from tests.harness.case import content_of, log_lines, write
 from tests.harness.init_case import LIBRARY, InitCase
-from tests.harness.paths import ARCHIVE, LIVE_LOG, SYSLOG
+from tests.harness.paths import ARCHIVE, FOREIGN, LIVE_LOG, SYSLOG, archive_name
 from tests.harness.services import daemon, syslogd
-
-FOREIGN = SYSLOG / "foreign"
 
 OWN = ("messages.txt", "messages.txt.tmp", "messages.txt.0", "messages.txt.9", "messages.txt.3.xz",
        "messages.txt.tmp.xz")
 OWN_ARCHIVED = (archive_name(1), archive_name(999), archive_name(1000),
-                archive_name(7, "1970-12-31.23:59:59"), archive_name(8, "2038-01-19.03:14:08"))
+                archive_name(7, 365 * 86400 - 1), archive_name(8, 1 << 31))
 
 FOREIGN_NAMES = (
     "messages.txt.10", "messages.txt.0 1", "messages.txt.0\n", "messages.txt.", "messages.txt.a",

@@ -59,7 +59,7 @@ class RealSyslogdCase(SandboxCase):
         super().setUp()
         services.set_rotation_size(ROTATION_KB)
         # A little more than a second from one cycle to the next: no archive name is taken yet.
-        Path("/etc/default/vandis-moraine").write_text(start_settings(fast_sleep=9))
+        services.daemon.settings.write_text(start_settings(fast_sleep=9))
         self.addCleanup(self.end_services)
 
     def end_services(self) -> None:
@@ -70,7 +70,7 @@ class RealSyslogdCase(SandboxCase):
                 self.wait_until(lambda: service.pid is None, "a killed process has ended")
 
     def fail(self, msg: object = None) -> NoReturn:
-        """Adds what the device looks like."""
+        """Adds what the sandbox looks like."""
         running = [f"syslogd {services.syslogd.pid}", f"daemon {services.daemon.pid}"]
         files = [f"{path.relative_to(SYSLOG)} {path.stat().st_size}"
                  for path in sorted(SYSLOG.rglob("*"))]
@@ -240,17 +240,17 @@ class Restarts(RealSyslogdCase):
 
     def test_killed_while_xz_runs(self) -> None:
         """The daemon and its xz are killed: the next start makes it good."""
-        self.stand_in("xz", f'/usr/bin/xz "$@"\n{self.gate.script}')
+        gate = self.held_xz()
         services.syslogd.start()
         flood = SteppedFlood(self)
         flood.write_until_exists(ROTATION)
         services.daemon.start()
-        self.wait_until(lambda: self.gate.is_reached, "xz has made its file")
+        self.wait_until(lambda: gate.is_reached, "xz has made its file")
 
         os.killpg(os.getpgid(services.daemon.pid), signal.SIGKILL)
         self.wait_until(lambda: services.daemon.pid is None, "the daemon has gone")
         self.assertTrue((SYSLOG / "messages.txt.0.xz").exists())
-        self.gate.open()
+        gate.open()
         services.daemon.start()
         self.wait_until_archived(1)
         services.daemon.stop()
@@ -258,15 +258,10 @@ class Restarts(RealSyslogdCase):
 
         self.assert_nothing_lost(flood.written)
 
-    @property
-    def gate(self) -> Gate:
-        return Gate("xz")
-
 
 class RotationWhileXzRuns(RealSyslogdCase):
 
-    def check(self, script: str, gate: Gate) -> None:
-        self.stand_in("xz", script)
+    def check(self, gate: Gate) -> None:
         services.syslogd.start()
         flood = SteppedFlood(self)
         flood.write_until_exists(ROTATION)
@@ -285,13 +280,11 @@ class RotationWhileXzRuns(RealSyslogdCase):
 
     def test_before_xz_reads(self) -> None:
         """syslogd rotates before xz has opened the file."""
-        gate = Gate("xz")
-        self.check(f'{gate.script}\nexec /usr/bin/xz "$@"', gate)
+        self.check(self.slow_xz())
 
     def test_after_xz_has_read(self) -> None:
         """syslogd rotates after xz has compressed the file."""
-        gate = Gate("xz")
-        self.check(f'/usr/bin/xz "$@"\n{gate.script}', gate)
+        self.check(self.held_xz())
 
 
 if __name__ == "__main__":

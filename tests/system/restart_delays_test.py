@@ -1,59 +1,44 @@
 # SPDX-FileCopyrightText: 2026 The vandis-moraine authors
 # SPDX-License-Identifier: MIT
 
-"""How often a program that fails is started again, by a clock that the test sets: the supervisor's
-sleeping moves it, and takes no time."""
+"""How often a program that fails is started again."""
 from __future__ import annotations
 
 import os
 import signal
-import subprocess
 from pathlib import Path
 
 from tests.harness import case
-from tests.harness.case import STAND_INS, SandboxCase, write_script
-from tests.harness.init_case import LIBRARY
+from tests.harness.init_case import TICK, SupervisorCase, numbers
 
-CLOCK = Path("/scratch/uptime")
 STARTS = Path("/scratch/starts")
 NOTED = Path("/scratch/noted")
 # The supervisor reads the clock when it has started a program, which must not move it before.
 WAIT = "until [ $(wc -l </scratch/noted) -ge $(wc -l </scratch/starts) ]; do :; done"
 HOUR, DAY = 3600, 86400
-TICK = 'read -r now _ </proc/uptime; echo $((now + $1)) 0 >/scratch/uptime'
 
 
-class RestartDelays(SandboxCase):
+class RestartDelays(SupervisorCase):
 
     def setUp(self) -> None:
         super().setUp()
-        CLOCK.write_text("1000 0\n")
         STARTS.touch()
         NOTED.touch()
-        self.mount("--bind", str(CLOCK), "/proc/uptime")
-        self.stand_in("sleep", TICK)
 
-    def starts(self, run: str = "exit 1", end: int = 2 * DAY, first: int = 60, **settings: str) -> list[int]:
+    def starts(self, run: str = "exit 1", end: int = 2 * DAY, **settings: str) -> list[int]:
         """Returns when a program was started, in seconds since its first start, up to `end`."""
-        script = Path("/scratch/script")
-        write_script(script, 'case "$1" in\n'
-                             '    run) read -r now _ </proc/uptime; echo $now >>/scratch/starts\n'
-                             f'        {WAIT}; {run};;\n'
-                             '    started) echo >>/scratch/noted;;\nesac')
-        environment = {
-            **os.environ, "PATH": f"{STAND_INS}:{os.environ['PATH']}", "FIRST_RESTART": str(first),
-            "RESTART_SECONDS": "60", "RESTART_MAX_SECONDS": "3600", "PROGRESS_SECONDS": "", **settings}
-        supervisor = subprocess.Popen([str(LIBRARY / "supervise"), str(script)], env=environment,
-                                      start_new_session=True)
-        self.addCleanup(supervisor.wait)
-        self.addCleanup(supervisor.kill)
+        supervisor = self.supervise(
+            'case "$1" in\n'
+            '    run) read -r now _ </proc/uptime; echo $now >>/scratch/starts\n'
+            f'        {WAIT}; {run};;\n'
+            '    started) echo >>/scratch/noted;;\nesac', **settings)
         self.wait_until(lambda: self.times()[-1:] > [end], "the time is over")
-        os.killpg(supervisor.pid, signal.SIGKILL)
+        os.killpg(supervisor, signal.SIGKILL)
         return [time for time in self.times() if time < end]
 
     @staticmethod
     def times() -> list[int]:
-        times = [int(time) for time in STARTS.read_text().split("\n")[:-1]]
+        times = numbers(STARTS)
         return [time - times[0] for time in times]
 
     @staticmethod
@@ -70,11 +55,11 @@ class RestartDelays(SandboxCase):
 
     def test_syslogd(self) -> None:
         """Its first restart is immediate."""
-        times = self.starts(first=0, end=DAY)
+        times = self.starts(FIRST_RESTART="0", end=DAY)
         self.assertEqual(self.delays(times)[:4], [0, 60, 120, 240])
 
     def test_other_settings(self) -> None:
-        times = self.starts(end=200, first=7, RESTART_SECONDS="7", RESTART_MAX_SECONDS="20")
+        times = self.starts(end=200, FIRST_RESTART="7", RESTART_SECONDS="7", RESTART_MAX_SECONDS="20")
         self.assertEqual(self.delays(times)[:5], [7, 14, 20, 20, 20])
 
     def test_an_hour_without_a_failure(self) -> None:

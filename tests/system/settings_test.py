@@ -4,8 +4,8 @@
 """The init scripts refuse settings that would leave the device without its log, and name them."""
 from __future__ import annotations
 
+import os
 import subprocess
-from pathlib import Path
 
 from tests.harness import case, services
 from tests.harness.case import SandboxCase, write
@@ -25,8 +25,7 @@ class SettingsCase(SandboxCase):
         service.stop()
 
     def set(self, service: services.Service, line: str) -> None:
-        name = Path(service.script).name[len("S01"):]
-        Path(f"/etc/default/{name}").write_text(f"{line}\n")
+        service.settings.write_text(f"{line}\n")
 
     def assert_accepted(self, service: services.Service, line: str) -> None:
         with self.subTest(line):
@@ -39,8 +38,18 @@ class SettingsCase(SandboxCase):
         with self.subTest(line):
             self.set(service, line)
             done = subprocess.run([service.script, "start"], stdout=subprocess.PIPE, text=True)
-            self.assertEqual((done.returncode, done.stdout), (1, text))
+            self.assertEqual((done.returncode, done.stdout), (1, f"{service.settings}: {text}\n"))
             self.assertIsNone(service.pid)
+
+
+def may_lower_niceness() -> bool:
+    niceness = os.getpriority(os.PRIO_PROCESS, 0)
+    try:
+        os.setpriority(os.PRIO_PROCESS, 0, niceness - 1)
+    except PermissionError:
+        return False
+    os.setpriority(os.PRIO_PROCESS, 0, niceness)
+    return True
 
 
 class Syslogd(SettingsCase):
@@ -50,8 +59,7 @@ class Syslogd(SettingsCase):
             self.assert_accepted(services.syslogd, f"{name}={value}")
         for value in refused:
             self.assert_refused(
-                services.syslogd, f"{name}={value}",
-                f"/etc/default/syslogd-moraine: {name}={value}, but it must be {allowed}\n")
+                services.syslogd, f"{name}={value}", f"{name}={value}, but it must be {allowed}")
 
     def test_rotation_size(self) -> None:
         self.check("ROTATION_KB", ["1", "1048576"],
@@ -59,6 +67,12 @@ class Syslogd(SettingsCase):
 
     def test_rotations(self) -> None:
         self.check("ROTATIONS", ["1", "10"], ["", "abc", "0", "-1", "11", "100"], "1 to 10")
+
+    def test_groups(self) -> None:
+        for name in ("LOG_GROUP", "SOCKET_GROUP"):
+            for group in ("nosuch", ".*"):
+                self.assert_refused(services.syslogd, f"{name}={group}",
+                                    f"{name}={group}, but there is no such group")
 
     def test_what_runs_can_be_stopped_but_not_started_anew(self) -> None:
         for service, wrong in ((services.syslogd, "ROTATIONS=x"), (services.daemon, "NICE_LEVEL=x")):
@@ -75,6 +89,22 @@ class Syslogd(SettingsCase):
                 self.set(service, "")
 
 
+class Restarts(SettingsCase):
+
+    def test_numbers(self) -> None:
+        for service, names in ((services.syslogd, ("RESTART_SECONDS", "RESTART_MAX_SECONDS")),
+                               (services.daemon, ("RESTART_SECONDS", "RESTART_MAX_SECONDS",
+                                                  "XZ_TIMEOUT", "PROGRESS_SECONDS"))):
+            for name in names:
+                for value in ("", "0", "-1", "1.5", "x", "1000000"):
+                    self.assert_refused(service, f"{name}={value}",
+                                        f"{name}={value}, but it must be 1 to 999999")
+
+    def test_limits(self) -> None:
+        self.assert_refused(services.daemon, "RESTART_SECONDS=3; RESTART_MAX_SECONDS=2",
+                            "RESTART_SECONDS=3, but RESTART_MAX_SECONDS=2")
+
+
 class Daemon(SettingsCase):
 
     def test_niceness(self) -> None:
@@ -84,16 +114,19 @@ class Daemon(SettingsCase):
         for value in ("", "x", "-", "20", "-21", "100", "1.5"):
             self.assert_refused(
                 services.daemon, f"NICE_LEVEL={value}",
-                f"/etc/default/vandis-moraine: NICE_LEVEL={value}, but it must be -20 to 19\n")
+                f"NICE_LEVEL={value}, but it must be -20 to 19")
 
     def test_negative_niceness(self) -> None:
-        # An ordinary user's device may not have it: start-stop-daemon says so then, not the script.
+        """An ordinary user may not have it: then nice says so, not the script."""
         for value in ("-1", "-9", "-10", "-20"):
+            if may_lower_niceness():
+                self.assert_accepted(services.daemon, f"NICE_LEVEL={value}")
+                continue
             with self.subTest(value):
                 self.set(services.daemon, f"NICE_LEVEL={value}")
                 done = subprocess.run([services.daemon.script, "start"], stdout=subprocess.PIPE,
                                       text=True)
-                self.assertTrue(done.stdout.startswith("Starting vandis-moraine: "), done.stdout)
+                self.assertNotIn("but it must be", done.stdout)
                 services.daemon.stop()
 
 
@@ -105,11 +138,7 @@ class SettingsThatHaveBecomeWrong(InitCase):
 
     def set_wrong(self, line: str = "ROTATION_KB=x NICE_LEVEL=x") -> None:
         for service in (services.syslogd, services.daemon):
-            self.settings(service).write_text(f"{line}\n")
-
-    @staticmethod
-    def settings(service: services.Service) -> Path:
-        return Path("/etc/default", Path(service.script).name[3:])
+            service.settings.write_text(f"{line}\n")
 
     def test_killed(self) -> None:
         self.start_both()
@@ -147,7 +176,7 @@ class SettingsThatHaveBecomeWrong(InitCase):
                     for action in ("start", "restart"):
                         status, output = self.call(service, action)
                         self.assertEqual(status, 1)
-                        self.assertIn(f"/etc/default/{self.settings(service).name}: ", output)
+                        self.assertIn(f"{service.settings}: ", output)
                         self.assertEqual(programs_of(service), pid)
                     self.assertEqual(self.call(service, "stop")[0], 0)
                     self.assertEqual(programs_of(service), [])

@@ -11,11 +11,11 @@ import subprocess
 import sys
 
 from tests.harness import case, waiting
-from tests.harness.case import BlackBoxCase, archive, archive_name, write
+from tests.harness.case import BlackBoxCase, archive, write
 from tests.harness.daemon import (ARCHIVE_SIZE, INITIALIZING, RUNNING, STATUS_AFTER, archived,
                                   caught, error, exiting)
 from tests.harness.log_socket import Line
-from tests.harness.paths import ARCHIVE
+from tests.harness.paths import ARCHIVE, archive_name
 
 RUNS = 20
 SENDERS = 4

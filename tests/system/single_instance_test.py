@@ -5,14 +5,12 @@
 from __future__ import annotations
 
 import signal
-from pathlib import Path
 
 from tests.harness import case
 from tests.harness.case import BlackBoxCase, archive, content_of, write
 from tests.harness.daemon import INITIALIZING, archived, error
-from tests.harness.paths import ARCHIVE, SYSLOG
+from tests.harness.paths import ARCHIVE, BOOT_NUMBER, SYSLOG
 
-BOOT_NUMBER = Path("/var/run/vandis-moraine.boot")
 IS_RUNNING = error("vandis-moraine is running already: another process has locked "
                    "/var/run/vandis-moraine.lock.")
 

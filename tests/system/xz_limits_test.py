@@ -10,12 +10,11 @@ import subprocess
 from pathlib import Path
 
 from tests.harness import case
-from tests.harness.case import log_lines, write
+from tests.harness.case import content_of, log_lines, write
 from tests.harness.init_case import InitCase, kill, processes, programs_of, supervisors_of
-from tests.harness.paths import SYSLOG
+from tests.harness.paths import FOREIGN, SYSLOG
 from tests.harness.services import daemon, syslogd
 
-FOREIGN = SYSLOG / "foreign"
 HANG = "echo $$ >>/scratch/hung\nexec sleep 1000"
 HANG_ONCE = f"[ -e /scratch/hung ] && exec /usr/bin/xz \"$@\"\n{HANG}"
 
@@ -200,18 +199,19 @@ class Unarchivable(InitCase):
 
     def test_renamed_in_between(self) -> None:
         """syslogd rotates: the file counts, not its name."""
-        gate = case.Gate("xz")
-        self.stand_in("xz", self.bad("bad").replace("exit 1", f"{gate.script}; exit 1") +
-                      "exec /usr/bin/xz \"$@\"")
-        self.start_both()
+        self.set(daemon, "RESTART_SECONDS=1000", "RESTART_MAX_SECONDS=1000")
+        self.stand_in("xz", self.bad("bad") + "exec /usr/bin/xz \"$@\"")
+        syslogd.start()
         write("messages.txt.3", "bad\n")
-        self.wait_until(lambda: gate.is_reached, "xz runs")
-        gate.open()
-        self.wait_until(lambda: self.tries() == 2, "the second try")
-        if (SYSLOG / "messages.txt.3").exists():
-            os.rename(SYSLOG / "messages.txt.3", SYSLOG / "messages.txt.4")
+        for tries in (1, 2):
+            daemon.start()
+            self.wait_until(lambda: sum("It is started again in 1000 seconds" in line
+                                        for line in log_lines()) == tries, "it has failed again")
+        os.rename(SYSLOG / "messages.txt.3", SYSLOG / "messages.txt.4")
+        daemon.start()
         self.wait_until(lambda: list(FOREIGN.glob("messages.txt.*")), "it is moved")
-        self.assertEqual(next(FOREIGN.iterdir()).read_text(), "bad\n")
+        self.assertEqual(content_of(FOREIGN), {"messages.txt.4": "bad\n"})
+        self.assertEqual(self.tries(), 3)
 
     def test_full_disk(self) -> None:
         """Not the file's fault, nor that of any other."""
