@@ -15,7 +15,7 @@ namespace Reader {
 namespace {
 
 // Lines that are kept to be given out in reverse. A file with more is read once more for the rest.
-constexpr std::size_t MaxKeptBytes = 1UL << 20;
+constexpr std::size_t MaxKeptBytes = 3UL << 19;
 
 std::size_t LineEnd(std::string_view block, std::size_t start) {
     const void* const end = memchr(block.data() + start, '\n', block.size() - start);
