@@ -113,6 +113,7 @@ def main() -> int:
         print(*(f"{each.about} ({each.scene})" for each in chosen), sep="\n")
         return 0
 
+    subprocess.run([str(ROOT / "rig/build-busybox")], check=True)
     print("Building the unchanged copy ...", flush=True)
     tree = Tree(FOLDER / "tree")
     check_guards(tree)
