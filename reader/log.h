@@ -139,6 +139,9 @@ public:
     // `error`, which stays empty if the daemon has deleted the file.
     int OpenSource(std::size_t index, std::string& error) const;
 
+    // The names of the device's waiting logs that could not be opened.
+    const std::vector<std::string>& Unreadable() const;
+
     // The current boot's number, and the boots that have a log, oldest first.
     std::uint32_t CurrentBoot() const;
     std::vector<BootFiles> Boots() const;

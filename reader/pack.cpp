@@ -117,13 +117,16 @@ private:
 
 Packer::Packer(const Log& log, const PackOptions& options, PackOrigin origin, Report report)
     : log(log), options(options), origin(std::move(origin)), report(std::move(report)) {
-    for (std::uint32_t i = 0; i < log.NumSources(); ++i) {
+    const std::size_t count = log.NumSources() + log.Unreadable().size();
+    for (std::uint32_t i = 0; i < count; ++i) {
         namesSize += SizeInManifest(NameEntry(NameOf(i)));
+        if (i >= log.NumSources()) leftOut.push_back(i);
     }
     Plan();
 }
 
 std::string Packer::NameOf(std::uint32_t index) const {
+    if (index >= log.NumSources()) return log.Unreadable()[index - log.NumSources()] + ".xz";
     const Source source = log.GetSource(index);
     std::string name(source.name);
     if (source.kind != Kind::Archive) name += ".xz";
