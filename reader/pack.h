@@ -106,6 +106,7 @@ private:
     [[nodiscard]] bool Open(const PackMember& member, Descriptor& file, struct stat& status);
     [[nodiscard]] Fit Compress(PackMember& member, const std::string& name, int file);
     [[nodiscard]] bool Exceeds(const PackMember& member, const std::string& name) const;
+    [[nodiscard]] std::uint64_t ListedNames(std::uint32_t last) const;
     [[nodiscard]] std::uint64_t NamesBudget() const;
 
     [[nodiscard]] bool WriteMembers(TarWriter& tar);

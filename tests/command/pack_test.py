@@ -180,6 +180,15 @@ class Limits(PackCase):
         self.assertIn("messages.txt", result.error)
         self.assertEqual(list(self.folder.iterdir()), [])
 
+    def test_the_size_of_the_file_is_the_smallest_limit_that_admits_its_members(self) -> None:
+        for minute in range(60):
+            write_noise(1, 400, minute=minute)
+        for limit in range(8192, 24576, 512):
+            result = self.check("pack", "-o", "-", "-l", str(limit))
+            size = len(result.out)
+            if size < limit:
+                self.assertEqual(list(self.pack("-l", str(size))), list(contents(result.out)), limit)
+
     def test_the_default_is_15_mib(self) -> None:
         for minute in range(20):
             write_noise(1, 1 << 20, minute=minute)
