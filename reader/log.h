@@ -173,6 +173,7 @@ public:
         std::uint64_t bytes = 0, textBytes = 0, lines = 0;
         std::string damage;         // empty: it is intact
         bool isUnreadable = false;  // it could not be opened or read
+        bool isGone = false;        // it has been deleted since the log was opened
     };
     Check Verify(std::size_t index);
 

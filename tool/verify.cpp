@@ -90,6 +90,7 @@ int RunVerify(Arguments arguments) {
     for (std::size_t i = 0; i < log.NumSources(); ++i) {
         if (log.GetSource(i).kind != Reader::Kind::Archive) continue;
         const Reader::Log::Check check = log.Verify(i);
+        if (check.isGone) continue;
         const std::string name(log.GetSource(i).name);
         ++summary.files;
         summary.bytes += check.bytes;

@@ -319,6 +319,12 @@ class Faults(CommandCase):
             self.assertEqual(first, f"{self.paths[1].name}: {reason}")
             self.assertTrue(last.endswith("2 lines: 1 failed"), last)
 
+    def test_verify_does_not_count_a_file_that_was_deleted_meanwhile(self) -> None:
+        done = self.run_with(self.paths[0], "openat:error=ENOENT", "verify", "--json")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        found = json.loads(done.stdout)
+        self.assertEqual((found["files"], found["lines"], found["damaged"]), (2, 2, []))
+
     def test_pack_leaves_out_what_cannot_be_opened(self) -> None:
         command = ["strace", "-f", "-o", "/dev/null", "-P", self.paths[1].name,
                    "-e", "inject=openat:error=EACCES", program(), "pack", "-o", "log.tar"]
