@@ -83,6 +83,7 @@ void Catalogue::Clear() {
     entries.clear();
     placed.clear();
     problems.clear();
+    unreadable.clear();
     held.clear();
     names = {};
 }

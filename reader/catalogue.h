@@ -104,7 +104,8 @@ public:
     std::vector<Entry> entries;
     std::vector<Placed> placed;
     std::vector<Problem> problems;
-    std::vector<Descriptor> held;                                       // that places refer to
+    std::vector<std::string> unreadable;  // names of waiting logs that are not among the entries
+    std::vector<Descriptor> held;         // that places refer to
     std::unique_ptr<char[], void (*)(void*)> memory{nullptr, nullptr};  // a tar from a pipe
     Descriptor folder;                                                  // of the archive
     std::uint32_t currentBoot = 1;

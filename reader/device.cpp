@@ -183,7 +183,7 @@ std::uint64_t GetTextSize(const OpenFile& file) {
     return size;
 }
 
-// The beginnings of both texts, as far as the first blocks go.
+// The beginnings of both texts, as far as the first blocks go, or that both are empty.
 bool BeginsAlike(const OpenFile& archived, int source) {
     TextReader a;
     TextReader b;
@@ -193,7 +193,9 @@ bool BeginsAlike(const OpenFile& archived, int source) {
     b.Open(place, false);
     std::string_view left;
     std::string_view right;
-    if (!a.Next(left) || !b.Next(right)) return false;
+    const bool hasLeft = a.Next(left);
+    const bool hasRight = b.Next(right);
+    if (!hasLeft || !hasRight) return hasLeft == hasRight && a.Damage().empty();
     const std::size_t length = std::min(left.size(), right.size());
     return left.substr(0, length) == right.substr(0, length);
 }
@@ -310,6 +312,7 @@ void DeviceSnapshot::AddHeld() {
         if (!file.problem.empty() || GetStatusBetweenLines(file.file.Get(), status)) {
             AddProblem(Moraine::SyslogPathAbs / name,
                        file.problem.empty() ? strerror(errno) : file.problem);
+            catalogue.unreadable.push_back(name);
             continue;
         }
         Placed placed;
@@ -360,7 +363,7 @@ bool IsFormOf(const OpenFile& archived, int source) {
     if (fstat(archived.place.fd, &of) != 0 || fstat(source, &status) != 0) return false;
     return IsSameTime(status.st_mtim, of.st_mtim) &&
            GetTextSize(archived) == static_cast<std::uint64_t>(status.st_size) &&
-           (status.st_size == 0 || BeginsAlike(archived, source));
+           BeginsAlike(archived, source);
 }
 
 void OpenDeviceFolders(Catalogue& catalogue) {

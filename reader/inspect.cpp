@@ -67,11 +67,9 @@ Log::Check Log::Verify(std::size_t index) {
     const Entry& entry = files->catalogue.entries[index];
     OpenFile file;
     const OpenResult result = files->catalogue.Open(index, file, check.damage);
-    if (result != OpenResult::Opened) {
-        check.isUnreadable = true;
-        if (result == OpenResult::Gone) check.damage = "deleted while the log was read";
-        return check;
-    }
+    check.isUnreadable = result == OpenResult::Failed;
+    check.isGone = result == OpenResult::Gone;
+    if (result != OpenResult::Opened) return check;
     TextReader reader;
     reader.Open(file.place, entry.isCompressed);
     std::string_view block;

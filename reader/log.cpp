@@ -117,6 +117,10 @@ int Log::OpenSource(std::size_t index, std::string& error) const {
     return catalogue.Open(index, file, error) == OpenResult::Opened ? file.owned.Release() : -1;
 }
 
+const std::vector<std::string>& Log::Unreadable() const {
+    return files->catalogue.unreadable;
+}
+
 std::uint32_t Log::CurrentBoot() const {
     return files->catalogue.currentBoot;
 }

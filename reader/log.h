@@ -139,6 +139,9 @@ public:
     // `error`, which stays empty if the daemon has deleted the file.
     int OpenSource(std::size_t index, std::string& error) const;
 
+    // The names of the device's waiting logs that could not be opened.
+    const std::vector<std::string>& Unreadable() const;
+
     // The current boot's number, and the boots that have a log, oldest first.
     std::uint32_t CurrentBoot() const;
     std::vector<BootFiles> Boots() const;
@@ -170,6 +173,7 @@ public:
         std::uint64_t bytes = 0, textBytes = 0, lines = 0;
         std::string damage;         // empty: it is intact
         bool isUnreadable = false;  // it could not be opened or read
+        bool isGone = false;        // it has been deleted since the log was opened
     };
     Check Verify(std::size_t index);
 

@@ -24,7 +24,6 @@ namespace {
 // The manifest: a head, the members, the names left out, and their number.
 constexpr std::string_view ManifestName = "manifest.json";
 constexpr std::string_view MembersEnd = "],\"left_out\":[";
-constexpr std::size_t MaxTailSize = 64;
 constexpr std::string_view Separator = ",\n";  // between the entries of a list
 
 constexpr std::size_t KeptAtMost = 1U << 20;  // of the compressed texts of waiting logs
@@ -55,6 +54,10 @@ std::string NameEntry(const std::string& name) {
     std::string text;
     AppendJsonString(text, name);
     return text;
+}
+
+std::string ManifestEnd(std::size_t leftOut) {
+    return "],\"left_out_count\":" + std::to_string(leftOut) + "}\n";
 }
 
 std::uint64_t SizeInManifest(const std::string& entry) {
@@ -117,13 +120,16 @@ private:
 
 Packer::Packer(const Log& log, const PackOptions& options, PackOrigin origin, Report report)
     : log(log), options(options), origin(std::move(origin)), report(std::move(report)) {
-    for (std::uint32_t i = 0; i < log.NumSources(); ++i) {
+    const std::size_t count = log.NumSources() + log.Unreadable().size();
+    for (std::uint32_t i = 0; i < count; ++i) {
         namesSize += SizeInManifest(NameEntry(NameOf(i)));
+        if (i >= log.NumSources()) leftOut.push_back(i);
     }
     Plan();
 }
 
 std::string Packer::NameOf(std::uint32_t index) const {
+    if (index >= log.NumSources()) return log.Unreadable()[index - log.NumSources()] + ".xz";
     const Source source = log.GetSource(index);
     std::string name(source.name);
     if (source.kind != Kind::Archive) name += ".xz";
@@ -205,17 +211,42 @@ Packer::Fit Packer::Compress(PackMember& member, const std::string& name, int fi
     return Fit::Fits;
 }
 
-// Counts the manifest with a full list of names, as far as the budget goes: rather a few bytes too
-// many than one member that makes the stream too large.
+// Whether the stream would exceed the limit if this member were its last one.
 bool Packer::Exceeds(const PackMember& member, const std::string& name) const {
-    const std::uint64_t names =
-        std::min(namesSize - SizeInManifest(NameEntry(name)), NamesBudget());
-    const std::uint64_t manifest = ManifestHead().size() + entriesSize +
-                                   SizeInManifest(MemberEntry(member, name)) + MembersEnd.size() +
-                                   names + MaxTailSize;
-    return membersSize + TarWriter::SizeInStream(name, member.size) +
-               TarWriter::SizeInStream(ManifestName, manifest) + TarWriter::TrailerSize >
-           options.limit;
+    const std::size_t count = log.NumSources() + log.Unreadable().size() - members.size() - 1;
+    const auto exceedsWith = [&](std::uint64_t names) {
+        const std::uint64_t manifest = ManifestHead().size() + entriesSize +
+                                       MemberEntry(member, name).size() + 1 + MembersEnd.size() +
+                                       names - std::min<std::uint64_t>(names, Separator.size()) +
+                                       ManifestEnd(count).size();
+        return membersSize + TarWriter::SizeInStream(name, member.size) +
+                   TarWriter::SizeInStream(ManifestName, manifest) + TarWriter::TrailerSize >
+               options.limit;
+    };
+    // Rarely does it depend on how many whole names go into their part of the manifest, which takes
+    // long to count.
+    const std::uint64_t names = namesSize - SizeInManifest(NameEntry(name));
+    return exceedsWith(std::min(names, NamesBudget())) && exceedsWith(ListedNames(member.source));
+}
+
+// How much of the manifest the names would take if packing ended with this source.
+std::uint64_t Packer::ListedNames(std::uint32_t last) const {
+    const auto count = static_cast<std::uint32_t>(log.NumSources());
+    const std::uint64_t budget = NamesBudget();
+    std::uint64_t size = 0;
+    const auto isFull = [&](std::uint32_t source) {
+        const std::uint64_t more = SizeInManifest(NameEntry(NameOf(source)));
+        if (size + more > budget) return true;
+        size += more;
+        return false;
+    };
+    if (std::any_of(leftOut.begin(), leftOut.end(), isFull)) return size;
+    const bool isOldestFirst = options.which == PackOptions::Which::Oldest;
+    for (std::uint32_t source = last; source != (isOldestFirst ? count - 1 : 0);) {
+        source = isOldestFirst ? source + 1 : source - 1;
+        if (isFull(source)) break;
+    }
+    return size;
 }
 
 // How much of the manifest the list of names may take: a small limit leaves room for members beside
@@ -249,7 +280,7 @@ bool Packer::WriteManifest(const ByteSink& sink) const {
         if (&source != &leftOut.front()) entry.insert(0, Separator);
         if (sink(entry)) return true;
     }
-    return sink("],\"left_out_count\":" + std::to_string(leftOut.size()) + "}\n");
+    return sink(ManifestEnd(leftOut.size()));
 }
 
 std::uint64_t Packer::ManifestSize() const {

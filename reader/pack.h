@@ -80,12 +80,13 @@ public:
     // on without it.
     Packer(const Log& log, const PackOptions& options, PackOrigin origin, Report report);
 
-    // Known from the start.
+    // Known from the start. What is left out is named as sources of the log; behind its last one
+    // follow the waiting logs that could not be opened.
     [[nodiscard]] const std::vector<PackMember>& Members() const { return members; }
     [[nodiscard]] const std::vector<std::uint32_t>& LeftOut() const { return leftOut; }
     [[nodiscard]] std::uint64_t StreamSize() const;
 
-    // What a source of the log is called in the stream.
+    // What a source is called in the stream.
     [[nodiscard]] std::string NameOf(std::uint32_t source) const;
 
     // True if a file could not be read.
@@ -105,6 +106,7 @@ private:
     [[nodiscard]] bool Open(const PackMember& member, Descriptor& file, struct stat& status);
     [[nodiscard]] Fit Compress(PackMember& member, const std::string& name, int file);
     [[nodiscard]] bool Exceeds(const PackMember& member, const std::string& name) const;
+    [[nodiscard]] std::uint64_t ListedNames(std::uint32_t last) const;
     [[nodiscard]] std::uint64_t NamesBudget() const;
 
     [[nodiscard]] bool WriteMembers(TarWriter& tar);

@@ -3,7 +3,8 @@
 
 // Reading a tar file where it is: the members' names and places. Understood are the forms in which
 // tar programs write downloads and copies: ustar, old GNU with long names and large numbers, and
-// pax. What is no file of the log is passed over.
+// pax. What is no file of the log is passed over. A sparse member, whose text is not in one piece,
+// is skipped as what is no regular file.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -125,6 +126,8 @@ private:
     bool ReadHeader(TarHeader& header);
     void ReadMembers();
     bool ReadExtension(const TarHeader& header, std::uint64_t size);
+    bool PassSparseMap(const TarHeader& header);
+    void ForgetExtensions();
     bool TakeMember(const TarHeader& header, std::uint64_t size);
     std::uint64_t ReadData(std::uint64_t size, bool isKept, Place& place);
     std::string ReadText(std::uint64_t size);
@@ -145,6 +148,8 @@ private:
     std::string longName;
     std::optional<std::uint64_t> paxSize;
     std::optional<std::int64_t> paxTime;
+    std::string sparseName;  // pax has a made-up one besides
+    bool isSparse = false;
 
     std::map<std::string, Member> members;  // of two with the same name, the later one counts
 };
@@ -280,12 +285,41 @@ void TarReader::ReadPax(std::string_view text) {
         if (record.starts_with("path=")) longName = value;
         if (record.starts_with("size=")) paxSize = std::strtoull(value.c_str(), nullptr, 10);
         if (record.starts_with("mtime=")) paxTime = std::strtoll(value.c_str(), nullptr, 10);
+        if (record.starts_with("GNU.sparse.name=")) sparseName = value;
+        isSparse =
+            isSparse || record.starts_with("GNU.sparse.") || record.starts_with("SCHILY.realsize=");
     }
+}
+
+// Old GNU tar continues a long map of a sparse member between header and content: in blocks whose
+// byte 504 tells whether another one follows, as byte 482 of the header does. Returns true if the
+// file ends before.
+bool TarReader::PassSparseMap(const TarHeader& header) {
+    if (header.type != 'S' || Text(header.magic) != "ustar ") return false;
+    const auto byteOf = [](const TarHeader& block, std::size_t at) {
+        return reinterpret_cast<const char*>(&block)[at];
+    };
+    TarHeader block;
+    for (char more = byteOf(header, 482); more != 0; more = byteOf(block, 504)) {
+        if (!ReadHeader(block)) return true;
+    }
+    return false;
+}
+
+void TarReader::ForgetExtensions() {
+    longName.clear();
+    paxSize.reset();
+    paxTime.reset();
+    sparseName.clear();
+    isSparse = false;
 }
 
 // Returns true if the file ends before; what there is of the member is taken.
 bool TarReader::TakeMember(const TarHeader& header, std::uint64_t size) {
-    std::string place = longName.empty() ? PathOf(header) : longName;
+    if (PassSparseMap(header)) return true;
+    std::string place = !sparseName.empty() ? sparseName
+                        : !longName.empty() ? longName
+                                            : PathOf(header);
     while (place.ends_with('/')) place.pop_back();  // of a folder
     std::string name(BareName(place));
     size = paxSize.value_or(size);
@@ -293,15 +327,14 @@ bool TarReader::TakeMember(const TarHeader& header, std::uint64_t size) {
     (void)ReadTarNumber(header.mtime, time);  // Without one, it counts as 0.
     Member member;
     member.mtime = paxTime.value_or(static_cast<std::int64_t>(time));
-    longName.clear();
-    paxSize.reset();
-    paxTime.reset();
 
     constexpr std::uint64_t MaxSize = 1UL << 60;
     size = std::min(size, MaxSize);
-    member.isRegular = header.type == '0' || header.type == '\0' || header.type == '7';
-    const bool hasData = member.isRegular || header.type == 'g' || header.type == 'K' ||
-                         header.type == 'S' || header.type > '7';
+    const bool isFile = header.type == '0' || header.type == '\0' || header.type == '7';
+    member.isRegular = isFile && !isSparse;
+    ForgetExtensions();
+    const bool hasData = isFile || header.type == 'g' || header.type == 'K' || header.type == 'S' ||
+                         header.type > '7';
     if (!hasData) size = 0;
     member.name = ParseName(name);
     const bool isOurs = member.name.form != Name::Form::Foreign && name.size() <= MaxName &&

@@ -132,7 +132,13 @@ std::string Summary(const std::vector<Victim>& victims) {
     return Counted(victims.size(), "file", "files") + ", " + FormatSize(TotalSize(victims));
 }
 
+void Print(const Victim& victim, std::FILE* stream) {
+    (void)std::fprintf(stream, "%12llu  %s\n", static_cast<unsigned long long>(victim.size),
+                       Shown(victim.name, fileno(stream)).c_str());
+}
+
 bool IsConfirmed(const std::vector<Victim>& victims) {
+    for (const Victim& victim : victims) Print(victim, stderr);
     (void)std::fprintf(stderr, "Delete %s? [y/N] ", Summary(victims).c_str());
     std::string answer;
     for (int c; (c = std::getchar()) != EOF && c != '\n';) answer += static_cast<char>(c);
@@ -147,16 +153,24 @@ bool CallScript(const char* action) {
     return true;
 }
 
-// Returns true if a file could not be removed.
-bool Remove(const std::vector<Victim>& victims) {
+// Prints those that it removes; `victims` keeps only them. Returns true on failure.
+bool Remove(std::vector<Victim>& victims) {
     bool hasFailed = false;
+    auto next = victims.begin();
     for (const Victim& victim : victims) {
         const std::filesystem::path path = Moraine::ArchPathAbs / victim.name;
-        if (unlink(path.c_str()) == 0 || errno == ENOENT) continue;
-        PrintMessage("cannot delete " + path.native(), std::strerror(errno));
-        hasFailed = true;
+        if (unlink(path.c_str()) == 0) {
+            Print(victim, stdout);
+            *next++ = victim;
+        } else if (errno != ENOENT) {
+            PrintMessage("cannot delete " + path.native(), std::strerror(errno));
+            hasFailed = true;
+        }
     }
-    return hasFailed;
+    victims.erase(next, victims.end());
+    if (std::fflush(stdout) == 0) return hasFailed;
+    if (errno != EPIPE) PrintMessage("standard output", std::strerror(errno));
+    return true;
 }
 
 // Holds back the signals that would end the program between stopping the daemon and starting it;
@@ -185,7 +199,7 @@ private:
     sigset_t before{};
 };
 
-int DeleteWithoutDaemon(const std::vector<Victim>& victims) {
+int DeleteWithoutDaemon(std::vector<Victim>& victims) {
     const HeldSignals signals;
     bool hasFailed = CallScript("stop");
     const bool isInterrupted = signals.HasCome();
@@ -209,7 +223,7 @@ int RunDelete(Arguments arguments) {
     log.CollectMisnamed(
         [](const std::string&, const std::string&) {});  // They stay, and that is all.
     const bool isIncomplete = log.OpenDevice();
-    const std::vector<Victim> victims = Choose(request, log);
+    std::vector<Victim> victims = Choose(request, log);
     if (victims.empty()) {
         (void)std::fputs("moraine: nothing to delete\n", stderr);
         return isIncomplete ? FailureStatus : NothingStatus;
@@ -220,12 +234,9 @@ int RunDelete(Arguments arguments) {
         throw UsageError("delete needs --yes where it cannot ask");
     }
     if (!request.isDryRun && !CanDelete()) return FailureStatus;
-    for (const Victim& victim : victims) {
-        (void)std::printf("%12llu  %s\n", static_cast<unsigned long long>(victim.size),
-                          Shown(victim.name).c_str());
-    }
-    if (std::fflush(stdout) != 0) return FailureStatus;
     if (request.isDryRun) {
+        for (const Victim& victim : victims) Print(victim, stdout);
+        if (std::fflush(stdout) != 0) throw OutputError{errno};
         (void)std::fprintf(stderr, "Would delete %s.\n", Summary(victims).c_str());
         return 0;
     }

@@ -45,6 +45,13 @@ std::string ReadAll(int file) {
     return text;
 }
 
+// Why a script failed that printed nothing.
+std::string ReasonOf(int status) {
+    if (WIFSIGNALED(status)) return "was killed by signal " + std::to_string(WTERMSIG(status));
+    if (WEXITSTATUS(status) == CannotRun) return "cannot be run";
+    return "ended with status " + std::to_string(WEXITSTATUS(status));
+}
+
 }  // namespace
 
 bool RunInitScript(const std::string& script, const char* action, std::string& output) {
@@ -63,8 +70,7 @@ bool RunInitScript(const std::string& script, const char* action, std::string& o
     output = ReadAll(file);
     close(file);
     while (output.ends_with('\n')) output.pop_back();
-    const bool isMissing = WIFEXITED(status) && WEXITSTATUS(status) == CannotRun && output.empty();
-    if (isMissing) output = "cannot be run";
+    if (status != 0 && output.empty()) output = ReasonOf(status);
     return status != 0;
 }
 

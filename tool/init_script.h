@@ -9,7 +9,7 @@
 namespace Tool {
 
 // Runs `script` with the argument `action`, out of reach of the terminal's signals. Returns true on
-// failure, with what the script printed, or why it could not be run, in `output`.
+// failure, with what the script printed, or else how it failed, in `output`.
 [[nodiscard]] bool RunInitScript(const std::string& script, const char* action,
                                  std::string& output);
 

@@ -95,26 +95,28 @@ Request ReadRequest(Arguments arguments) {
     return request;
 }
 
-std::string LeftOut(const Reader::Packer& packer) {
+// Of what could not be opened, the messages have named what is not among the sources.
+std::string LeftOut(const Reader::Packer& packer, bool isIncomplete) {
     const std::vector<std::uint32_t>& sources = packer.LeftOut();
-    if (sources.empty()) return "nothing left out";
+    if (sources.empty()) return isIncomplete ? "nothing else left out" : "nothing left out";
     std::string text = Counted(sources.size(), "file", "files") + " left out";
     text += " (" + Shown(packer.NameOf(sources.front()), STDERR_FILENO);
     if (sources.size() > 1) text += " to " + Shown(packer.NameOf(sources.back()), STDERR_FILENO);
     return text + ")";
 }
 
-void PrintMembers(const Reader::Packer& packer) {
+void PrintMembers(const Reader::Packer& packer, bool isIncomplete) {
     for (const Reader::PackMember& member : packer.Members()) {
         (void)std::printf("%12llu  %s\n", static_cast<unsigned long long>(member.size),
                           Shown(packer.NameOf(member.source)).c_str());
     }
     (void)std::printf("%12llu  in all, with the manifest; %s\n",
                       static_cast<unsigned long long>(packer.StreamSize()),
-                      LeftOut(packer).c_str());
+                      LeftOut(packer, isIncomplete).c_str());
 }
 
-int WriteFile(OutputFile& file, Reader::Packer& packer, const std::string& name) {
+int WriteFile(OutputFile& file, Reader::Packer& packer, const std::string& name,
+              bool isIncomplete) {
     static constexpr std::uint64_t BetweenShows = 256UL << 10;
     const std::string planned = FormatSize(packer.StreamSize());
     ProgressLine progress;
@@ -134,11 +136,13 @@ int WriteFile(OutputFile& file, Reader::Packer& packer, const std::string& name)
     }
     (void)std::fprintf(stderr, "%s: %s, %s; %s\n", Shown(name, STDERR_FILENO).c_str(),
                        Counted(packer.Members().size(), "file", "files").c_str(),
-                       FormatSize(packer.StreamSize()).c_str(), LeftOut(packer).c_str());
+                       FormatSize(packer.StreamSize()).c_str(),
+                       LeftOut(packer, isIncomplete).c_str());
     return 0;
 }
 
-int Pack(const Request& request, const Reader::Log& log, const Reader::Report& report) {
+int Pack(const Request& request, const Reader::Log& log, const Reader::Report& report,
+         bool isIncomplete) {
     const Reader::PackOrigin origin{.host = Reader::HostName(),
                                     .version = MORAINE_VERSION,
                                     .boot = log.CurrentBoot(),
@@ -154,15 +158,15 @@ int Pack(const Request& request, const Reader::Log& log, const Reader::Report& r
     Reader::Packer packer(log, request.options, origin, report);
     int status = 0;
     if (packer.Members().empty()) {
-        PrintMessage("nothing to pack", LeftOut(packer));
+        PrintMessage("nothing to pack", LeftOut(packer, isIncomplete));
         status = NothingStatus;
     } else if (request.isDryRun) {
-        PrintMembers(packer);
+        PrintMembers(packer, isIncomplete);
         if (std::fflush(stdout) != 0) status = FailureStatus;
     } else {
-        status = WriteFile(file, packer, name);
+        status = WriteFile(file, packer, name, isIncomplete);
     }
-    return packer.HasUnreadable() ? FailureStatus : status;
+    return isIncomplete || packer.HasUnreadable() ? FailureStatus : status;
 }
 
 }  // namespace
@@ -174,8 +178,7 @@ int RunPack(Arguments arguments) {
     Reader::Log log(report);
     const bool isIncomplete = log.OpenDevice();
     if (request.boots) request.options.boots = ResolveBoots(log, *request.boots);
-    const int status = Pack(request, log, report);
-    return isIncomplete ? FailureStatus : status;
+    return Pack(request, log, report, isIncomplete);
 }
 
 }  // namespace Tool

@@ -25,6 +25,7 @@ struct Summary {
     std::size_t files = 0;
     std::uint64_t bytes = 0, textBytes = 0, lines = 0;
     std::vector<Damage> damaged;
+    bool isIncomplete = false;  // there may be files that are not counted
 };
 
 std::string ToJson(const Summary& summary) {
@@ -43,6 +44,12 @@ std::string ToJson(const Summary& summary) {
     return text + "]}\n";
 }
 
+std::string Verdict(const Summary& summary) {
+    if (!summary.damaged.empty()) return std::to_string(summary.damaged.size()) + " failed";
+    if (summary.isIncomplete) return "not all could be read";
+    return summary.files == 0 ? "nothing to check" : "all intact";
+}
+
 std::string ToText(const Summary& summary, bool isTerminal) {
     std::string text;
     for (const Damage& damage : summary.damaged) {
@@ -55,9 +62,8 @@ std::string ToText(const Summary& summary, bool isTerminal) {
     }
     text += Counted(summary.files, "archive file", "archive files") + ", " +
             FormatSize(summary.bytes) + ", " + FormatSize(summary.textBytes) + " of text, " +
-            std::to_string(summary.lines) + " lines: ";
-    return text + (summary.damaged.empty() ? "all intact\n"
-                                           : std::to_string(summary.damaged.size()) + " damaged\n");
+            Counted(summary.lines, "line", "lines") + ": ";
+    return text + Verdict(summary) + "\n";
 }
 
 }  // namespace
@@ -79,10 +85,12 @@ int RunVerify(Arguments arguments) {
         summary.damaged.push_back({name, "no boot number in its name"});
         ++summary.files;
     });
-    bool hasFailed = directory ? log.OpenCopy(*directory) : log.OpenDevice();
+    summary.isIncomplete = directory ? log.OpenCopy(*directory) : log.OpenDevice();
+    bool hasFailed = summary.isIncomplete;
     for (std::size_t i = 0; i < log.NumSources(); ++i) {
         if (log.GetSource(i).kind != Reader::Kind::Archive) continue;
         const Reader::Log::Check check = log.Verify(i);
+        if (check.isGone) continue;
         const std::string name(log.GetSource(i).name);
         ++summary.files;
         summary.bytes += check.bytes;
@@ -91,9 +99,8 @@ int RunVerify(Arguments arguments) {
         if (check.isUnreadable) {
             PrintMessage(name, check.damage);
             hasFailed = true;
-        } else if (!check.damage.empty()) {
-            summary.damaged.push_back({name, check.damage});
         }
+        if (!check.damage.empty()) summary.damaged.push_back({name, check.damage});
         if (progress.IsDue()) {
             progress.Show("moraine: " + std::to_string(i + 1) + " of " +
                           std::to_string(log.NumSources()) + " files, " +

@@ -166,7 +166,22 @@ class TheDaemon(DeleteCase):
         self.replace_script('[ "$1" != stop ] || { echo "process 7 does not end"; exit 1; }')
         result = self.check("delete", "--yes", "--oldest", "--files", "2", status=2)
         self.assertIn("process 7 does not end", result.error)
+        self.assertEqual(result.out, b"")
         self.assertEqual(self.called, ["stop 6", "start 6"])
+
+    def test_a_script_that_fails_silently(self) -> None:
+        for end, reason in (("exit 3", "ended with status 3"),
+                            ("kill -KILL $$", "was killed by signal 9")):
+            self.replace_script(f'[ "$1" != stop ] || {end}')
+            result = self.check("delete", "--yes", "--oldest", "--files", "2", status=2)
+            self.assertIn(f"{SCRIPT} stop: {reason}\n", result.error)
+
+    def test_a_file_that_goes_while_the_daemon_stops_is_not_counted(self) -> None:
+        first, second = sorted(ARCHIVE.iterdir())[:2]
+        self.replace_script(f"rm -f {first}")
+        result = self.check("delete", "--yes", "--oldest", "--files", "2")
+        self.assertEqual([line.split()[-1] for line in result.lines], [second.name])
+        self.assertIn("Deleted 1 file, ", result.error)
 
     def test_if_it_does_not_start_the_message_says_so(self) -> None:
         self.replace_script('[ "$1" != start ] || { echo "no daemon"; exit 1; }')
@@ -194,6 +209,7 @@ class TheDaemon(DeleteCase):
         self.mount("--bind", str(stuck), str(stuck))
         result = self.check("delete", "--yes", "--oldest", "--files", "2", status=2)
         self.assertIn(stuck.name, result.error)
+        self.assertNotIn(stuck.name, result.text)
         self.assertEqual(self.called, ["stop 6", "start 5"])
 
 

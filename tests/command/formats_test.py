@@ -221,6 +221,20 @@ class Verify(CommandCase):
             self.assertEqual(damaged["file"], self.paths[1].name)
             self.assertNotEqual(damaged["reason"], "")
 
+    def test_nothing_is_intact_that_was_not_checked(self) -> None:
+        result = self.check("verify", "-D", "missing", status=2)
+        self.assertNotIn("intact", result.text)
+        self.paths[0].unlink()
+        self.paths[0].symlink_to(self.paths[1])
+        self.assertNotIn("intact", self.check("verify", status=2).text)
+
+    def test_an_empty_archive_and_a_single_line(self) -> None:
+        for path in self.paths:
+            path.unlink()
+        self.assertRegex(self.check("verify").text, "^no archive files, .*, no lines: nothing to check\n$")
+        write_archive(1, "one\n")
+        self.assertRegex(self.check("verify").text, "^1 archive file, .*, 1 line: all intact\n$")
+
     def test_a_misnamed_file_fails(self) -> None:
         self.paths[0].rename(ARCHIVE / "messages.x.txt.xz")
         result = self.check("verify", "--json", status=1)

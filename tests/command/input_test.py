@@ -5,6 +5,7 @@
 from __future__ import annotations
 
 import io
+import json
 import os
 import shutil
 import subprocess
@@ -276,7 +277,7 @@ class Faults(CommandCase):
 
     def run_with(self, path: Path, inject: str, *arguments: str) -> subprocess.CompletedProcess:
         command = ["strace", "-f", "-o", "/dev/null", "-P", path.name, "-P", str(path),
-                   "-e", f"inject={inject}", program(), "-j1", *arguments]
+                   "-e", f"inject={inject}", program(), *(arguments or ("-j1",))]
         return subprocess.run(command, capture_output=True, text=True,
                               env={**environment(), "ASAN_OPTIONS": "detect_leaks=0"})
 
@@ -292,7 +293,7 @@ class Faults(CommandCase):
         self.assertIn(self.paths[1].name, done.stderr)
 
     def test_a_file_that_cannot_be_opened(self) -> None:
-        for arguments in ((), ("-r",)):
+        for arguments in (("-j1",), ("-j1", "-r")):
             done = self.run_with(self.paths[1], "openat:error=EACCES", *arguments)
             self.assertEqual(done.returncode, 2)
             self.assertEqual(sorted(done.stdout.splitlines(keepends=True)),
@@ -303,6 +304,26 @@ class Faults(CommandCase):
         done = self.run_with(self.paths[1], "pread64:error=EIO")
         self.assertEqual((done.returncode, done.stdout), (2, line("app: 1") + line("app: 3")))
         self.assertIn(f"{self.paths[1].name}: Input/output error", done.stderr)
+
+    def test_verify_calls_no_file_intact_that_it_could_not_read(self) -> None:
+        for inject, reason in (("openat:error=EACCES", "Permission denied"),
+                               ("pread64:error=EIO", "Input/output error")):
+            done = self.run_with(self.paths[1], inject, "verify", "--json")
+            self.assertEqual(done.returncode, 2)
+            self.assertIn(f"{self.paths[1].name}: {reason}", done.stderr)
+            found = json.loads(done.stdout)
+            self.assertEqual((found["files"], found["lines"]), (3, 2))
+            self.assertEqual(found["damaged"], [{"file": self.paths[1].name, "reason": reason}])
+            done = self.run_with(self.paths[1], inject, "verify")
+            first, last = done.stdout.splitlines()
+            self.assertEqual(first, f"{self.paths[1].name}: {reason}")
+            self.assertTrue(last.endswith("2 lines: 1 failed"), last)
+
+    def test_verify_does_not_count_a_file_that_was_deleted_meanwhile(self) -> None:
+        done = self.run_with(self.paths[0], "openat:error=ENOENT", "verify", "--json")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        found = json.loads(done.stdout)
+        self.assertEqual((found["files"], found["lines"], found["damaged"]), (2, 2, []))
 
     def test_pack_leaves_out_what_cannot_be_opened(self) -> None:
         command = ["strace", "-f", "-o", "/dev/null", "-P", self.paths[1].name,

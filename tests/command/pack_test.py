@@ -180,6 +180,15 @@ class Limits(PackCase):
         self.assertIn("messages.txt", result.error)
         self.assertEqual(list(self.folder.iterdir()), [])
 
+    def test_the_size_of_the_file_is_the_smallest_limit_that_admits_its_members(self) -> None:
+        for minute in range(60):
+            write_noise(1, 400, minute=minute)
+        for limit in range(8192, 24576, 512):
+            result = self.check("pack", "-o", "-", "-l", str(limit))
+            size = len(result.out)
+            if size < limit:
+                self.assertEqual(list(self.pack("-l", str(size))), list(contents(result.out)), limit)
+
     def test_the_default_is_15_mib(self) -> None:
         for minute in range(20):
             write_noise(1, 1 << 20, minute=minute)
@@ -356,7 +365,21 @@ class Unreadable(PackCase):
         write_log(ARCHIVE / "messages.x.txt.xz", "")
         result = self.check("pack", "-o", "-", status=2)
         self.assertIn("messages.x.txt.xz", result.error)
+        self.assertIn("nothing else left out", result.error.splitlines()[-1])
         self.assertEqual(len(contents(result.out)), 2)
+
+    def test_waiting_logs_that_cannot_be_read_are_left_out_by_name(self) -> None:
+        self.fill()
+        for name in ("messages.txt", "messages.txt.1"):
+            (SYSLOG / name).unlink()
+            os.mkfifo(SYSLOG / name)
+        names = ["messages.txt.xz", "messages.txt.1.xz"]
+        result = self.check("pack", "-o", "-", status=2)
+        manifest = json.loads(contents(result.out)["manifest.json"])
+        self.assertEqual((manifest["left_out"], manifest["left_out_count"]), (names, 2))
+        told = f"2 files left out ({names[0]} to {names[1]})"
+        self.assertIn(told, result.error.splitlines()[-1])
+        self.assertIn(told, self.check("pack", "--dry-run", status=2).lines[-1])
 
     def test_a_damaged_file_is_packed_as_it_is(self) -> None:
         path = write_archive(1, line("app: text"))

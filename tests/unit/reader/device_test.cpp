@@ -113,6 +113,23 @@ TEST_F(Snapshot, TellsItFromOthersByTimeLengthAndText) {
     }
 }
 
+TEST_F(Snapshot, LeavesOutTheArchiveFileOfAnEmptyLog) {
+    WriteArchived(Archived, "", 3);
+    Write("messages.txt", "", 3);
+    EXPECT_EQ(Names(), (NameList{"messages.txt"}));
+}
+
+TEST_F(Snapshot, TakesNoDamagedArchiveFileForAnEmptyLog) {
+    Write("messages.txt", "", 3);
+    const std::string empty = Compress("");
+    for (const std::string& content :
+         {std::string("damaged"), std::string(), "x" + empty.substr(1), Compress("1\n") + empty}) {
+        WriteFile(Moraine::ArchPathAbs / Archived, content);
+        SetTime(Moraine::ArchPathAbs / Archived, 3);
+        EXPECT_EQ(Names(), (NameList{Archived, "messages.txt"})) << content;
+    }
+}
+
 TEST_F(Snapshot, IgnoresAHalfMadeCompressedFile) {
     Write("messages.txt.0", "3\n", 3);
     Write("messages.txt.0.xz", Compress("3\n").substr(0, 20), 3);

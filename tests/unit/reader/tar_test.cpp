@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -39,6 +40,17 @@ protected:
         change(header);
         Reader::WriteTarNumber(std::span(header.checksum).first(7), Reader::SumOf(header));
         stream.replace(at, sizeof header, reinterpret_cast<const char*>(&header), sizeof header);
+    }
+
+    // For the next member.
+    void AddPax(const std::vector<std::string>& records) {
+        std::string text;
+        for (const std::string& record : records) {
+            const std::size_t rest = record.size() + 2;  // with the blank and the line feed
+            const std::size_t digits = rest < 9 ? 1 : rest < 98 ? 2 : 3;
+            text += std::to_string(rest + digits) + " " + record + "\n";
+        }
+        AddChanged("PaxHeaders/x", text, [](Reader::TarHeader& header) { header.type = 'x'; });
     }
 
     void Read() {
@@ -199,11 +211,7 @@ TEST_F(TarFile, SurvivesSizesAndTimesOfAnyKind) {
 }
 
 TEST_F(TarFile, ReadsPaxRecords) {
-    const std::string name = "d/" + std::string(First);
-    const std::string record = " path=" + name + "\n";
-    const std::string records =
-        std::to_string(record.size() + 2) + record + "20 mtime=1234567.89\n" + "6 x=y\n";
-    AddChanged("PaxHeaders/x", records, [](Reader::TarHeader& header) { header.type = 'x'; });
+    AddPax({"path=d/" + std::string(First), "mtime=1234567.89", "x=y"});
     Add("short", "content");
     Add(Second, "no record is left for it");
     ASSERT_SUCCESS(writer.Finish());
@@ -211,6 +219,46 @@ TEST_F(TarFile, ReadsPaxRecords) {
     EXPECT_EQ(Files(), (Contents{{First, "content"}, {Second, "no record is left for it"}}));
     EXPECT_EQ(catalogue->placed[catalogue->entries[0].id].mtime, 1234567);
     EXPECT_EQ(catalogue->placed[catalogue->entries[1].id].mtime, 7);
+}
+
+TEST_F(TarFile, SkipsSparseMembers) {
+    const std::string first = First;
+    for (const std::vector<std::string>& records : std::vector<std::vector<std::string>>{
+             {"GNU.sparse.size=9", "GNU.sparse.numblocks=1", "GNU.sparse.offset=8",
+              "GNU.sparse.numbytes=1", "path=" + first},
+             {"GNU.sparse.size=9", "GNU.sparse.name=" + first, "GNU.sparse.map=8,1"},
+             {"GNU.sparse.major=1", "GNU.sparse.minor=0", "GNU.sparse.name=" + first,
+              "path=GNUSparseFile.0/x"},
+             {"SCHILY.realsize=9", "path=" + first}}) {
+        stream.clear();
+        AddPax(records);
+        Add("GNUSparseFile.0/x", "1\n8\n1\n");
+        Add(Second, "no record is left for it");
+        ASSERT_SUCCESS(writer.Finish());
+        Read();
+        EXPECT_EQ(Files(), (Contents{{Second, "no record is left for it"}})) << records.front();
+        EXPECT_EQ(Problems(), first + ": not a regular file, skipped\n");
+    }
+}
+
+TEST_F(TarFile, PassesOverTheMapOfASparseMember) {
+    AddChanged(First, std::string(1025, 'x'), [](Reader::TarHeader& header) {
+        header.type = 'S';
+        memcpy(header.magic, "ustar ", sizeof header.magic);
+        header.prefix[482 - offsetof(Reader::TarHeader, prefix)] = 1;
+    });
+    std::string more(512, '\0');
+    stream.insert(512, more);
+    more[504] = 1;
+    stream.insert(512, more);
+    Add(Second, "behind");
+    ASSERT_SUCCESS(writer.Finish());
+    Read();
+    EXPECT_EQ(Files(), (Contents{{Second, "behind"}}));
+    EXPECT_EQ(Problems(), std::string(First) + ": not a regular file, skipped\n");
+    stream.resize(1024);
+    ReadFromPipe();
+    EXPECT_EQ(Problems(), "-: the tar file is truncated\n");
 }
 
 TEST_F(TarFile, IsNoneWithoutAHeader) {
