@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +19,7 @@
 #include "tool/line_writer.h"
 #include "tool/options.h"
 #include "tool/output.h"
+#include "tool/output_file.h"
 #include "tool/verbs.h"
 
 namespace Tool {
@@ -262,8 +264,11 @@ Request ReadRequest(Arguments arguments) {
     return request;
 }
 
-// A file that remembers the last line that was printed. Returns true on failure.
+// A file that remembers the last line that was printed; a device or a pipe does not, and is not
+// waited for. Returns true on failure.
 bool LoadCursor(const std::string& path, std::optional<Reader::Cursor>& cursor) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return false;
     FILE* const file = std::fopen(path.c_str(), "re");
     if (file == nullptr) {
         if (errno == ENOENT) return false;
@@ -280,17 +285,11 @@ bool LoadCursor(const std::string& path, std::optional<Reader::Cursor>& cursor) 
     return !cursor;
 }
 
-// Replaces the file, so that it is whole at any time. Returns true on failure.
+// Returns true on failure.
 bool StoreCursor(const std::string& path, const Reader::Cursor& cursor) {
-    const std::string temporary = path + ".tmp";
-    FILE* const file = std::fopen(temporary.c_str(), "we");
-    bool hasFailed = file == nullptr;
-    if (file != nullptr) {
-        hasFailed = std::fprintf(file, "%s\n", Reader::ToText(cursor).c_str()) < 0;
-        hasFailed = std::fclose(file) != 0 || hasFailed;
-        hasFailed = hasFailed || std::rename(temporary.c_str(), path.c_str()) != 0;
-    }
-    if (hasFailed) PrintMessage(path, strerror(errno));
+    OutputFile file;
+    const bool hasFailed = file.Update(path, Reader::ToText(cursor) + "\n");
+    if (hasFailed) PrintMessage(path, file.Error());
     return hasFailed;
 }
 

@@ -4,6 +4,7 @@
 """`moraine log`: its filters, one by one and together, and its exit status."""
 from __future__ import annotations
 
+import contextlib
 import datetime
 import json
 import os
@@ -464,6 +465,77 @@ class Ends(LogCase):
         process.send_signal(signal.SIGINT)
         self.assertEqual(process.wait(waiting.limit), 130)
         process.stdout.close()
+
+
+class CursorFile(LogCase):
+    """A series of calls with --cursor-file prints each line once."""
+
+    def setUp(self) -> None:
+        super().setUp()
+        self.cursor = self.folder / "cursor"
+        write_log("messages.txt", "1\n2\n")
+
+    def append(self, text: str) -> None:
+        with LIVE_LOG.open("a") as file:
+            file.write(text)
+
+    def check_series(self) -> None:
+        """Remembers the place, and continues there."""
+        self.assertEqual(self.log("--cursor-file", "cursor"), "1\n2\n")
+        self.append("3\n")
+        self.assertEqual(self.log("--cursor-file", "cursor"), "3\n")
+        self.assertEqual(self.log("--cursor-file", "cursor", status=1), "")
+
+    def test_an_existing_file_keeps_its_mode_and_owner(self) -> None:
+        self.cursor.touch()
+        self.cursor.chmod(0o640)
+        with contextlib.suppress(OSError):  # an ordinary user's sandbox knows no other
+            os.chown(self.cursor, 1, 2)
+        before = self.cursor.stat()
+        self.check_series()
+        after = self.cursor.stat()
+        for field in ("st_mode", "st_uid", "st_gid"):
+            self.assertEqual(getattr(after, field), getattr(before, field), field)
+        self.assertNotEqual(after.st_ino, before.st_ino)  # it is replaced in one step
+
+    def test_a_new_file_is_as_the_umask_says(self) -> None:
+        self.check("--cursor-file", "cursor", umask=0o027)
+        self.assertEqual(self.cursor.stat().st_mode & 0o777, 0o640)
+
+    def test_links_are_followed(self) -> None:
+        other = self.folder / "other"
+        other.mkdir()
+        (other / "second").symlink_to(other / "target")
+        self.cursor.symlink_to("other/second")
+        self.check_series()
+        self.assertTrue(self.cursor.is_symlink())
+        self.assertEqual(sorted(path.name for path in other.iterdir()), ["second", "target"])
+
+    def test_a_node_is_written_to(self) -> None:
+        os.mkfifo(self.cursor)
+        reader = os.open(self.cursor, os.O_RDONLY | os.O_NONBLOCK)
+        self.addCleanup(os.close, reader)
+        self.log("--cursor-file", "cursor")
+        self.assertTrue(self.cursor.is_fifo())
+        self.assertIn(b"-", os.read(reader, 1000))
+        self.log("--cursor-file", "/dev/null")
+        self.assertTrue(Path("/dev/null").is_char_device())
+
+    def test_files_of_other_names_stay(self) -> None:
+        (self.folder / "victim").write_text("precious")
+        (self.folder / "cursor.tmp").symlink_to("victim")
+        self.check_series()
+        self.assertEqual((self.folder / "victim").read_text(), "precious")
+        self.assertEqual(len(list(self.folder.iterdir())), 3)
+
+    def test_nothing_is_left_behind_where_it_cannot_be_written(self) -> None:
+        full = self.folder / "full"
+        full.mkdir()
+        self.mount("-t", "tmpfs", "-o", "size=4096", "tmpfs", str(full))
+        (full / "ballast").write_bytes(bytes(4096))
+        result = self.check("--cursor-file", "full/cursor", status=2)
+        self.assertIn("full/cursor: No space left on device", result.error)
+        self.assertEqual([path.name for path in full.iterdir()], ["ballast"])
 
 
 class Follow(LogCase):
