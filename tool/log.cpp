@@ -202,6 +202,7 @@ bool ReadAmountOption(int id, const OptionReader& options, Request& request) {
             return true;
         case CursorFile:
             request.cursorFile = options.Value();
+            query.leavesUnfinished = true;
             return true;
         default:
             return false;
@@ -225,6 +226,7 @@ void ReadOutputOption(int id, const OptionReader& options, Request& request) {
             break;
         case ShowCursor:
             request.showsCursor = true;
+            request.query.leavesUnfinished = true;
             break;
         default:
             request.usesPager = false;

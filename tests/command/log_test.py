@@ -498,6 +498,43 @@ class CursorFile(LogCase):
             self.assertEqual(getattr(after, field), getattr(before, field), field)
         self.assertNotEqual(after.st_ino, before.st_ino)  # it is replaced in one step
 
+    def test_an_unfinished_line_of_the_live_log_is_for_a_later_call(self) -> None:
+        self.append("3")
+        for order in ((), ("-r",), ("-n", "all"), ("-j", "1")):
+            cursor = "-".join(("cursor", *order))
+            self.assertEqual(sorted(self.words("--cursor-file", cursor, *order)), ["1", "2"], order)
+        self.log("--cursor-file", "cursor", status=1)
+        self.assertEqual(self.log("-n", "1", "--cursor-file", "other"), "2\n")
+        self.append(" more\n4\n")
+        self.assertEqual(self.log("--cursor-file", "cursor"), "3 more\n4\n")
+
+    def test_a_line_that_is_never_finished_is_printed_once(self) -> None:
+        self.append("3")
+        self.assertEqual(self.log("--cursor-file", "cursor"), "1\n2\n")
+        LIVE_LOG.rename(SYSLOG / "messages.txt.tmp")
+        write_log("messages.txt", "4\n5")
+        self.assertEqual(self.log("--cursor-file", "cursor"), "3\n4\n")
+        write_archive(1, "1\n2\n3")
+        (SYSLOG / "messages.txt.tmp").unlink()
+        self.append("\n")
+        self.assertEqual(self.log("--cursor-file", "cursor"), "5\n")
+
+    def test_an_unfinished_line_in_a_download(self) -> None:
+        def download(name: str) -> str:
+            self.check("pack", "-o", name)
+            return name
+
+        self.append("3")
+        self.assertEqual(self.log("-D", download("1.tar"), "--cursor-file", "cursor"), "1\n2\n")
+        self.append(" more\n")
+        self.assertEqual(self.log("-D", download("2.tar"), "--cursor-file", "cursor"), "3 more\n")
+
+    def test_an_unfinished_line_has_no_cursor(self) -> None:
+        self.append("3")
+        found = self.check("-o", "json", "--show-cursor").objects
+        self.assertEqual([item["message"] for item in found], ["1", "2"])
+        self.assertEqual(self.log("-c", "--after-cursor", found[0]["cursor"]), "2\n")
+
     def test_a_new_file_is_as_the_umask_says(self) -> None:
         self.check("--cursor-file", "cursor", umask=0o027)
         self.assertEqual(self.cursor.stat().st_mode & 0o777, 0o640)
