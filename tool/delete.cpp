@@ -224,7 +224,7 @@ int RunDelete(Arguments arguments) {
         (void)std::printf("%12llu  %s\n", static_cast<unsigned long long>(victim.size),
                           Shown(victim.name).c_str());
     }
-    if (std::fflush(stdout) != 0) return FailureStatus;
+    FlushStandardOutput();
     if (request.isDryRun) {
         (void)std::fprintf(stderr, "Would delete %s.\n", Summary(victims).c_str());
         return 0;

@@ -454,9 +454,15 @@ class Ends(LogCase):
         self.assertNotEqual(result.error, "")
 
     def test_a_full_standard_output(self) -> None:
+        kept = write_archive(1, line("app: older"))
         write_log("messages.txt", line("app: text"))
         with open("/dev/full", "wb") as full:
-            self.check(status=2, stdout=full)
+            for arguments in (["log"], ["boots"], ["status"], ["status", "--json"], ["verify"], ["help"],
+                              ["pack", "--dry-run"], ["delete", "--oldest", "--files=1", "--dry-run"],
+                              ["delete", "--oldest", "--files=1", "--yes"]):
+                result = self.check(*arguments, status=2, stdout=full)
+                self.assertIn("standard output: No space left on device", result.error, arguments)
+        self.assertTrue(kept.exists())
 
     def test_interrupted(self) -> None:
         process = subprocess.Popen([program(), "-f"], stdout=subprocess.PIPE, env=environment())
