@@ -8,11 +8,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <vector>
 
 #include "reader/time.h"
 #include "tool/input.h"
@@ -219,7 +221,7 @@ void ReadOutputOption(int id, const OptionReader& options, Request& request) {
             if (request.query.jobs == 0) ThrowUnknown(options, "a number of files above 0");
             break;
         case 'D':
-            request.directory = options.Value();
+            request.directory = ReadDirectory(options);
             break;
         case Color:
             request.color = ReadWhen(options);
@@ -308,6 +310,17 @@ std::string DescribeProgress(const Reader::Progress& progress, double seconds) {
     return text;
 }
 
+// The current boot is one, even if it has no log yet.
+bool HasBoot(const Reader::Log& log, const Reader::BootRange& range) {
+    const auto isInRange = [&](std::uint32_t boot) {
+        return boot >= range.first && boot <= range.last;
+    };
+    const std::vector<Reader::BootFiles> boots = log.Boots();
+    return isInRange(log.CurrentBoot()) ||
+           std::any_of(boots.begin(), boots.end(),
+                       [&](const Reader::BootFiles& row) { return isInRange(row.boot); });
+}
+
 // One call of the verb.
 class LogPrinter {
 public:
@@ -362,7 +375,8 @@ int LogPrinter::Run() {
     Reader::Query& query = request.query;
     if (request.boots) {
         query.filter.boots = ResolveBoots(*input.log, *request.boots);
-        if (query.filter.boots->IsEmpty()) {
+        const Reader::BootRange& range = *query.filter.boots;
+        if (range.IsEmpty() || (!request.isFollowing && !HasBoot(*input.log, range))) {
             PrintMessage("", "there is no such boot in the log (see moraine boots)");
             if (request.isCounting) output.Write("0\n");
             output.Finish();

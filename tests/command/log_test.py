@@ -101,8 +101,12 @@ class Boots(LogCase):
         self.assertEqual(self.words("-b", "5..99"), ["5a", "5b", "6a", "6b"])
 
     def test_a_boot_that_there_is_not(self) -> None:
-        self.words("-b", "3", status=1)
-        self.words("-b", "99999", status=1)
+        for choice in ("3", "99999", "-4", "3..4"):
+            result = self.check("-b", choice, status=1)
+            self.assertIn("there is no such boot", result.error, choice)
+        (SYSLOG / "messages.txt").unlink()
+        (SYSLOG / "messages.txt.0").unlink()
+        self.assertEqual(self.check("-b", "0", status=1).error, "")  # the current boot is one
 
     def test_usage_errors(self) -> None:
         for value in ("5..2", "0..-1", "x", "1..2..3", "1..", "..2", "1.5"):
@@ -427,11 +431,31 @@ class Options(LogCase):
         """A habit from journalctl or grep gets the name of what does the same."""
         for habit, naming in (("-u", "-t TAG"), ("-k", "-t kernel"), ("-e", "-g RE"), ("-xe", "-n N"),
                               ("--max-count=3", "-n N"), ("--file=x", "-D PATH"),
-                              ("--list-boots", "moraine boots"), ("timeout", "-g RE")):
+                              ("--list-boots", "moraine boots"), ("timeout", "-g RE"),
+                              ("list-boots", "moraine boots"), ("stat", "moraine status"),
+                              ("show", "moraine log"), ("tail", "-n N"), ("-V", "moraine --version"),
+                              ("-q", ">/dev/null"), ("-a", "-n all"), ("--no-hostname", "-o json"),
+                              ("--utc", "-o export"), ("--json", "-o json")):
             self.refuse(habit, naming=naming)
+        self.refuse("delete", "-y", naming=": use --yes")
         self.assertNotIn("-t TAG", self.check("boots", "-u", status=2).error)
         write_log("messages.txt", line("app: one") + line("other: two"))
         self.assertEqual(self.words("--identifier=app"), ["one"])
+
+
+    def test_a_copy_without_its_option(self) -> None:
+        copy = self.folder / "log.tar"
+        copy.touch()
+        for arguments in ([copy], ["log", copy], ["boots", copy], ["verify", "--json", copy]):
+            self.refuse(*arguments, naming=f": use -D {copy}")
+        self.assertNotIn("-D", self.check("status", copy, status=2).error)
+
+    def test_a_verb_behind_options(self) -> None:
+        self.refuse("-n5", "boots", naming="the verb comes first")
+
+    def test_an_empty_path(self) -> None:
+        for verb in ("log", "boots"):
+            self.refuse(verb, "-D", "", naming="--directory")
 
 
 class Ends(LogCase):
