@@ -35,6 +35,12 @@ std::size_t SequenceLength(std::string_view text) {
     return length;
 }
 
+// A valid sequence that is one of the control characters U+0080 to U+009F.
+bool IsC1(std::string_view sequence) {
+    return sequence.size() == 2 && sequence[0] == '\xC2' &&
+           static_cast<unsigned char>(sequence[1]) < 0xA0;
+}
+
 bool IsPlainJson(char c) {
     return c >= 0x20 && c < 0x7F && c != '"' && c != '\\';
 }
@@ -138,8 +144,8 @@ void AppendJsonString(std::string& out, std::string_view text) {
         const std::size_t length = SequenceLength(text);
         if (length == 0) {
             out += Replacement;
-        } else if (length == 1 && text[0] != 0x7F) {
-            AppendEscape(out, text[0]);
+        } else if (length == 1 || IsC1(text.substr(0, length))) {
+            AppendEscape(out, text[length - 1]);
         } else {
             out += text.substr(0, length);
         }
@@ -224,7 +230,7 @@ void AppendVisible(std::string& out, std::string_view text) {
     while (!text.empty()) {
         const auto c = static_cast<unsigned char>(text[0]);
         const std::size_t length = SequenceLength(text);
-        const bool isC1 = length == 2 && c == 0xC2 && static_cast<unsigned char>(text[1]) < 0xA0;
+        const bool isC1 = IsC1(text.substr(0, length));
         if (length == 0 || isC1) {
             const auto shown = isC1 ? static_cast<unsigned char>(text[1]) : c;
             out += "\\x";

@@ -11,7 +11,8 @@
 
 namespace Reader {
 
-// Appends a text as a JSON string, quotes included: valid UTF-8, with U+FFFD for each invalid byte.
+// Appends a text as a JSON string, quotes included: valid UTF-8, with U+FFFD for each invalid byte,
+// and harmless on a terminal.
 void AppendJsonString(std::string& out, std::string_view text);
 
 // Appends the line as one JSON object and a line feed. With a cursor, it has the key "cursor", too.

@@ -100,6 +100,9 @@ struct Query {
     std::optional<std::size_t> source;          // only that one's lines
     unsigned jobs = 1;                          // files that are decompressed at the same time
     const std::atomic<bool>* cancel = nullptr;  // set by a signal or another thread
+    // Not the last line of the live log if it has no line feed: once it is completed, its cursor is
+    // that of no line.
+    bool leavesUnfinished = false;
     // Called about ten times a second.
     std::function<void(const Progress&)> progress;
 };

@@ -185,6 +185,7 @@ void Threads::Work() {
 void Threads::ScanFiles() {
     ScanOptions scanOptions{
         options.filter, options.wantsCandidates, options.newestFirst, options.maxLines, {}};
+    scanOptions.leavesUnfinished = options.leavesUnfinished;
     scanOptions.progress = [this](std::size_t bytes) {
         textBytes += bytes;
         return !isCancelled;
@@ -299,6 +300,7 @@ void RunOneByOne(const Catalogue& catalogue, const std::vector<Job>& jobs,
     FilesAhead filesAhead(catalogue, jobs, options.newestFirst);
     ScanOptions scanOptions{
         options.filter, options.wantsCandidates, options.newestFirst, options.maxLines, {}};
+    scanOptions.leavesUnfinished = options.leavesUnfinished;
     std::size_t textBytes = 0;
     bool isStopped = false;
     auto lastProgress = Clock::now();

@@ -33,6 +33,7 @@ struct PipelineOptions {
     std::uint64_t maxLines = UINT64_MAX;  // of a file, newest first
     unsigned jobs = 1;
     const std::atomic<bool>* cancel = nullptr;
+    bool leavesUnfinished = false;
 };
 
 // Returns when all is done or the consumer has stopped it. Throws TooComplex.

@@ -97,6 +97,7 @@ PipelineOptions Reading::Options() const {
     options.wantsCandidates = WantsContext();
     options.jobs = query.jobs;
     options.cancel = query.cancel;
+    options.leavesUnfinished = query.leavesUnfinished;
     return options;
 }
 

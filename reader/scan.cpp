@@ -128,6 +128,7 @@ void Scanner::Begin(const Entry& newEntry, std::int64_t mtime, std::uint64_t has
 // All three return false if no more is wanted.
 bool Scanner::ScanText(const LineBounds& bounds, const TakeRun& take) {
     reader.Open(file.place, entry->isCompressed);
+    if (options.leavesUnfinished && entry->kind == Kind::Live) reader.Follow();
     number = 1;
     std::string_view block;
     bool goesOn = true;

@@ -69,6 +69,7 @@ struct ScanOptions {
     std::uint64_t maxLines = UINT64_MAX;  // no more than that are wanted, newest first
     // Called for each block with its length; returns false to stop.
     std::function<bool(std::size_t)> progress;
+    bool leavesUnfinished = false;  // as in Query
 };
 
 std::uint64_t CountLines(std::string_view text);

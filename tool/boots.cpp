@@ -49,7 +49,7 @@ int RunBoots(Arguments arguments) {
     bool usesPager = true;
     OptionReader options(Options, arguments);
     while (const int id = options.Next()) {
-        if (id == 'D') directory = options.Value();
+        if (id == 'D') directory = ReadDirectory(options);
         if (id == Json) isJson = true;
         if (id == NoPager) usesPager = false;
     }

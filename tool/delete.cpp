@@ -18,6 +18,7 @@
 
 #include "daemon/moraine.h"
 #include "reader/log.h"
+#include "tool/held_signals.h"
 #include "tool/init_script.h"
 #include "tool/input.h"
 #include "tool/options.h"
@@ -173,36 +174,10 @@ bool Remove(std::vector<Victim>& victims) {
     return true;
 }
 
-// Holds back the signals that would end the program between stopping the daemon and starting it;
-// the end of the scope lets them in.
-class HeldSignals {
-public:
-    HeldSignals() {
-        sigemptyset(&held);
-        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
-            sigaddset(&held, number);
-        }
-        sigprocmask(SIG_BLOCK, &held, &before);
-    }
-    ~HeldSignals() { sigprocmask(SIG_SETMASK, &before, nullptr); }
-    HeldSignals(const HeldSignals&) = delete;
-    HeldSignals& operator=(const HeldSignals&) = delete;
-
-    [[nodiscard]] bool HasCome() const {
-        sigset_t pending;
-        sigpending(&pending);
-        return sigismember(&pending, SIGINT) == 1;
-    }
-
-private:
-    sigset_t held{};
-    sigset_t before{};
-};
-
 int DeleteWithoutDaemon(std::vector<Victim>& victims) {
     const HeldSignals signals;
     bool hasFailed = CallScript("stop");
-    const bool isInterrupted = signals.HasCome();
+    const bool isInterrupted = HeldSignals::HasInterrupt();
     if (!hasFailed && !isInterrupted) hasFailed = Remove(victims);
     if (CallScript("start")) hasFailed = true;
     return hasFailed ? FailureStatus : 0;
@@ -236,7 +211,7 @@ int RunDelete(Arguments arguments) {
     if (!request.isDryRun && !CanDelete()) return FailureStatus;
     if (request.isDryRun) {
         for (const Victim& victim : victims) Print(victim, stdout);
-        if (std::fflush(stdout) != 0) throw OutputError{errno};
+        FlushStandardOutput();
         (void)std::fprintf(stderr, "Would delete %s.\n", Summary(victims).c_str());
         return 0;
     }

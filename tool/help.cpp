@@ -106,7 +106,8 @@ Examples:
 constexpr std::string_view Verify = R"(Usage: moraine verify [OPTION]...
 
 Decompresses every archive file and checks that it is complete, intact by its own checksums, and
-named correctly. Prints a line for each file that fails. The status is 1 if one does.
+named correctly. Prints a line for each file that fails. The status is 1 if one does, 2 if one
+could not be read.
 
   -D, --directory PATH    a copied folder, a download, or - for a download on standard input
       --json              one object

@@ -23,6 +23,11 @@ Input OpenInput(const std::optional<std::string>& directory) {
     return input;
 }
 
+std::string ReadDirectory(const OptionReader& options) {
+    if (options.Value().empty()) throw UsageError(options.Name() + ": no path is named");
+    return options.Value();
+}
+
 Reader::BootChoice ReadBoots(const OptionReader& options) {
     Reader::BootChoice choice;
     std::string error;

@@ -28,6 +28,9 @@ struct Input {
 // The device's own log, or without a value the copy at `directory`.
 Input OpenInput(const std::optional<std::string>& directory);
 
+// The value of -D. Throws UsageError if it is empty.
+std::string ReadDirectory(const OptionReader& options);
+
 // The value of -b. Both throw UsageError; an offset without a boot gives an empty range.
 Reader::BootChoice ReadBoots(const OptionReader& options);
 Reader::BootRange ResolveBoots(const Reader::Log& log, const Reader::BootChoice& choice);

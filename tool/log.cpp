@@ -5,19 +5,23 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <vector>
 
 #include "reader/time.h"
 #include "tool/input.h"
 #include "tool/line_writer.h"
 #include "tool/options.h"
 #include "tool/output.h"
+#include "tool/output_file.h"
 #include "tool/verbs.h"
 
 namespace Tool {
@@ -200,6 +204,7 @@ bool ReadAmountOption(int id, const OptionReader& options, Request& request) {
             return true;
         case CursorFile:
             request.cursorFile = options.Value();
+            query.leavesUnfinished = true;
             return true;
         default:
             return false;
@@ -216,13 +221,14 @@ void ReadOutputOption(int id, const OptionReader& options, Request& request) {
             if (request.query.jobs == 0) ThrowUnknown(options, "a number of files above 0");
             break;
         case 'D':
-            request.directory = options.Value();
+            request.directory = ReadDirectory(options);
             break;
         case Color:
             request.color = ReadWhen(options);
             break;
         case ShowCursor:
             request.showsCursor = true;
+            request.query.leavesUnfinished = true;
             break;
         default:
             request.usesPager = false;
@@ -262,8 +268,11 @@ Request ReadRequest(Arguments arguments) {
     return request;
 }
 
-// A file that remembers the last line that was printed. Returns true on failure.
+// A file that remembers the last line that was printed; a device or a pipe does not, and is not
+// waited for. Returns true on failure.
 bool LoadCursor(const std::string& path, std::optional<Reader::Cursor>& cursor) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) return false;
     FILE* const file = std::fopen(path.c_str(), "re");
     if (file == nullptr) {
         if (errno == ENOENT) return false;
@@ -280,17 +289,11 @@ bool LoadCursor(const std::string& path, std::optional<Reader::Cursor>& cursor) 
     return !cursor;
 }
 
-// Replaces the file, so that it is whole at any time. Returns true on failure.
+// Returns true on failure.
 bool StoreCursor(const std::string& path, const Reader::Cursor& cursor) {
-    const std::string temporary = path + ".tmp";
-    FILE* const file = std::fopen(temporary.c_str(), "we");
-    bool hasFailed = file == nullptr;
-    if (file != nullptr) {
-        hasFailed = std::fprintf(file, "%s\n", Reader::ToText(cursor).c_str()) < 0;
-        hasFailed = std::fclose(file) != 0 || hasFailed;
-        hasFailed = hasFailed || std::rename(temporary.c_str(), path.c_str()) != 0;
-    }
-    if (hasFailed) PrintMessage(path, strerror(errno));
+    OutputFile file;
+    const bool hasFailed = file.Update(path, Reader::ToText(cursor) + "\n");
+    if (hasFailed) PrintMessage(path, file.Error());
     return hasFailed;
 }
 
@@ -305,6 +308,17 @@ std::string DescribeProgress(const Reader::Progress& progress, double seconds) {
         text += ", " + std::to_string(static_cast<long>(rest + 1)) + " s left";
     }
     return text;
+}
+
+// The current boot is one, even if it has no log yet.
+bool HasBoot(const Reader::Log& log, const Reader::BootRange& range) {
+    const auto isInRange = [&](std::uint32_t boot) {
+        return boot >= range.first && boot <= range.last;
+    };
+    const std::vector<Reader::BootFiles> boots = log.Boots();
+    return isInRange(log.CurrentBoot()) ||
+           std::any_of(boots.begin(), boots.end(),
+                       [&](const Reader::BootFiles& row) { return isInRange(row.boot); });
 }
 
 // One call of the verb.
@@ -361,14 +375,18 @@ int LogPrinter::Run() {
     Reader::Query& query = request.query;
     if (request.boots) {
         query.filter.boots = ResolveBoots(*input.log, *request.boots);
-        if (query.filter.boots->IsEmpty()) {
+        const Reader::BootRange& range = *query.filter.boots;
+        if (range.IsEmpty() || (!request.isFollowing && !HasBoot(*input.log, range))) {
             PrintMessage("", "there is no such boot in the log (see moraine boots)");
             if (request.isCounting) output.Write("0\n");
             output.Finish();
             return hasFailed ? FailureStatus : NothingStatus;
         }
     }
-    if (request.cursorFile) hasFailed = LoadCursor(*request.cursorFile, query.after) || hasFailed;
+    if (request.cursorFile && LoadCursor(*request.cursorFile, query.after)) {
+        hasFailed = true;
+        request.cursorFile.reset();  // Whatever it is, it stays.
+    }
     if (query.after && !input.log->HasLine(*query.after)) {
         PrintMessage("cursor", "its line is not in the log any more; beginning with the oldest");
         hasFailed = true;

@@ -23,11 +23,23 @@ namespace {
 struct Verb {
     std::string_view name;
     int (*run)(Tool::Arguments arguments);
+    bool readsCopies = false;  // -D
 };
 
-constexpr Verb Verbs[]{{"log", Tool::RunLog},       {"boots", Tool::RunBoots},
-                       {"status", Tool::RunStatus}, {"verify", Tool::RunVerify},
+constexpr Verb Verbs[]{{"log", Tool::RunLog, true}, {"boots", Tool::RunBoots, true},
+                       {"status", Tool::RunStatus}, {"verify", Tool::RunVerify, true},
                        {"pack", Tool::RunPack},     {"delete", Tool::RunDelete}};
+
+// What people write instead of a verb or an option.
+struct Guess {
+    std::string_view written;
+    const char* instead;
+};
+
+constexpr Guess Guesses[]{{"list-boots", "moraine boots"},
+                          {"stat", "moraine status"},
+                          {"show", "moraine log"},
+                          {"tail", "-n N for the last N lines, -f to follow"}};
 
 constexpr int FailureStatus = 2;
 
@@ -37,8 +49,25 @@ const Verb* FindVerb(std::string_view name) {
     return found == std::end(Verbs) ? nullptr : found;
 }
 
-[[noreturn]] void ThrowUnknownVerb(std::string_view name, std::string_view hint = "") {
-    throw Tool::UsageError("unknown verb '" + std::string(name) + "'" + std::string(hint));
+[[noreturn]] void ThrowUnknownVerb(std::string_view name, const std::string& hint = "") {
+    throw Tool::UsageError("unknown verb '" + std::string(name) + "'" + hint);
+}
+
+std::string HintForCopy(const std::string& word) {
+    return access(word.c_str(), F_OK) == 0 ? ": use -D " + word : "";
+}
+
+std::string HintForVerb(const std::string& word) {
+    for (const Guess& guess : Guesses) {
+        if (guess.written == word) return std::string(": use ") + guess.instead;
+    }
+    const std::string hint = HintForCopy(word);
+    return hint.empty() ? ": use -g RE to search the log" : hint;
+}
+
+std::string HintForArgument(const std::string& word, const Verb& verb) {
+    if (FindVerb(word) != nullptr) return ": the verb comes first";
+    return verb.readsCopies ? HintForCopy(word) : "";
 }
 
 int Print(std::string_view text) {
@@ -76,6 +105,8 @@ int RunVerb(const Verb& verb, Tool::Arguments arguments) {
         return verb.run(arguments);
     } catch (const Tool::HelpRequest&) {
         return Print(Tool::Help(verb.name));
+    } catch (const Tool::UnexpectedArgument& e) {
+        throw Tool::UsageError(e.what() + HintForArgument(e.word, verb));
     }
 }
 
@@ -95,7 +126,7 @@ int Run(Tool::Arguments arguments) {
     }
     const bool isVerb = !first.empty() && !first.starts_with('-');
     const Verb* verb = isVerb ? FindVerb(first) : &Verbs[0];
-    if (verb == nullptr) ThrowUnknownVerb(first, ": use -g RE to search the log");
+    if (verb == nullptr) ThrowUnknownVerb(first, HintForVerb(std::string(first)));
     return RunVerb(*verb, arguments.subspan(isVerb ? 1 : 0));
 }
 

@@ -30,33 +30,40 @@ std::string Quote(std::string_view text) {
 }
 
 // What people write who know journalctl or grep better, and what does the same here. It helps only
-// where the verb has the option `id`; 0 is for another verb.
+// where the verb has the option named `option`; "" is for another verb.
 struct Guess {
     std::string_view written;
-    int id;
+    std::string_view option;
     const char* instead;
 };
 
-constexpr Guess Guesses[]{{"-u", 't', "-t TAG"},
-                          {"--unit", 't', "-t TAG"},
-                          {"-k", 't', "-t kernel"},
-                          {"--dmesg", 't', "-t kernel"},
-                          {"-e", 'g', "-g RE to search, -n N for the newest lines"},
-                          {"--regexp", 'g', "-g RE"},
-                          {"-P", 'g', "-g with an extended regular expression"},
-                          {"--perl-regexp", 'g', "-g with an extended regular expression"},
-                          {"-x", 'n', "-n N for the newest lines"},
-                          {"-m", 'n', "-n N for the last N lines"},
-                          {"--max-count", 'n', "-n N for the last N lines"},
-                          {"--tail", 'n', "-n N"},
-                          {"--file", 'D', "-D PATH"},
-                          {"--root", 'D', "-D PATH"},
-                          {"--list-boots", 0, "moraine boots"},
-                          {"--disk-usage", 0, "moraine status"},
-                          {"--verify", 0, "moraine verify"},
-                          {"--vacuum-size", 0, "moraine delete"},
-                          {"--vacuum-files", 0, "moraine delete"},
-                          {"--vacuum-time", 0, "moraine delete"}};
+constexpr Guess Guesses[]{{"-u", "tag", "-t TAG"},
+                          {"--unit", "tag", "-t TAG"},
+                          {"-k", "tag", "-t kernel"},
+                          {"--dmesg", "tag", "-t kernel"},
+                          {"-e", "grep", "-g RE to search, -n N for the newest lines"},
+                          {"--regexp", "grep", "-g RE"},
+                          {"-P", "grep", "-g with an extended regular expression"},
+                          {"--perl-regexp", "grep", "-g with an extended regular expression"},
+                          {"-q", "grep", ">/dev/null for the status alone"},
+                          {"-a", "lines", "-n all for all lines, each in full"},
+                          {"-x", "lines", "-n N for the newest lines"},
+                          {"-m", "lines", "-n N for the last N lines"},
+                          {"--max-count", "lines", "-n N for the last N lines"},
+                          {"--tail", "lines", "-n N"},
+                          {"--json", "grep", "-o json"},
+                          {"--no-hostname", "grep", "-o json, where the host is a key of its own"},
+                          {"--utc", "grep", "-o export, whose times are UTC"},
+                          {"--file", "directory", "-D PATH"},
+                          {"--root", "directory", "-D PATH"},
+                          {"-y", "yes", "--yes"},
+                          {"-V", "", "moraine --version"},
+                          {"--list-boots", "", "moraine boots"},
+                          {"--disk-usage", "", "moraine status"},
+                          {"--verify", "", "moraine verify"},
+                          {"--vacuum-size", "", "moraine delete"},
+                          {"--vacuum-files", "", "moraine delete"},
+                          {"--vacuum-time", "", "moraine delete"}};
 
 }  // namespace
 
@@ -66,9 +73,9 @@ OptionReader::OptionReader(std::span<const Option> options, std::span<char* cons
 void OptionReader::ThrowUnknown(std::string_view written) const {
     std::string text = "unknown option " + Quote(written);
     for (const Guess& guess : Guesses) {
-        const bool helps = guess.id == 0 ||
-                           std::any_of(options.begin(), options.end(),
-                                       [&](const Option& option) { return option.id == guess.id; });
+        const auto isMeant = [&](const Option& option) { return option.name == guess.option; };
+        const bool helps =
+            guess.option.empty() || std::any_of(options.begin(), options.end(), isMeant);
         if (guess.written == written && helps) text += std::string(": use ") + guess.instead;
     }
     throw UsageError(text);
@@ -79,11 +86,11 @@ int OptionReader::Next() {
     if (arguments.empty()) return 0;
     const std::string_view argument = arguments.front();
     const bool isOption = argument.size() > 1 && argument[0] == '-';
-    if (!isOption) throw UsageError("unexpected argument " + Quote(argument));
+    if (!isOption) throw UnexpectedArgument(std::string(argument));
     arguments = arguments.subspan(1);
     if (argument == "--") {
         if (arguments.empty()) return 0;
-        throw UsageError("unexpected argument " + Quote(arguments.front()));
+        throw UnexpectedArgument(arguments.front());
     }
     if (argument.starts_with("--")) return ReadLong(argument);
     letters = argument.data() + 1;

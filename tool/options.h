@@ -21,6 +21,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// A word that is neither an option nor the value of one.
+struct UnexpectedArgument : UsageError {
+    explicit UnexpectedArgument(const std::string& word)
+        : UsageError("unexpected argument '" + word + "'"), word(word) {}
+    std::string word;
+};
+
 // --help or -h is among the options.
 struct HelpRequest {};
 

@@ -140,6 +140,11 @@ void Output::Finish() {
     pagerPid = 0;
 }
 
+void FlushStandardOutput() {
+    if (std::fflush(stdout) != 0) throw OutputError{errno};
+    if (std::ferror(stdout) != 0) throw OutputError{EIO};  // The reason came with an earlier part.
+}
+
 void PrintMessage(const std::string& what, const std::string& reason) {
     if (progressLine != nullptr) progressLine->Clear();
     if (currentOutput != nullptr) currentOutput->Flush();

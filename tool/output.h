@@ -53,6 +53,9 @@ private:
     static bool IsStandardOutputTerminal();
 };
 
+// What printf has buffered. Throws OutputError if it, or what was printed before, is lost.
+void FlushStandardOutput();
+
 // One message on standard error, "moraine: WHAT: REASON", behind all that was output so far;
 // harmless on a terminal. Throws OutputError.
 void PrintMessage(const std::string& what, const std::string& reason);

@@ -15,6 +15,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tool/held_signals.h"
+
 namespace Tool {
 
 namespace {
@@ -41,6 +43,30 @@ void ForgetFile() {
     removedBySignal.front() = '\0';
 }
 
+// The length of a path's folder, with the slash; 0 if there is none.
+std::size_t FolderLength(const std::string& path) {
+    return path.rfind('/') + 1;
+}
+
+// The place that symbolic links lead to, whether there is a file or not.
+std::string FollowLinks(std::string path) {
+    constexpr int MaxLinks = 40;
+    std::array<char, 4096> target;
+    for (int i = 0; i < MaxLinks; ++i) {
+        const ssize_t length = readlink(path.c_str(), target.data(), target.size());
+        if (length <= 0) break;  // It is no link.
+        path.erase(target.front() == '/' ? 0 : FolderLength(path));
+        path.append(target.data(), static_cast<std::size_t>(length));
+    }
+    return path;
+}
+
+mode_t DefaultMode() {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
 }  // namespace
 
 OutputFile::~OutputFile() {
@@ -62,13 +88,30 @@ bool OutputFile::Open(const std::string& wanted, bool replaces) {
     if (S_ISREG(status.st_mode)) {
         return isForced ? OpenTemporary() : Fail("the file exists; --force replaces it");
     }
-    descriptor = open(name.c_str(), O_WRONLY | O_CLOEXEC);
+    return OpenDirectly();
+}
+
+bool OutputFile::Update(const std::string& wanted, std::string_view text) {
+    name = wanted;
+    isForced = true;
+    struct stat status {};
+    const bool exists = stat(name.c_str(), &status) == 0;
+    if (!exists && errno != ENOENT) return Fail(std::strerror(errno));
+    if (exists && !S_ISREG(status.st_mode)) return OpenDirectly() || Write(text);
+    name = FollowLinks(wanted);
+    const HeldSignals signals;
+    const bool hasFailed = MakeSuccessor(exists ? &status : nullptr) || Write(text) || Commit();
+    RemoveTemporary();
+    return hasFailed;
+}
+
+bool OutputFile::OpenDirectly() {
+    descriptor = open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
     return descriptor < 0 && Fail(std::strerror(errno));
 }
 
 bool OutputFile::OpenTemporary() {
-    const std::size_t folder = name.rfind('/') + 1;  // 0 if there is no slash
-    temporary = name.substr(0, folder) + "." + name.substr(folder) + "." + std::to_string(getpid());
+    NameTemporary(std::to_string(getpid()));
     RemoveOnSignals(temporary);
     descriptor =
         open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -77,6 +120,28 @@ bool OutputFile::OpenTemporary() {
     ForgetFile();
     temporary.clear();
     return Fail(std::strerror(reason));
+}
+
+// Its name is not that of the process: what a power cut has left behind must not be in the way of
+// one that gets the same number after each start.
+bool OutputFile::MakeSuccessor(const struct stat* old) {
+    NameTemporary("XXXXXX");
+    descriptor = mkostemp(temporary.data(), O_CLOEXEC);
+    if (descriptor < 0) {
+        temporary.clear();
+        return Fail(std::strerror(errno));
+    }
+    if (old != nullptr) {
+        // Only root gives files away.
+        [[maybe_unused]] const int result = fchown(descriptor, old->st_uid, old->st_gid);
+    }
+    const mode_t mode = old == nullptr ? DefaultMode() : old->st_mode & 0777U;
+    return fchmod(descriptor, mode) != 0 && Fail(std::strerror(errno));
+}
+
+void OutputFile::NameTemporary(const std::string& end) {
+    const std::size_t folder = FolderLength(name);
+    temporary = name.substr(0, folder) + "." + name.substr(folder) + "." + end;
 }
 
 bool OutputFile::Write(std::string_view bytes) {

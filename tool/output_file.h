@@ -6,6 +6,8 @@
 // regular file (a device, a pipe), which are written to directly.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
 #include <string_view>
 
@@ -25,12 +27,19 @@ public:
     // Makes the file safe on the disk and gives it its name.
     [[nodiscard]] bool Commit();
 
+    // All of that at once, for a small file that holds the latest state: it is replaced, with its
+    // mode and owner, at the place that symbolic links lead to. Signals wait meanwhile.
+    [[nodiscard]] bool Update(const std::string& name, std::string_view text);
+
     // What could not be written, and why.
     [[nodiscard]] std::string Name() const;
     [[nodiscard]] const std::string& Error() const { return error; }
 
 private:
+    [[nodiscard]] bool OpenDirectly();
     [[nodiscard]] bool OpenTemporary();
+    [[nodiscard]] bool MakeSuccessor(const struct stat* old);
+    void NameTemporary(const std::string& end);
     [[nodiscard]] bool Rename();
     bool Fail(const char* reason);
     void RemoveTemporary();

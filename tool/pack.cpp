@@ -162,7 +162,7 @@ int Pack(const Request& request, const Reader::Log& log, const Reader::Report& r
         status = NothingStatus;
     } else if (request.isDryRun) {
         PrintMembers(packer, isIncomplete);
-        if (std::fflush(stdout) != 0) status = FailureStatus;
+        FlushStandardOutput();
     } else {
         status = WriteFile(file, packer, name, isIncomplete);
     }

@@ -69,7 +69,8 @@ int RunStatus(Arguments arguments) {
     } else {
         Print(status);
     }
-    if (std::fflush(stdout) != 0 || !status.unreadable.empty()) return FailureStatus;
+    FlushStandardOutput();
+    if (!status.unreadable.empty()) return FailureStatus;
     return status.reasons.empty() ? 0 : Unhealthy;
 }
 

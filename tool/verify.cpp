@@ -73,7 +73,7 @@ int RunVerify(Arguments arguments) {
     bool isJson = false;
     OptionReader options(Options, arguments);
     while (const int id = options.Next()) {
-        if (id == 'D') directory = options.Value();
+        if (id == 'D') directory = ReadDirectory(options);
         if (id == Json) isJson = true;
     }
     HandleInterrupt();

@@ -4,11 +4,13 @@
 """`moraine log`: its filters, one by one and together, and its exit status."""
 from __future__ import annotations
 
+import contextlib
 import datetime
 import json
 import os
 import re
 import signal
+import stat
 import subprocess
 
 from tests.command.command import (MTIME, CommandCase, environment, line, program, snapshot,
@@ -99,8 +101,12 @@ class Boots(LogCase):
         self.assertEqual(self.words("-b", "5..99"), ["5a", "5b", "6a", "6b"])
 
     def test_a_boot_that_there_is_not(self) -> None:
-        self.words("-b", "3", status=1)
-        self.words("-b", "99999", status=1)
+        for choice in ("3", "99999", "-4", "3..4"):
+            result = self.check("-b", choice, status=1)
+            self.assertIn("there is no such boot", result.error, choice)
+        (SYSLOG / "messages.txt").unlink()
+        (SYSLOG / "messages.txt.0").unlink()
+        self.assertEqual(self.check("-b", "0", status=1).error, "")  # the current boot is one
 
     def test_usage_errors(self) -> None:
         for value in ("5..2", "0..-1", "x", "1..2..3", "1..", "..2", "1.5"):
@@ -423,11 +429,31 @@ class Options(LogCase):
         """A habit from journalctl or grep gets the name of what does the same."""
         for habit, naming in (("-u", "-t TAG"), ("-k", "-t kernel"), ("-e", "-g RE"), ("-xe", "-n N"),
                               ("--max-count=3", "-n N"), ("--file=x", "-D PATH"),
-                              ("--list-boots", "moraine boots"), ("timeout", "-g RE")):
+                              ("--list-boots", "moraine boots"), ("timeout", "-g RE"),
+                              ("list-boots", "moraine boots"), ("stat", "moraine status"),
+                              ("show", "moraine log"), ("tail", "-n N"), ("-V", "moraine --version"),
+                              ("-q", ">/dev/null"), ("-a", "-n all"), ("--no-hostname", "-o json"),
+                              ("--utc", "-o export"), ("--json", "-o json")):
             self.refuse(habit, naming=naming)
+        self.refuse("delete", "-y", naming=": use --yes")
         self.assertNotIn("-t TAG", self.check("boots", "-u", status=2).error)
         write_log("messages.txt", line("app: one") + line("other: two"))
         self.assertEqual(self.words("--identifier=app"), ["one"])
+
+
+    def test_a_copy_without_its_option(self) -> None:
+        copy = self.folder / "log.tar"
+        copy.touch()
+        for arguments in ([copy], ["log", copy], ["boots", copy], ["verify", "--json", copy]):
+            self.refuse(*arguments, naming=f": use -D {copy}")
+        self.assertNotIn("-D", self.check("status", copy, status=2).error)
+
+    def test_a_verb_behind_options(self) -> None:
+        self.refuse("-n5", "boots", naming="the verb comes first")
+
+    def test_an_empty_path(self) -> None:
+        for verb in ("log", "boots"):
+            self.refuse(verb, "-D", "", naming="--directory")
 
 
 class Ends(LogCase):
@@ -450,9 +476,14 @@ class Ends(LogCase):
         self.assertNotEqual(result.error, "")
 
     def test_a_full_standard_output(self) -> None:
+        write_archive(1, line("app: older"))
         write_log("messages.txt", line("app: text"))
         with open("/dev/full", "wb") as full:
-            self.check(status=2, stdout=full)
+            for arguments in (["log"], ["boots"], ["status"], ["status", "--json"], ["verify"], ["help"],
+                              ["pack", "--dry-run"], ["delete", "--oldest", "--files=1", "--dry-run"],
+                              ["delete", "--oldest", "--files=1", "--yes"]):
+                result = self.check(*arguments, status=2, stdout=full)
+                self.assertIn("standard output: No space left on device", result.error, arguments)
 
     def test_interrupted(self) -> None:
         process = subprocess.Popen([program(), "-f"], stdout=subprocess.PIPE, env=environment())
@@ -461,6 +492,120 @@ class Ends(LogCase):
         process.send_signal(signal.SIGINT)
         self.assertEqual(process.wait(waiting.limit), 130)
         process.stdout.close()
+
+
+class CursorFile(LogCase):
+    """A series of calls with --cursor-file prints each line once."""
+
+    def setUp(self) -> None:
+        super().setUp()
+        self.cursor = self.folder / "cursor"
+        write_log("messages.txt", "1\n2\n")
+
+    def append(self, text: str) -> None:
+        with LIVE_LOG.open("a") as file:
+            file.write(text)
+
+    def check_series(self) -> None:
+        """Remembers the place, and continues there."""
+        self.assertEqual(self.log("--cursor-file", "cursor"), "1\n2\n")
+        self.append("3\n")
+        self.assertEqual(self.log("--cursor-file", "cursor"), "3\n")
+        self.assertEqual(self.log("--cursor-file", "cursor", status=1), "")
+
+    def test_an_existing_file_keeps_its_mode_and_owner(self) -> None:
+        self.cursor.touch()
+        self.cursor.chmod(0o640)
+        with contextlib.suppress(OSError):  # an ordinary user's sandbox knows no other
+            os.chown(self.cursor, 1, 2)
+        before = self.cursor.stat()
+        self.check_series()
+        after = self.cursor.stat()
+        for field in ("st_mode", "st_uid", "st_gid"):
+            self.assertEqual(getattr(after, field), getattr(before, field), field)
+        self.assertNotEqual(after.st_ino, before.st_ino)  # it is replaced in one step
+
+    def test_an_unfinished_line_of_the_live_log_is_for_a_later_call(self) -> None:
+        self.append("3")
+        for order in ((), ("-r",), ("-n", "all"), ("-j", "1")):
+            cursor = "-".join(("cursor", *order))
+            self.assertEqual(sorted(self.words("--cursor-file", cursor, *order)), ["1", "2"], order)
+        self.log("--cursor-file", "cursor", status=1)
+        self.assertEqual(self.log("-n", "1", "--cursor-file", "other"), "2\n")
+        self.append(" more\n4\n")
+        self.assertEqual(self.log("--cursor-file", "cursor"), "3 more\n4\n")
+
+    def test_a_line_that_is_never_finished_is_printed_once(self) -> None:
+        self.append("3")
+        self.assertEqual(self.log("--cursor-file", "cursor"), "1\n2\n")
+        LIVE_LOG.rename(SYSLOG / "messages.txt.tmp")
+        write_log("messages.txt", "4\n5")
+        self.assertEqual(self.log("--cursor-file", "cursor"), "3\n4\n")
+        write_archive(1, "1\n2\n3")
+        (SYSLOG / "messages.txt.tmp").unlink()
+        self.append("\n")
+        self.assertEqual(self.log("--cursor-file", "cursor"), "5\n")
+
+    def test_an_unfinished_line_in_a_download(self) -> None:
+        def download(name: str) -> str:
+            self.check("pack", "-o", name)
+            return name
+
+        self.append("3")
+        self.assertEqual(self.log("-D", download("1.tar"), "--cursor-file", "cursor"), "1\n2\n")
+        self.append(" more\n")
+        self.assertEqual(self.log("-D", download("2.tar"), "--cursor-file", "cursor"), "3 more\n")
+
+    def test_an_unfinished_line_has_no_cursor(self) -> None:
+        self.append("3")
+        found = self.check("-o", "json", "--show-cursor").objects
+        self.assertEqual([item["message"] for item in found], ["1", "2"])
+        self.assertEqual(self.log("-c", "--after-cursor", found[0]["cursor"]), "2\n")
+
+    def test_a_new_file_is_as_the_umask_says(self) -> None:
+        self.check("--cursor-file", "cursor", umask=0o027)
+        self.assertEqual(self.cursor.stat().st_mode & 0o777, 0o640)
+
+    def test_links_are_followed(self) -> None:
+        other = self.folder / "other"
+        other.mkdir()
+        (other / "second").symlink_to(other / "target")
+        self.cursor.symlink_to("other/second")
+        self.check_series()
+        self.assertTrue(self.cursor.is_symlink())
+        self.assertEqual(sorted(path.name for path in other.iterdir()), ["second", "target"])
+
+    def test_a_node_is_written_to(self) -> None:
+        os.mkfifo(self.cursor)
+        reader = os.open(self.cursor, os.O_RDONLY | os.O_NONBLOCK)
+        self.addCleanup(os.close, reader)
+        self.log("--cursor-file", "cursor")
+        self.assertTrue(self.cursor.is_fifo())
+        self.assertIn(b"-", os.read(reader, 1000))
+        self.log("--cursor-file", "/dev/null")
+        self.assertTrue(stat.S_ISCHR(os.stat("/dev/null").st_mode))
+
+    def test_a_file_with_other_content_stays(self) -> None:
+        self.cursor.write_text("precious")
+        result = self.check("--cursor-file", "cursor", status=2)
+        self.assertEqual((result.out, self.cursor.read_text()), (b"1\n2\n", "precious"))
+        self.assertIn("cursor: there is no cursor in it", result.error)
+
+    def test_files_of_other_names_stay(self) -> None:
+        (self.folder / "victim").write_text("precious")
+        (self.folder / "cursor.tmp").symlink_to("victim")
+        self.check_series()
+        self.assertEqual((self.folder / "victim").read_text(), "precious")
+        self.assertEqual(len(list(self.folder.iterdir())), 3)
+
+    def test_nothing_is_left_behind_where_it_cannot_be_written(self) -> None:
+        full = self.folder / "full"
+        full.mkdir()
+        self.mount("-t", "tmpfs", "-o", "size=4096", "tmpfs", str(full))
+        (full / "ballast").write_bytes(bytes(4096))
+        result = self.check("--cursor-file", "full/cursor", status=2)
+        self.assertIn("full/cursor: No space left on device", result.error)
+        self.assertEqual([path.name for path in full.iterdir()], ["ballast"])
 
 
 class Follow(LogCase):

@@ -4,6 +4,7 @@
 """`moraine` on a terminal: the pager, colours, and text that must not act on the terminal."""
 from __future__ import annotations
 
+import json
 import os
 import re
 import subprocess
@@ -47,6 +48,13 @@ class Harmless(TerminalCase):
             self.assertNotRegex(plain, r"[\x00-\x08\x0b-\x1f\x7f\x80-\x9f]")
             self.assertIn("\t", plain)
             self.assertNotIn("\udc9b", plain)  # an 8-bit control character as a bare byte
+
+    def test_json(self) -> None:
+        text = "begin " + "".join(chr(code) for code in range(0x01, 0xA1) if code != 10) + " end"
+        write_log("messages.txt", text + "\n")
+        _, shown = self.show("--no-pager", "-o", "json")
+        self.assertNotRegex(shown.rstrip("\n"), r"[\x00-\x1f\x7f-\x9f]")
+        self.assertEqual(json.loads(shown)["message"], text)
 
     def test_a_pipe_gets_them_as_they_are(self) -> None:
         write_log("messages.txt", b"\x1b[31mred\x07\n")
