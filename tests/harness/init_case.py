@@ -108,10 +108,16 @@ class InitCase(SandboxCase):
         syslogd.start()
         daemon.start()
 
-    def wait_for_another(self, service: Service, pid: int | None) -> int:
+    def wait_for_another(self, service: Service, pid: int) -> int:
         """Waits until the service's program is another process, and returns its ID."""
-        self.wait_until(lambda: programs_of(service) not in ([], [pid]), f"a process other than {pid}")
-        return programs_of(service)[0]
+        others: list[int] = []
+
+        def is_there() -> bool:
+            others[:] = [other for other in programs_of(service) if other != pid]
+            return others != []
+
+        self.wait_until(is_there, f"a process other than {pid}")
+        return others[0]
 
     def wait_for_line(self, pattern: str) -> None:
         self.wait_until(lambda: any(re.search(pattern, line) for line in log_lines()),

@@ -114,8 +114,9 @@ class Restart(InitCase):
     def test_no_descriptor_left_over(self) -> None:
         """A lock that a daemon holds would be there until it ends."""
         self.start_both()
-        kill(programs_of(syslogd)[0])
-        self.wait_for_another(syslogd, None)
+        pid = programs_of(syslogd)[0]
+        kill(pid)
+        self.wait_for_another(syslogd, pid)
         for pid in (*programs_of(syslogd), *programs_of(daemon), *supervisors_of(syslogd),
                     *supervisors_of(daemon)):
             held = [os.readlink(link) for link in Path(f"/proc/{pid}/fd").iterdir()]
