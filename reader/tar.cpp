@@ -291,8 +291,8 @@ void TarReader::ReadPax(std::string_view text) {
     }
 }
 
-// Old GNU tar continues a long map of a sparse member between header and content: in blocks whose
-// byte 504 tells whether another one follows, as byte 482 of the header does. Returns true if the
+// Old GNU tar continues a long map of a sparse member between header and content. Another block
+// follows while byte 482 of the header, then byte 504 of each block, is not 0. Returns true if the
 // file ends before.
 bool TarReader::PassSparseMap(const TarHeader& header) {
     if (header.type != 'S' || Text(header.magic) != "ustar ") return false;

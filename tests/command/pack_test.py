@@ -377,9 +377,9 @@ class Unreadable(PackCase):
         result = self.check("pack", "-o", "-", status=2)
         manifest = json.loads(contents(result.out)["manifest.json"])
         self.assertEqual((manifest["left_out"], manifest["left_out_count"]), (names, 2))
-        told = f"2 files left out ({names[0]} to {names[1]})"
-        self.assertIn(told, result.error.splitlines()[-1])
-        self.assertIn(told, self.check("pack", "--dry-run", status=2).lines[-1])
+        left_out = f"2 files left out ({names[0]} to {names[1]})"
+        self.assertIn(left_out, result.error.splitlines()[-1])
+        self.assertIn(left_out, self.check("pack", "--dry-run", status=2).lines[-1])
 
     def test_a_damaged_file_is_packed_as_it_is(self) -> None:
         path = write_archive(1, line("app: text"))
